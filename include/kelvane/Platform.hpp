@@ -1,0 +1,63 @@
+// The services the library takes from its surroundings, each replaceable so that a host or a
+// test can supply its own: time, the process log, the file-system root, the RPC transport.
+#pragma once
+
+#include <kelvane/RpcClient.hpp>
+#include <kelvane/export.h>
+
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kelvane {
+
+// Wall-clock time and sleeping. Poll loops and worker pauses go through it.
+class KELVANE_API Clock {
+public:
+    virtual ~Clock();
+    virtual double now() = 0;  // seconds since 1970
+    virtual void sleepFor(double seconds) = 0;
+};
+
+KELVANE_API std::shared_ptr<Clock> systemClock();
+
+// The process log: one line per step, no levels.
+class KELVANE_API LogSink {
+public:
+    virtual ~LogSink();
+    virtual void write(std::string_view line) = 0;
+};
+
+// Writes to standard error, each line prefixed by time, process id and thread id.
+KELVANE_API std::shared_ptr<LogSink> standardErrorLog();
+
+// Keeps every line in memory, in order; for tests and for hosts that show the log themselves.
+class KELVANE_API CapturingLog final : public LogSink {
+public:
+    void write(std::string_view line) override;
+    std::vector<std::string> lines() const;
+    void clear();
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> lines_;
+};
+
+struct KELVANE_API Platform {
+    std::shared_ptr<Clock> clock;
+    std::shared_ptr<LogSink> log;
+    // The station's fixed paths ("/vault/...", "/Users/stnuser/...") are opened below this root.
+    std::filesystem::path fileRoot = "/";
+    RpcClientFactory connect;
+
+    // The system clock, standard error, "/" and the ZeroMQ client.
+    static Platform defaults();
+
+    // The path of a fixed station path below `fileRoot`.
+    std::filesystem::path resolve(std::string_view stationPath) const;
+};
+
+}  // namespace kelvane

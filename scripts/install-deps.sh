@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# Installs the Debian 12 packages libKelvane needs to build and test, when they are missing.
+set -euo pipefail
+
+packages=(
+  build-essential cmake pkg-config binutils
+  libzmq3-dev cppzmq-dev nlohmann-json3-dev libicu-dev libspdlog-dev libfmt-dev libcli11-dev
+  libgtest-dev libgmock-dev libbenchmark-dev
+  python3 python3-zmq
+)
+
+missing=()
+for package in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" \
+    || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "Installing: ${missing[*]}"
+sudo_cmd=()
+[ "$(id -u)" -eq 0 ] || sudo_cmd=(sudo)
+export DEBIAN_FRONTEND=noninteractive
+"${sudo_cmd[@]}" apt-get update -qq
+"${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"

@@ -1,0 +1,32 @@
+// Confirms a tray move by reading its target sensor until it reports active or time runs out.
+#include <kelvane/FixtureControl.hpp>
+
+namespace kelvane {
+namespace {
+
+constexpr double pollPauseSeconds = 0.5;
+
+}  // namespace
+
+Value FixtureControl::pollSensor(const std::string& sensorMethod, double deadlineSeconds,
+                                 std::string_view successLog, std::string_view successResult,
+                                 std::string_view timeoutResult) {
+    Clock& clock = *platform_.clock;
+    const double start = clock.now();
+    double now = start;
+    // The time is taken right after each read but tested only after the pause, so one last
+    // read may start up to a pause after the deadline; a sensor that settles right at the
+    // deadline is still seen.
+    while (now - start < deadlineSeconds) {
+        Value reading = call(sensorMethod);
+        now = clock.now();
+        if (isNumberOne(reading)) {
+            log(successLog);
+            return std::string(successResult);
+        }
+        clock.sleepFor(pollPauseSeconds);
+    }
+    return std::string(timeoutResult);
+}
+
+}  // namespace kelvane

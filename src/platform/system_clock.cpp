@@ -1,0 +1,29 @@
+#include <kelvane/Platform.hpp>
+
+#include <chrono>
+#include <thread>
+
+namespace kelvane {
+namespace {
+
+class SystemClock final : public Clock {
+public:
+    double now() override {
+        using namespace std::chrono;
+        return duration<double>(system_clock::now().time_since_epoch()).count();
+    }
+    void sleepFor(double seconds) override {
+        if (seconds > 0) std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    }
+};
+
+}  // namespace
+
+Clock::~Clock() = default;
+
+std::shared_ptr<Clock> systemClock() {
+    static auto clock = std::make_shared<SystemClock>();
+    return clock;
+}
+
+}  // namespace kelvane

@@ -1,0 +1,50 @@
+// The JSON-RPC 2.0 messages that travel between a client and a controller, as text.
+// Knows nothing of sockets, so any transport (or a test) can use it.
+#pragma once
+
+#include <kelvane/RpcClient.hpp>
+#include <kelvane/Value.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kelvane::jsonrpc {
+
+// Error codes the client puts in a call's error slot when the controller gave no answer.
+inline constexpr int timeoutError = -32000;
+inline constexpr int notConnectedError = -32001;
+inline constexpr int clientClosedError = -32002;
+// Codes a controller answers with for a request it cannot serve.
+inline constexpr int parseError = -32700;
+inline constexpr int invalidRequestError = -32600;
+inline constexpr int methodNotFoundError = -32601;
+inline constexpr int invalidParamsError = -32602;
+
+struct Request {
+    std::int64_t id = 0;
+    std::string method;
+    Value params = Value::array();
+    Value kwargs;  // null when the call had no keyword arguments
+};
+
+struct Reply {
+    std::int64_t id = 0;
+    Value result;
+    std::optional<RpcError> error;
+};
+
+std::string encodeRequest(const Request& request);
+std::optional<Request> decodeRequest(std::string_view text);
+
+std::string encodeResult(std::int64_t id, const Value& result);
+std::string encodeError(std::int64_t id, const RpcError& error);
+// Nothing for text that is not JSON, nests deeper than 128 levels, has no integer id, or has
+// neither result nor error.
+std::optional<Reply> decodeReply(std::string_view text);
+
+// JSON text of a value; texts that are not valid UTF-8 are repaired rather than refused.
+std::string toJson(const Value& value);
+
+}  // namespace kelvane::jsonrpc

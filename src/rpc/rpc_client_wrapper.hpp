@@ -1,0 +1,52 @@
+// RPCClientWrapper: the ZeroMQ transport to a controller board (see docs/protocol.md).
+//
+// One DEALER socket per client, owned by an I/O thread of the client's own. Callers on any
+// thread hand their request to that thread and wait for the reply with their id; replies are
+// matched by id, so concurrent calls never receive each other's answers.
+#pragma once
+
+#include <kelvane/RpcClient.hpp>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace kelvane {
+
+class RPCClientWrapper final : public RpcClient {
+public:
+    struct Options {
+        // Wait for a call that gives no "timeout_ms".
+        std::chrono::milliseconds defaultTimeout{3000};
+        // Added to a call's "timeout_ms", so the controller's own time-out answers first.
+        std::chrono::milliseconds timeoutMargin{500};
+        // How long after creation a call waits for the first connection to the controller.
+        std::chrono::milliseconds connectGrace{1000};
+        // Reply frames larger than this are dropped.
+        std::size_t maxReplyBytes = std::size_t{1} << 20;
+    };
+
+    // A client connecting (in the background) to tcp://ip:port; null when the address is not
+    // one ZeroMQ can connect to.
+    static std::shared_ptr<RPCClientWrapper> initWithIP(const std::string& ip, std::uint32_t port,
+                                                        Options options);
+    static std::shared_ptr<RPCClientWrapper> initWithIP(const std::string& ip, std::uint32_t port);
+
+    ~RPCClientWrapper() override;
+
+    Value call(const std::string& method, const Value& args, const Value& kwargs,
+               RpcErrorSlot error) override;
+
+    // Whether the connection to the controller is established now.
+    bool isConnected() const;
+
+    struct Impl;
+
+private:
+    explicit RPCClientWrapper(std::unique_ptr<Impl> impl);
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace kelvane

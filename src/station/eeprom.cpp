@@ -1,0 +1,32 @@
+// The fixture's identity as stored in the board EEPROM.
+#include <kelvane/FixtureControl.hpp>
+
+#include "rpc/methods.hpp"
+
+namespace kelvane {
+namespace {
+
+constexpr std::string_view boardType = "TAVRIN";
+constexpr std::string_view eepromUnit = "Unit1";
+// The base board guards its EEPROM with a lock; this names the region the fixture id lives in.
+constexpr std::string_view eepromRegion = "fixture_id";
+constexpr int eepromAddress = 32;
+constexpr int eepromLength = 30;
+
+}  // namespace
+
+Value FixtureControl::getFixtureIDFromEEPROMWithTimeout(std::int64_t timeoutMs) {
+    log("SIBBoardType is: " + std::string(boardType));
+    std::string type = upperCased(boardType);
+    bool baseBoard = type == "TAVRIN" || type == "QUENDALIX";
+    std::string method(baseBoard ? methods::baseBoardReadEeprom : methods::sibBoardReadEeprom);
+    Value args = baseBoard ? Value::array({eepromRegion, eepromAddress, eepromLength})
+                           : Value::array({eepromAddress, eepromLength});
+    std::optional<RpcError> error;
+    Value reply = callThrough(unitClient(std::string(eepromUnit)), method, args,
+                              {{"timeout_ms", timeoutMs}}, &error);
+    if (error) log("Failed to read eeprom from SIB board; err=" + error->text());
+    return reply;
+}
+
+}  // namespace kelvane

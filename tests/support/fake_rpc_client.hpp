@@ -1,0 +1,86 @@
+// An in-process stand-in for a controller: scripted replies per method, and a journal of calls.
+#pragma once
+
+#include <kelvane/RpcClient.hpp>
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kelvane::testing {
+
+struct RecordedCall {
+    std::string method;
+    Value args;
+    Value kwargs;  // null when the call had none
+    bool hadErrorSlot = false;
+};
+
+struct ScriptedAnswer {
+    Value reply;                     // null: no reply
+    std::optional<RpcError> error;   // put in the error slot when set
+    bool used = false;
+};
+
+class FakeRpcClient final : public RpcClient {
+public:
+    // Answers queued for one method are used in order; the last one stays for later calls until
+    // a new answer is given.
+    void answer(const std::string& method, Value reply) { answer(method, ScriptedAnswer{std::move(reply), {}}); }
+    void answer(const std::string& method, ScriptedAnswer scripted) {
+        std::lock_guard lock(mutex_);
+        auto& queue = answers_[method];
+        if (queue.size() == 1 && queue.front().used) queue.clear();
+        queue.push_back(std::move(scripted));
+    }
+    void fail(const std::string& method, RpcError error) { answer(method, ScriptedAnswer{nullptr, std::move(error)}); }
+    // Drops every answer queued for the method: it answers nothing from now on.
+    void forget(const std::string& method) {
+        std::lock_guard lock(mutex_);
+        answers_.erase(method);
+    }
+    // Called before each answer is chosen, e.g. to advance a virtual clock.
+    void onCall(std::function<void(const RecordedCall&)> hook) { hook_ = std::move(hook); }
+
+    Value call(const std::string& method, const Value& args, const Value& kwargs,
+               RpcErrorSlot error) override {
+        RecordedCall recorded{method, args, kwargs, error != nullptr};
+        if (hook_) hook_(recorded);
+        std::lock_guard lock(mutex_);
+        calls_.push_back(recorded);
+        auto& queue = answers_[method];
+        if (queue.empty()) return nullptr;
+        queue.front().used = true;
+        ScriptedAnswer scripted = queue.front();
+        if (queue.size() > 1) queue.pop_front();
+        if (scripted.error && error) *error = scripted.error;
+        return scripted.reply;
+    }
+
+    std::vector<RecordedCall> calls() const {
+        std::lock_guard lock(mutex_);
+        return calls_;
+    }
+    std::vector<std::string> methods() const {
+        std::lock_guard lock(mutex_);
+        std::vector<std::string> names;
+        for (const auto& call : calls_) names.push_back(call.method);
+        return names;
+    }
+    void clearCalls() {
+        std::lock_guard lock(mutex_);
+        calls_.clear();
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::map<std::string, std::deque<ScriptedAnswer>> answers_;
+    std::vector<RecordedCall> calls_;
+    std::function<void(const RecordedCall&)> hook_;
+};
+
+}  // namespace kelvane::testing

@@ -1,0 +1,73 @@
+// A FixtureControl wired to fakes: a scripted controller, virtual time, a captured log and a
+// temporary file-system root.
+#pragma once
+
+#include "fake_rpc_client.hpp"
+#include "virtual_clock.hpp"
+
+#include <kelvane/FixtureControl.hpp>
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace kelvane {
+
+// Reaches the fields that nothing in the library sets (slot count, per-unit clients), so tests
+// can give a session the scanners a station would have.
+struct FixtureControlTestAccess {
+    static void setSlotNumber(FixtureControl& session, std::int32_t slots) { session.slotNumber = slots; }
+    static void addUnitClient(FixtureControl& session, const std::string& key,
+                              std::shared_ptr<RpcClient> client) {
+        session.qorClientDic[key] = std::move(client);
+    }
+};
+
+namespace testing {
+
+class TemporaryDirectory {
+public:
+    TemporaryDirectory();
+    ~TemporaryDirectory();
+    const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+struct SessionFixture {
+    std::shared_ptr<FakeRpcClient> controller = std::make_shared<FakeRpcClient>();
+    std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>();
+    std::shared_ptr<CapturingLog> log = std::make_shared<CapturingLog>();
+    TemporaryDirectory root;
+
+    SessionFixture() { controller->answer("server.mode", Value("normal")); }
+
+    Platform platform() {
+        Platform platform;
+        platform.clock = clock;
+        platform.log = log;
+        platform.fileRoot = root.path();
+        platform.connect = [client = controller](const std::string&, std::uint32_t) { return client; };
+        return platform;
+    }
+
+    static Value topology(Value scanSN = nullptr) {
+        Value topology = {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", 7805}}},
+                          {"identifier", "Fixture3"}};
+        if (!scanSN.is_null()) topology["ScanSN"] = scanSN;
+        return topology;
+    }
+
+    // A connected session; the calls and log lines of creation are cleared.
+    std::shared_ptr<FixtureControl> connect() {
+        auto session = FixtureControl::initWithIP(topology(), platform());
+        controller->clearCalls();
+        log->clear();
+        return session;
+    }
+};
+
+}  // namespace testing
+}  // namespace kelvane

@@ -1,0 +1,39 @@
+// Time that moves only when the code under test sleeps (or a test advances it).
+#pragma once
+
+#include <kelvane/Platform.hpp>
+
+#include <mutex>
+#include <vector>
+
+namespace kelvane::testing {
+
+class VirtualClock final : public Clock {
+public:
+    explicit VirtualClock(double start = 1'700'000'000.0) : now_(start) {}
+
+    double now() override {
+        std::lock_guard lock(mutex_);
+        return now_;
+    }
+    void sleepFor(double seconds) override {
+        std::lock_guard lock(mutex_);
+        sleeps_.push_back(seconds);
+        now_ += seconds;
+    }
+    void advance(double seconds) {
+        std::lock_guard lock(mutex_);
+        now_ += seconds;
+    }
+    std::vector<double> sleeps() const {
+        std::lock_guard lock(mutex_);
+        return sleeps_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    double now_;
+    std::vector<double> sleeps_;
+};
+
+}  // namespace kelvane::testing

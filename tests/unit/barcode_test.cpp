@@ -1,0 +1,111 @@
+#include "session_fixture.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using kelvane::FixtureControlTestAccess;
+using kelvane::Value;
+using kelvane::testing::FakeRpcClient;
+using kelvane::testing::SessionFixture;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+
+class Barcode : public ::testing::Test {
+protected:
+    std::shared_ptr<FakeRpcClient> addScanner(int slot) {
+        auto scanner = std::make_shared<FakeRpcClient>();
+        FixtureControlTestAccess::addUnitClient(*session, "Unit" + std::to_string(slot), scanner);
+        return scanner;
+    }
+    static void answerHealthy(FakeRpcClient& scanner, const std::string& cameraId) {
+        scanner.answer("barcode.read_reverse_item", Value(cameraId));
+        scanner.answer("barcode.read_config", Value(1));
+        scanner.answer("barcode.read_config", Value("SG12345"));
+    }
+
+    SessionFixture fixture;
+    std::shared_ptr<kelvane::FixtureControl> session = fixture.connect();
+};
+
+TEST_F(Barcode, SecurityCheckStopsAtTheFirstCameraWithTheWrongSlot) {
+    FixtureControlTestAccess::setSlotNumber(*session, 3);
+    auto first = addScanner(1);
+    auto second = addScanner(2);
+    auto third = addScanner(3);
+    answerHealthy(*first, "slot1");
+    answerHealthy(*second, "slot1");
+
+    EXPECT_FALSE(session->barcodeSecurityCheck());
+    EXPECT_THAT(fixture.log->lines(), Contains("--FAIL--Slot2 Camera ID is not right: slot1!"));
+    EXPECT_THAT(first->calls().front().args, Value::array({"slotID"}));
+    EXPECT_TRUE(third->calls().empty());
+}
+
+TEST_F(Barcode, SecurityCheckAcceptsTextOneAndRejectsOtherConfigsAndSerials) {
+    FixtureControlTestAccess::setSlotNumber(*session, 1);
+    auto scanner = addScanner(1);
+    scanner->answer("barcode.read_reverse_item", Value("slot10"));  // substring test, kept loose
+    scanner->answer("barcode.read_config", Value("1"));
+    scanner->answer("barcode.read_config", Value("SG1"));
+    EXPECT_TRUE(session->barcodeSecurityCheck());
+
+    auto disabled = std::make_shared<FakeRpcClient>();
+    FixtureControlTestAccess::addUnitClient(*session, "Unit1", disabled);
+    disabled->answer("barcode.read_reverse_item", Value("slot1"));
+    disabled->answer("barcode.read_config", Value("0"));
+    EXPECT_FALSE(session->barcodeSecurityCheck());
+    EXPECT_THAT(fixture.log->lines(), Contains("--FAIL--Slot1 check SN config is not enable: 0!"));
+
+    auto noSerial = std::make_shared<FakeRpcClient>();
+    FixtureControlTestAccess::addUnitClient(*session, "Unit1", noSerial);
+    noSerial->answer("barcode.read_reverse_item", Value("slot1"));
+    noSerial->answer("barcode.read_config", Value(1));
+    noSerial->answer("barcode.read_config", Value("sg99"));
+    EXPECT_FALSE(session->barcodeSecurityCheck());
+    EXPECT_THAT(fixture.log->lines(), Contains("--FAIL--Slot1 read camera SN fail: sg99!"));
+}
+
+TEST_F(Barcode, SecurityCheckFailsForASlotWithoutAScanner) {
+    FixtureControlTestAccess::setSlotNumber(*session, 1);
+    EXPECT_FALSE(session->barcodeSecurityCheck());
+    EXPECT_THAT(fixture.log->lines(),
+                ElementsAre("***Barcode Security Check***", "Unit1 get cameraID:(null)",
+                            "--FAIL--Slot1 Camera ID is not right: (null)!"));
+}
+
+TEST_F(Barcode, ScanKeepsGoodSlotsAndKeepsReportingAnEarlierError) {
+    FixtureControlTestAccess::setSlotNumber(*session, 3);
+    addScanner(1)->answer("barcode.decode", Value("C02ABC"));
+    addScanner(2)->fail("barcode.decode", {7, "camera busy"});
+    addScanner(3)->answer("barcode.decode", Value("fail"));
+
+    EXPECT_EQ(session->scanBarcode(), (Value{{"Unit1", "C02ABC"}}));
+    EXPECT_THAT(fixture.log->lines(),
+                ElementsAre("get barcode from scanner.", "Unit1 get barcode from scanner:C02ABC",
+                            "Unit2 scanBarcode: barcode.decode fail; err:camera busy (code 7)",
+                            "Unit2 get barcode from scanner:(null)",
+                            "Unit3 scanBarcode: barcode.decode fail; err:camera busy (code 7)",
+                            "Unit3 get barcode from scanner:fail"));
+}
+
+TEST_F(Barcode, ScanWithNoSlotsLogsOnlyTheHeader) {
+    EXPECT_EQ(session->scanBarcode(), Value::object());
+    EXPECT_THAT(fixture.log->lines(), ElementsAre("get barcode from scanner."));
+}
+
+TEST_F(Barcode, DutSerialHonoursScanSNExactlyAndReturnsErrorsAsText) {
+    session->toPology["ScanSN"] = "yes";
+    EXPECT_TRUE(session->getDutSN("1").is_null());
+    EXPECT_THAT(fixture.log->lines(), Contains("Current config don't need  scan SN."));
+
+    session->toPology.erase("ScanSN");
+    auto scanner = addScanner(3);
+    scanner->answer("barcode.decode", Value("FAIL"));
+    EXPECT_EQ(session->getDutSN("3"), Value("FAIL"));
+    EXPECT_EQ(scanner->calls().front().args, Value::array({5000}));
+
+    session->toPology["ScanSN"] = "YES";
+    scanner->fail("barcode.decode", {-32000, "barcode.decode timed out after 3000 ms"});
+    EXPECT_EQ(session->getDutSN("3"), Value("barcode.decode timed out after 3000 ms (code -32000)"));
+    EXPECT_TRUE(session->getDutSN("9").is_null());
+}

@@ -1,0 +1,90 @@
+#include "session_fixture.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+using kelvane::Value;
+using kelvane::testing::SessionFixture;
+using ::testing::ElementsAre;
+
+namespace {
+
+std::string fileText(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+}  // namespace
+
+TEST(Session, CreationProbesTheControllerLogsEachStepAndRecordsTheAddress) {
+    SessionFixture fixture;
+    std::filesystem::create_directories(fixture.root.path() / "vault/Korva");
+    auto session = kelvane::FixtureControl::initWithIP(SessionFixture::topology(), fixture.platform());
+
+    ASSERT_NE(session, nullptr);
+    EXPECT_EQ(session->getConnectFlag(), 1);
+    EXPECT_THAT(fixture.controller->methods(), ElementsAre("server.mode"));
+    EXPECT_THAT(fixture.log->lines(),
+                ElementsAre("********self.toPology  "
+                            "{\"FixtureIP\":{\"ip\":\"127.0.0.1\",\"port\":7805},\"identifier\":\"Fixture3\"}",
+                            "Connect to {\"ip\":\"127.0.0.1\",\"port\":7805}",
+                            "ipAddress 'fixtureIP': <{\"ip\":\"127.0.0.1\",\"port\":7805}>",
+                            "Fixture3 Connecting to RPC server 127.0.0.1:7805...",
+                            "RPC server.mode: normal...",
+                            "================Connect Fixture seccussful================"));
+    EXPECT_EQ(fileText(fixture.root.path() / "vault/Korva/Fixture.log"), "127.0.0.1\r\n7805\r\n");
+    EXPECT_EQ(session->identifier, Value("Fixture3"));
+    EXPECT_EQ(session->tecRecordArr, Value::array());
+}
+
+TEST(Session, ControllerWithoutAnswerToServerModeGivesNoSession) {
+    SessionFixture fixture;
+    fixture.controller->forget("server.mode");
+    fixture.controller->fail("server.mode", {-32000, "server.mode timed out after 3000 ms"});
+    auto session = kelvane::FixtureControl::initWithIP(SessionFixture::topology(), fixture.platform());
+
+    EXPECT_EQ(session, nullptr);
+    auto lines = fixture.log->lines();
+    ASSERT_GE(lines.size(), 3u);
+    EXPECT_EQ(lines[lines.size() - 3], "RPC server.mode: (null)...");
+    EXPECT_EQ(lines[lines.size() - 2], "Error Failed to connect fxiture");
+    EXPECT_EQ(lines.back(), "================Connect Fixture fail================");
+}
+
+TEST(Session, MissingOrMalformedAddressNeverCrashes) {
+    for (Value topology : {Value(), Value::object(), Value{{"FixtureIP", "not a dictionary"}},
+                           Value{{"FixtureIP", {{"ip", 5}, {"port", "x"}}}}}) {
+        SessionFixture fixture;
+        auto platform = fixture.platform();
+        platform.connect = [](const std::string&, std::uint32_t) { return nullptr; };
+        EXPECT_EQ(kelvane::FixtureControl::initWithIP(topology, platform), nullptr) << topology;
+    }
+}
+
+TEST(Session, ScannerCheckRunsOnlyWhenScanSNReadsYesInAnyCase) {
+    for (auto [scanSN, runs] : {std::pair{Value("yes"), true}, {Value("YES"), true},
+                                {Value("NO"), false}, {Value("Y"), false}, {Value(), false}}) {
+        SessionFixture fixture;
+        auto session = kelvane::FixtureControl::initWithIP(SessionFixture::topology(scanSN),
+                                                           fixture.platform());
+        auto lines = fixture.log->lines();
+        bool ran = std::find(lines.begin(), lines.end(), "***Barcode Security Check***") != lines.end();
+        EXPECT_EQ(ran, runs) << scanSN;
+        // No slots are configured, so the check passes without a call.
+        EXPECT_NE(session, nullptr);
+    }
+}
+
+TEST(Session, InitialFixtureNeedsDoneInTheReply) {
+    SessionFixture fixture;
+    auto session = fixture.connect();
+    fixture.controller->answer("vantrel.fixture_init", Value("init done\r\n"));
+    fixture.controller->answer("vantrel.fixture_init", Value("DONE"));
+    fixture.controller->answer("vantrel.fixture_init", Value());
+    EXPECT_TRUE(session->initialFixture());
+    EXPECT_FALSE(session->initialFixture());
+    EXPECT_FALSE(session->initialFixture());
+    EXPECT_TRUE(fixture.controller->calls().front().hadErrorSlot);
+}

@@ -1,0 +1,83 @@
+#include "session_fixture.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+using kelvane::Value;
+using kelvane::testing::FakeRpcClient;
+using kelvane::testing::SessionFixture;
+using ::testing::ElementsAre;
+
+class Station : public ::testing::Test {
+protected:
+    std::filesystem::path stationFile() const {
+        return fixture.root.path() / "vault/data_collection/test_station_config/zt_station_info.json";
+    }
+    std::filesystem::path fixtureLog() const { return fixture.root.path() / "vault/Korva/Fixture.log"; }
+    void writeStationFile(const std::string& text) {
+        std::filesystem::create_directories(stationFile().parent_path());
+        std::ofstream(stationFile(), std::ios::binary) << text;
+    }
+    std::string fixtureLogText() const {
+        std::ifstream file(fixtureLog(), std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    SessionFixture fixture;
+    std::shared_ptr<kelvane::FixtureControl> session = fixture.connect();
+};
+
+TEST_F(Station, InfoGivesTextsAndNumbersAndEmptyTextForEverythingElse) {
+    EXPECT_EQ(session->GetZtJsonInfo("station", "id"), "");  // no file
+
+    writeStationFile(R"({"station": {"id": "ZT-7", "line": 12, "gain": 1.5, "list": [1],
+                        "nothing": null, "flag": true}, "flat": 3})");
+    EXPECT_EQ(session->GetZtJsonInfo("station", "id"), "ZT-7");
+    EXPECT_EQ(session->GetZtJsonInfo("station", "line"), "12");
+    EXPECT_EQ(session->GetZtJsonInfo("station", "gain"), "1.5");
+    EXPECT_EQ(session->GetZtJsonInfo("station", "list"), "");
+    EXPECT_EQ(session->GetZtJsonInfo("station", "nothing"), "");
+    EXPECT_EQ(session->GetZtJsonInfo("station", "missing"), "");
+    EXPECT_EQ(session->GetZtJsonInfo("missing", "id"), "");
+    EXPECT_EQ(session->GetZtJsonInfo("flat", "id"), "");
+
+    for (const char* broken : {"{", "[1, 2]", "", "\xff\xfe{}"}) {
+        writeStationFile(broken);
+        EXPECT_EQ(session->GetZtJsonInfo("station", "id"), "") << broken;
+    }
+}
+
+TEST_F(Station, FixtureLogAppendsAsciiLinesAndDropsOthersWhole) {
+    session->saveSamplelog("no folder yet");
+    EXPECT_FALSE(std::filesystem::exists(fixtureLog()));
+    EXPECT_TRUE(fixture.log->lines().empty());
+
+    std::filesystem::create_directories(fixtureLog().parent_path());
+    session->saveSamplelog("first");
+    session->saveSamplelog("caf\xc3\xa9");
+    session->saveSamplelog("second");
+    EXPECT_EQ(fixtureLogText(), "first\r\nsecond\r\n");
+}
+
+TEST_F(Station, EepromReadGoesThroughTheBaseBoardOfTheFirstUnit) {
+    EXPECT_TRUE(session->getFixtureIDFromEEPROMWithTimeout(2000).is_null());
+    EXPECT_THAT(fixture.log->lines(), ElementsAre("SIBBoardType is: TAVRIN"));
+
+    auto board = std::make_shared<FakeRpcClient>();
+    kelvane::FixtureControlTestAccess::addUnitClient(*session, "Unit1", board);
+    board->answer("base_board.lock_read_eeprom_string", Value("FX-0042"));
+    EXPECT_EQ(session->getFixtureIDFromEEPROMWithTimeout(2000), Value("FX-0042"));
+    auto call = board->calls().front();
+    EXPECT_EQ(call.args.size(), 3u);
+    EXPECT_EQ(call.args[1], 32);
+    EXPECT_EQ(call.args[2], 30);
+    EXPECT_EQ(call.kwargs, (Value{{"timeout_ms", 2000}}));
+
+    board->fail("base_board.lock_read_eeprom_string", {3, "locked"});
+    fixture.log->clear();
+    EXPECT_TRUE(session->getFixtureIDFromEEPROMWithTimeout(2000).is_null());
+    EXPECT_THAT(fixture.log->lines(), ElementsAre("SIBBoardType is: TAVRIN",
+                                                  "Failed to read eeprom from SIB board; err=locked (code 3)"));
+}

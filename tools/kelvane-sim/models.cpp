@@ -1,0 +1,26 @@
+#include "models.hpp"
+
+#include "dut_model.hpp"
+#include "fan_model.hpp"
+#include "io_model.hpp"
+#include "led_model.hpp"
+#include "lock_model.hpp"
+#include "session_model.hpp"
+#include "tray_model.hpp"
+
+namespace kelvane::sim {
+
+// A new part of the fixture is one class and one line here.
+std::vector<std::unique_ptr<Model>> makeModels(const WorldSettings& settings) {
+    std::vector<std::unique_ptr<Model>> models;
+    models.push_back(std::make_unique<SessionModel>());
+    models.push_back(std::make_unique<TrayModel>(settings.travel, settings.lift));
+    models.push_back(std::make_unique<DutModel>(settings.dutPresent));
+    models.push_back(std::make_unique<LockModel>());
+    models.push_back(std::make_unique<FanModel>());
+    models.push_back(std::make_unique<IoModel>());
+    models.push_back(std::make_unique<LedModel>());
+    return models;
+}
+
+}  // namespace kelvane::sim

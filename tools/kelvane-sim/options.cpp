@@ -1,0 +1,38 @@
+#include "options.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <map>
+
+namespace kelvane::sim {
+
+std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
+    Options options;
+    int travelMs = static_cast<int>(options.world.travel.count());
+    int liftMs = static_cast<int>(options.world.lift.count());
+    std::string dut = "present";
+
+    CLI::App app{"kelvane-sim: a simulated fixture controller board, serving JSON-RPC over ZeroMQ."};
+    app.add_option("--bind", options.bind,
+                   "Endpoint to bind; port * or 0 picks a free port (default tcp://127.0.0.1:7805)");
+    app.add_option("--travel-ms", travelMs, "Tray travel time between OUT and IN, in ms (default 300)")
+        ->check(CLI::Range(0, 86'400'000));
+    app.add_option("--lift-ms", liftMs, "Tray travel time between UP and DOWN, in ms (default 200)")
+        ->check(CLI::Range(0, 86'400'000));
+    app.add_option("--dut", dut, "Whether a DUT sits in the fixture at start (default present)")
+        ->check(CLI::IsMember({"present", "absent"}));
+    app.add_flag("--quiet", options.quiet, "Log nothing on stderr");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        exitCode = app.exit(error);
+        return std::nullopt;
+    }
+    options.world.travel = std::chrono::milliseconds(travelMs);
+    options.world.lift = std::chrono::milliseconds(liftMs);
+    options.world.dutPresent = dut == "present";
+    return options;
+}
+
+}  // namespace kelvane::sim

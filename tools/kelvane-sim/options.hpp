@@ -1,0 +1,21 @@
+// The simulator's command line.
+#pragma once
+
+#include "models.hpp"
+
+#include <optional>
+#include <string>
+
+namespace kelvane::sim {
+
+struct Options {
+    std::string bind = "tcp://127.0.0.1:7805";
+    WorldSettings world;
+    bool quiet = false;
+};
+
+// The options, or nothing with `exitCode` set when the program should stop at once (after
+// --help, or after a usage error that has been printed).
+std::optional<Options> parseOptions(int argc, char** argv, int& exitCode);
+
+}  // namespace kelvane::sim

@@ -1,0 +1,128 @@
+#include "scripts.hpp"
+
+#include <array>
+#include <set>
+#include <string_view>
+
+namespace kelvane::sim {
+namespace {
+
+constexpr std::string_view garbageMessage = "\x01this reply is not JSON {";
+// The largest padded reply a script may ask for: well beyond any client limit, yet harmless.
+constexpr std::size_t maxOversizeBytes = std::size_t{64} << 20;
+// Longer delays are no use to anyone and would overflow the clock arithmetic.
+constexpr long long longestDelayMs = 24LL * 60 * 60 * 1000;
+
+struct ActionName {
+    std::string_view name;
+    ScriptAction action;
+};
+constexpr std::array actionNames = {
+    ActionName{"reply", ScriptAction::reply},       ActionName{"error", ScriptAction::error},
+    ActionName{"no_reply", ScriptAction::noReply},  ActionName{"garbage", ScriptAction::garbage},
+    ActionName{"wrong_id", ScriptAction::wrongId},  ActionName{"oversize", ScriptAction::oversize},
+};
+
+const std::set<std::string, std::less<>> knownKeys = {"method", "action", "reply", "error",
+                                                      "delay_ms", "times", "bytes"};
+
+std::optional<ScriptAction> actionNamed(const Value& name) {
+    for (const auto& known : actionNames) {
+        if (isText(name, known.name)) return known.action;
+    }
+    return std::nullopt;
+}
+
+bool isCount(const Value& value, long long least) {
+    return value.is_number_integer() && integerValue(value) >= least;
+}
+
+// A reply with the right id whose message text is exactly `bytes` long (when that is more than
+// an empty reply takes).
+std::string paddedReply(std::int64_t id, std::size_t bytes) {
+    std::size_t empty = jsonrpc::encodeResult(id, "").size();
+    return jsonrpc::encodeResult(id, std::string(bytes > empty ? bytes - empty : 0, 'x'));
+}
+
+std::optional<std::string> readError(const Value& error, RpcError& into) {
+    if (!error.is_object()) return "\"error\" must be a dictionary with \"code\" and \"message\"";
+    auto code = error.find("code");
+    auto message = error.find("message");
+    if (code == error.end() || !code->is_number_integer() || message == error.end() ||
+        !message->is_string()) {
+        return "\"error\" needs an integer \"code\" and a text \"message\"";
+    }
+    into = RpcError{static_cast<int>(integerValue(*code)), message->get<std::string>()};
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::variant<Script, std::string> parseScript(const Value& description) {
+    if (!description.is_object()) return "a script must be a dictionary";
+    for (const auto& [key, value] : description.items()) {
+        if (!knownKeys.contains(key)) return "unknown script key \"" + key + "\"";
+    }
+    Script script;
+    auto method = description.find("method");
+    if (method == description.end() || !method->is_string()) return "\"method\" must be a text";
+    script.method = method->get<std::string>();
+    if (auto action = description.find("action"); action != description.end()) {
+        auto known = actionNamed(*action);
+        if (!known) return "unknown action " + describe(*action);
+        script.action = *known;
+    }
+    if (auto reply = description.find("reply"); reply != description.end()) script.reply = *reply;
+    if (script.action == ScriptAction::error) {
+        auto error = description.find("error");
+        if (error == description.end()) return "action \"error\" needs \"error\"";
+        if (auto problem = readError(*error, script.error)) return *problem;
+    }
+    if (auto delay = description.find("delay_ms"); delay != description.end()) {
+        if (!isCount(*delay, 0) || integerValue(*delay) > longestDelayMs) {
+            return "\"delay_ms\" must be an integer from 0 to " + std::to_string(longestDelayMs);
+        }
+        script.delay = std::chrono::milliseconds(integerValue(*delay));
+    }
+    if (auto times = description.find("times"); times != description.end()) {
+        if (!isCount(*times, 1)) return "\"times\" must be an integer of 1 or more";
+        script.times = integerValue(*times);
+    }
+    if (auto bytes = description.find("bytes"); bytes != description.end()) {
+        if (!isCount(*bytes, 1) || integerValue(*bytes) > static_cast<long long>(maxOversizeBytes)) {
+            return "\"bytes\" must be an integer from 1 to " + std::to_string(maxOversizeBytes);
+        }
+        script.oversizeBytes = static_cast<std::size_t>(integerValue(*bytes));
+    }
+    return script;
+}
+
+std::optional<std::string> Script::messageFor(std::int64_t id,
+                                              const std::function<Outcome()>& modelAnswer) const {
+    auto answer = [&] { return reply ? Outcome::reply(*reply) : modelAnswer(); };
+    switch (action) {
+    case ScriptAction::reply: return encodeOutcome(id, answer());
+    case ScriptAction::error: return jsonrpc::encodeError(id, error);
+    case ScriptAction::noReply: return std::nullopt;
+    case ScriptAction::garbage: return std::string(garbageMessage);
+    case ScriptAction::wrongId: return encodeOutcome(~id, answer());  // ~id never equals id
+    case ScriptAction::oversize: return paddedReply(id, oversizeBytes);
+    }
+    return std::nullopt;
+}
+
+void ScriptBook::add(std::vector<Script> scripts) {
+    for (auto& script : scripts) queues_[script.method].push_back(std::move(script));
+}
+
+std::optional<Script> ScriptBook::take(const std::string& method) {
+    auto found = queues_.find(method);
+    if (found == queues_.end() || found->second.empty()) return std::nullopt;
+    auto& queue = found->second;
+    Script script = queue.front();
+    if (script.times && --*queue.front().times == 0) queue.pop_front();
+    if (queue.empty()) queues_.erase(found);
+    return script;
+}
+
+}  // namespace kelvane::sim

@@ -1,0 +1,159 @@
+#include "server.hpp"
+
+#include "request_reader.hpp"
+
+#include <zmq_addon.hpp>
+
+#include <algorithm>
+#include <iostream>
+
+namespace kelvane::sim {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr milliseconds longestPollWait{100};
+// A client that sends more than this in one message is disconnected by ZeroMQ.
+constexpr std::int64_t largestRequestBytes = std::int64_t{16} << 20;
+constexpr std::size_t longestLoggedText = 300;
+
+std::string shortened(std::string text) {
+    if (text.size() > longestLoggedText) {
+        text.resize(longestLoggedText);
+        text += "...";
+    }
+    return text;
+}
+
+// Routing id frames, an empty delimiter, then the one JSON frame: what DEALER clients that send
+// the delimiter themselves and REQ clients both look like through a ROUTER.
+std::optional<std::pair<Frames, std::string>> splitMessage(std::vector<zmq::message_t>& parts) {
+    auto delimiter = std::find_if(parts.begin(), parts.end(),
+                                  [](const zmq::message_t& part) { return part.size() == 0; });
+    if (delimiter == parts.begin() || delimiter == parts.end() || parts.end() - delimiter != 2) {
+        return std::nullopt;
+    }
+    Frames envelope;
+    for (auto part = parts.begin(); part != delimiter; ++part) envelope.push_back(part->to_string());
+    return std::pair{std::move(envelope), parts.back().to_string()};
+}
+
+}  // namespace
+
+Server::Server(SimulatedFixture& fixture, bool quiet) : fixture_(fixture), quiet_(quiet) {
+    router_.set(zmq::sockopt::linger, 0);
+    router_.set(zmq::sockopt::maxmsgsize, largestRequestBytes);
+}
+
+std::string Server::bind(const std::string& endpoint) {
+    router_.bind(endpoint);
+    return router_.get(zmq::sockopt::last_endpoint);
+}
+
+void Server::run(const std::function<bool()>& stopRequested) {
+    while (!stopRequested()) {
+        auto wait = longestPollWait;
+        if (auto due = delayed_.nextDue()) {
+            auto untilDue = std::chrono::ceil<milliseconds>(*due - Clock::now());
+            wait = std::clamp(untilDue, milliseconds(0), longestPollWait);
+        }
+        zmq_pollitem_t item{router_.handle(), 0, ZMQ_POLLIN, 0};
+        int ready = zmq_poll(&item, 1, static_cast<long>(wait.count()));
+        if (ready < 0 && zmq_errno() != EINTR) throw zmq::error_t();
+        if (ready > 0) receiveAll();
+        sendDue();
+    }
+}
+
+void Server::receiveAll() {
+    while (true) {
+        std::vector<zmq::message_t> parts;
+        if (!zmq::recv_multipart(router_, std::back_inserter(parts), zmq::recv_flags::dontwait)) return;
+        auto message = splitMessage(parts);
+        if (!message) {
+            log("dropped a message without routing id, delimiter and one body frame");
+            continue;
+        }
+        handle(message->first, message->second);
+    }
+}
+
+void Server::handle(const Frames& envelope, std::string_view text) {
+    auto read = readRequest(text);
+    if (std::holds_alternative<Dropped>(read)) {
+        log("dropped unreadable request: " + shortened(std::string(text)));
+        return;
+    }
+    if (auto* rejection = std::get_if<Rejection>(&read)) {
+        log("rejected request: " + rejection->error.message);
+        reply(envelope, jsonrpc::encodeError(rejection->id, rejection->error));
+        return;
+    }
+    const auto& request = std::get<jsonrpc::Request>(read);
+    log(request.method + " " + shortened(jsonrpc::toJson(request.params)));
+    if (ControlSurface::handles(request.method)) {
+        reply(envelope, encodeOutcome(request.id, control_.call(request)));
+        return;
+    }
+    serveControllerRequest(envelope, request);
+}
+
+void Server::serveControllerRequest(const Frames& envelope, const jsonrpc::Request& request) {
+    journal_.record(request);
+    auto script = scripts_.take(request.method);
+    if (!script) {
+        reply(envelope, encodeOutcome(request.id, modelAnswer(request)));
+        return;
+    }
+    auto message = script->messageFor(request.id, [&] { return modelAnswer(request); });
+    if (!message) {
+        log("  (scripted: no reply)");
+        return;
+    }
+    Frames frames = envelope;
+    frames.emplace_back();
+    frames.push_back(std::move(*message));
+    if (script->delay.count() > 0) {
+        log("  (scripted: sent in " + std::to_string(script->delay.count()) + " ms)");
+        delayed_.schedule(Clock::now() + script->delay, std::move(frames));
+        return;
+    }
+    send(frames);
+}
+
+Outcome Server::modelAnswer(const jsonrpc::Request& request) {
+    if (auto outcome = fixture_.call(request)) return *outcome;
+    return Outcome::failure(jsonrpc::methodNotFoundError, "method not found: " + request.method);
+}
+
+void Server::reply(const Frames& envelope, std::string message) {
+    Frames frames = envelope;
+    frames.emplace_back();
+    frames.push_back(std::move(message));
+    send(frames);
+}
+
+// A client that has gone away simply misses its reply; nothing a client does stops the server.
+void Server::send(const Frames& frames) {
+    if (!quiet_ && !frames.empty()) log("  -> " + shortened(frames.back()));
+    try {
+        for (std::size_t i = 0; i < frames.size(); ++i) {
+            auto flags = zmq::send_flags::dontwait;
+            if (i + 1 < frames.size()) flags = flags | zmq::send_flags::sndmore;
+            if (!router_.send(zmq::buffer(frames[i]), flags)) return;
+        }
+    } catch (const zmq::error_t& error) {
+        log(std::string("reply not sent: ") + error.what());
+    }
+}
+
+void Server::sendDue() {
+    for (const auto& frames : delayed_.takeDue(Clock::now())) send(frames);
+}
+
+void Server::log(const std::string& line) const {
+    if (!quiet_) std::cerr << line << '\n';
+}
+
+}  // namespace kelvane::sim

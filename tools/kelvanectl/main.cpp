@@ -1,0 +1,172 @@
+// kelvanectl: one fixture operation per command, for a station engineer at a fixture. It uses
+// nothing but the library's C interface, the same one the test station uses.
+#include "commands.hpp"
+#include "console.hpp"
+#include "outcome.hpp"
+#include "progress.hpp"
+#include "report.hpp"
+
+#include <kelvane/kelvane.h>
+
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace kelvanectl {
+namespace {
+
+// The C interface always reaches the controller on this port.
+constexpr int controllerPort = 7805;
+
+constexpr const char* helpFooter =
+    "LEDs have no C interface and cannot be driven from here.\n"
+    "Exit status: 0 done, 1 the fixture refused or gave no reply, 2 the controller cannot be\n"
+    "reached, 64 usage error. The library's own step-by-step log is shown with --log.";
+
+struct Settings {
+    std::string ip = "127.0.0.1";
+    bool json = false;
+    bool showLibraryLog = false;
+};
+
+using Action = std::function<Report(const Settings&, Console&)>;
+
+class Stopwatch {
+public:
+    double seconds() const {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    }
+
+private:
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+Outcome unreachable(const std::string& label, const Settings& settings) {
+    return failed(label == "connect" ? nlohmann::json(0) : nlohmann::json(nullptr),
+                  "cannot reach the fixture controller at " + settings.ip + ":" +
+                      std::to_string(controllerPort) + " (is it powered and on the network?)",
+                  exitUnreachable);
+}
+
+Report runOnDevice(const DeviceCommand& command, const std::string& label, const Settings& settings,
+                   Console& console) {
+    Stopwatch stopwatch;
+    KelvaneHandle device = createKelvaneDev(settings.ip.c_str());
+    Outcome outcome;
+    if (getConnectFlag(device) != 1) {
+        outcome = unreachable(label, settings);
+    } else {
+        std::optional<Progress> progress;
+        // The library's own log, when shown, shares the terminal line; the spinner stays out of its
+        // way.
+        bool watched = console.isTerminal() && !settings.showLibraryLog;
+        if (command.moves && watched) progress.emplace(console.messages(), label);
+        outcome = command.run(device);  // copies the library's text before the next call
+    }
+    destroyKelvaneDev(device);
+    return {label, outcome, stopwatch.seconds(), command.moves};
+}
+
+CLI::App* addDeviceCommand(CLI::App& parent, DeviceCommand command, std::string label,
+                           Action& chosen) {
+    CLI::App* sub = parent.add_subcommand(command.name, command.description);
+    sub->callback([&chosen, command = std::move(command), label = std::move(label)] {
+        chosen = [command, label](const Settings& settings, Console& console) {
+            return runOnDevice(command, label, settings, console);
+        };
+    });
+    return sub;
+}
+
+Report decodeHex(const std::string& hex) {
+    Stopwatch stopwatch;
+    char* decoded = stringFromHexString(hex.c_str());
+    Outcome outcome =
+        decoded ? succeeded(std::string(decoded)) : failed(nullptr, "nothing to decode", exitUsage);
+    std::free(decoded);
+    return {"hex", outcome, stopwatch.seconds()};
+}
+
+Report checkFloat(const std::string& text) {
+    Stopwatch stopwatch;
+    bool pure = isPureFloat(text.c_str());
+    return {"is-float", succeeded(pure), stopwatch.seconds()};
+}
+
+struct Inputs {
+    Arguments arguments;
+    std::string hexText;
+    std::string floatText;
+};
+
+void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
+    Arguments& arguments = inputs.arguments;
+    for (auto& command : plainCommands()) {
+        std::string label = command.name;
+        addDeviceCommand(app, std::move(command), std::move(label), chosen);
+    }
+    addDeviceCommand(app, lockCommand(arguments), "lock", chosen)
+        ->add_option("state", arguments.lockState, "on or off")
+        ->required()
+        ->check(CLI::IsMember({"on", "off"}));
+
+    CLI::App* fan = app.add_subcommand(
+        "fan", "Set (fan set <fan> <speed>) or read (fan get <fan>) a fan's speed");
+    fan->require_subcommand(1);
+    CLI::App* fanSet = addDeviceCommand(*fan, fanSetCommand(arguments), "fan set", chosen);
+    fanSet->add_option("fan", arguments.fan, "Fan number")->required();
+    fanSet->add_option("speed", arguments.fanSpeed, "Speed")->required();
+    addDeviceCommand(*fan, fanGetCommand(arguments), "fan get", chosen)
+        ->add_option("fan", arguments.fan, "Fan number")
+        ->required();
+
+    CLI::App* io = addDeviceCommand(app, ioCommand(arguments), "io", chosen);
+    io->add_option("line", arguments.ioLine, "IO line")->required();
+    io->add_option("state", arguments.ioState, "State")->required();
+
+    CLI::App* hex =
+        app.add_subcommand("hex", "Decode a hex text, e.g. 414243 gives ABC (no fixture needed)");
+    hex->add_option("hex-text", inputs.hexText, "Pairs of hex digits")->required();
+    hex->callback(
+        [&] { chosen = [&](const Settings&, Console&) { return decodeHex(inputs.hexText); }; });
+
+    CLI::App* isFloat = app.add_subcommand(
+        "is-float", "Tell whether a text is one floating-point number (no fixture needed)");
+    isFloat->add_option("text", inputs.floatText, "The text to check")->required();
+    isFloat->callback(
+        [&] { chosen = [&](const Settings&, Console&) { return checkFloat(inputs.floatText); }; });
+}
+
+int run(int argc, char** argv) {
+    CLI::App app{"Drive a Kelvane test fixture, one operation per command.", "kelvanectl"};
+    Settings settings;
+    app.add_option("--ip", settings.ip, "Address of the fixture controller (port 7805)")
+        ->capture_default_str();
+    app.add_flag("--json", settings.json, "Print one JSON object per command, for scripts");
+    app.add_flag("--log", settings.showLibraryLog,
+                 "Show the library's step-by-step log on standard error");
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.footer(helpFooter);
+
+    Inputs inputs;
+    Action chosen;
+    addCommands(app, inputs, chosen);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        int status = app.exit(error);
+        return status == 0 ? exitOk : exitUsage;
+    }
+    Console console(settings.showLibraryLog);
+    return publish(chosen(settings, console), settings.json, console.messages());
+}
+
+}  // namespace
+}  // namespace kelvanectl
+
+int main(int argc, char** argv) { return kelvanectl::run(argc, argv); }
