@@ -1,6 +1,6 @@
 // One "server.mode" round trip through RPCClientWrapper, against the same round trip made with
 // a bare DEALER socket sending the same JSON text, both to one kelvane-sim. The ratio of the two
-// is what the client's own machinery (hand-over between threads, id matching, JSON) costs.
+// is what the client's own machinery (locking, id matching, JSON, waiting) costs.
 #include "rpc/json_rpc.hpp"
 #include "rpc/methods.hpp"
 #include "rpc/rpc_client_wrapper.hpp"
@@ -11,6 +11,7 @@
 #include <zmq_addon.hpp>
 
 #include <cstdio>
+#include <exception>
 #include <map>
 #include <memory>
 #include <numeric>
@@ -48,7 +49,8 @@ void BareDealerRoundTrip(benchmark::State& state) {
     std::int64_t id = 0;
     const std::string method(kelvane::methods::serverMode);
     for (auto _ : state) {
-        std::string request = kelvane::jsonrpc::encodeRequest({++id, method, kelvane::Value::array(), nullptr});
+        std::string request =
+            kelvane::jsonrpc::encodeRequest({++id, method, kelvane::Value::array(), nullptr});
         dealer.send(zmq::message_t(), zmq::send_flags::sndmore);
         dealer.send(zmq::buffer(request), zmq::send_flags::none);
         std::vector<zmq::message_t> reply;
@@ -72,7 +74,9 @@ public:
         for (const auto& run : runs) {
             if (run.error_occurred) continue;
             auto& times = times_[run.run_name.function_name];
-            if (run.run_type == Run::RT_Iteration) times.iterations.push_back(run.GetAdjustedRealTime());
+            if (run.run_type == Run::RT_Iteration) {
+                times.iterations.push_back(run.GetAdjustedRealTime());
+            }
             if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median") {
                 times.median = run.GetAdjustedRealTime();
             }
@@ -110,11 +114,16 @@ private:
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    SimulatorProcess sim;
-    simulator = &sim;
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printRatio();
+    try {
+        SimulatorProcess sim;
+        simulator = &sim;
+        RatioReporter reporter;
+        benchmark::RunSpecifiedBenchmarks(&reporter);
+        reporter.printRatio();
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "cannot run the transport benchmarks: %s\n", failure.what());
+        return 1;
+    }
     benchmark::Shutdown();
     return 0;
 }

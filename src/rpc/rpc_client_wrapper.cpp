@@ -37,7 +37,7 @@ constexpr std::chrono::milliseconds longestCallTimeout = std::chrono::hours(24);
 
 const std::string closedText = "RPC client closed";
 
-// A self-pipe: one thread rouses another that is blocked in zmq_poll. Signals do not count;
+// A self-pipe: one thread rouses another that is blocked in poll. Signals do not count;
 // one byte or many, the sleeper wakes once and drains them all.
 class WakePipe {
 public:
@@ -84,7 +84,8 @@ struct Outgoing {
     std::string text;
 };
 
-std::chrono::milliseconds callTimeout(const Value& kwargs, const RPCClientWrapper::Options& options) {
+std::chrono::milliseconds callTimeout(const Value& kwargs,
+                                      const RPCClientWrapper::Options& options) {
     if (kwargs.is_object()) {
         auto timeout = kwargs.find("timeout_ms");
         if (timeout != kwargs.end() && timeout->is_number() && integerValue(*timeout) >= 0) {
@@ -183,27 +184,44 @@ struct RPCClientWrapper::Impl {
         while (!call.done && SteadyClock::now() < deadline) {
             if (!leading) {
                 leading = true;
+                HandOver handOver{*this, lock};
                 lead(lock, call, deadline);
-                leading = false;
-                for (auto& [id, other] : pending) other->changed.notify_one();  // one takes over
                 return;
             }
             call.changed.wait_until(lock, deadline, [&] { return call.done || !leading; });
         }
     }
 
+    // When a leader leaves, however it leaves, every waiting caller looks; the first to get the
+    // mutex leads next.
+    struct HandOver {
+        Impl& impl;
+        std::unique_lock<std::mutex>& lock;
+        ~HandOver() {
+            if (!lock.owns_lock()) lock.lock();
+            impl.leading = false;
+            for (auto& [id, other] : impl.pending) other->changed.notify_one();
+        }
+    };
+
     // --- the leader -------------------------------------------------------------------------
 
-    void lead(std::unique_lock<std::mutex>& lock, PendingCall& call, SteadyClock::time_point deadline) {
+    void lead(std::unique_lock<std::mutex>& lock, PendingCall& call,
+              SteadyClock::time_point deadline) {
         while (!call.done && !closed) {
-            std::erase_if(outbox, [this](const Outgoing& request) { return !pending.contains(request.id); });
+            // Requests of calls that timed out before they went out are not sent at all.
+            std::erase_if(outbox, [this](const Outgoing& request) {
+                return !pending.contains(request.id);
+            });
             auto sending = std::exchange(outbox, {});
             lock.unlock();
             auto unsent = sendAll(sending);
             std::optional<jsonrpc::Reply> reply;
             if (unsent.empty() && waitForTraffic(deadline)) reply = receiveOne();
             lock.lock();
-            for (auto id : unsent) finish(id, nullptr, RpcError{jsonrpc::notConnectedError, notReachableText()});
+            for (auto id : unsent) {
+                finish(id, nullptr, RpcError{jsonrpc::notConnectedError, notReachableText()});
+            }
             if (reply) finish(reply->id, std::move(reply->result), std::move(reply->error));
             if (!call.done && SteadyClock::now() >= deadline) return;
         }
@@ -220,9 +238,8 @@ struct RPCClientWrapper::Impl {
 
     bool sendOne(const std::string& text) {
         try {
-            if (!dealer.send(zmq::message_t(), zmq::send_flags::sndmore | zmq::send_flags::dontwait)) {
-                return false;
-            }
+            auto delimiterFlags = zmq::send_flags::sndmore | zmq::send_flags::dontwait;
+            if (!dealer.send(zmq::message_t(), delimiterFlags)) return false;
             // The delimiter went out, so ZeroMQ takes the body of the same message at once.
             dealer.send(zmq::buffer(text), zmq::send_flags::dontwait);
             return true;
@@ -260,9 +277,9 @@ struct RPCClientWrapper::Impl {
     std::optional<jsonrpc::Reply> receiveOne() {
         std::vector<zmq::message_t> parts;
         try {
-            if (!zmq::recv_multipart(dealer, std::back_inserter(parts), zmq::recv_flags::dontwait)) {
-                return std::nullopt;
-            }
+            auto received = zmq::recv_multipart(dealer, std::back_inserter(parts),
+                                                zmq::recv_flags::dontwait);
+            if (!received) return std::nullopt;
         } catch (const zmq::error_t&) {
             return std::nullopt;
         }
@@ -328,7 +345,9 @@ struct RPCClientWrapper::Impl {
         }
     }
 
-    std::string notReachableText() const { return "controller at " + endpoint + " is not reachable"; }
+    std::string notReachableText() const {
+        return "controller at " + endpoint + " is not reachable";
+    }
 };
 
 std::shared_ptr<RPCClientWrapper> RPCClientWrapper::initWithIP(const std::string& ip,
@@ -384,17 +403,29 @@ Value RPCClientWrapper::call(const std::string& method, const Value& args, const
         }
     } leaving{impl};  // declared after the lock, so it runs while the mutex is still held
 
+
     if (!impl.waitForConnection(lock, deadline)) {
         if (impl.closed) return fail(jsonrpc::clientClosedError, closedText);
         return fail(jsonrpc::notConnectedError, impl.notReachableText());
     }
     PendingCall pending;
     impl.pending.emplace(id, &pending);
+    // However the call ends, the table keeps no pointer to this frame: a reply that still comes
+    // for this id is dropped, never handed to another call.
+    struct Forget {
+        Impl& impl;
+        std::unique_lock<std::mutex>& lock;
+        std::int64_t id;
+        ~Forget() {
+            if (!lock.owns_lock()) lock.lock();
+            impl.pending.erase(id);
+        }
+    } forget{impl, lock, id};
+
     impl.outbox.push_back({id, std::move(request)});
     if (impl.leading) impl.leaderWake.signal();
     impl.awaitReply(lock, pending, deadline);
     if (!pending.done) {
-        impl.pending.erase(id);  // a reply that still comes is dropped, never handed on
         return fail(jsonrpc::timeoutError,
                     method + " timed out after " + std::to_string(timeout.count()) + " ms");
     }

@@ -1,8 +1,10 @@
 // RPCClientWrapper: the ZeroMQ transport to a controller board (see docs/protocol.md).
 //
-// One DEALER socket per client, owned by an I/O thread of the client's own. Callers on any
-// thread hand their request to that thread and wait for the reply with their id; replies are
-// matched by id, so concurrent calls never receive each other's answers.
+// One DEALER socket per client. Callers on any thread may call at once: the caller that finds
+// the socket free sends and receives on it for everyone until its own reply is in, and hands
+// each reply to the caller with that id, so concurrent calls never receive each other's answers
+// and a lone call makes its round trip without waking another thread. Destroying the client
+// fails the calls still waiting (with clientClosedError) and returns once they have left.
 #pragma once
 
 #include <kelvane/RpcClient.hpp>

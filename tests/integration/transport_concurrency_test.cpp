@@ -32,9 +32,9 @@ TEST_F(TransportConcurrencyTest, ThreadsSharingOneClientEachGetTheirOwnReplies) 
                 Value set = client->call(setFanSpeed, {fan, speed}, nullptr, &error);
                 Value got = client->call(getFanSpeed, {fan}, nullptr, &error);
                 if (set != "done" || got != speed || error) {
-                    faults.push_back("fan " + std::to_string(fan) + " set " + std::to_string(speed) +
-                                     ": " + describe(set) + ", read " + describe(got) +
-                                     (error ? ", " + error->text() : ""));
+                    faults.push_back("fan " + std::to_string(fan) + " set " +
+                                     std::to_string(speed) + ": " + describe(set) + ", read " +
+                                     describe(got) + (error ? ", " + error->text() : ""));
                 }
             }
             return faults;

@@ -98,8 +98,9 @@ TEST_F(TransportOutageTest, ClosingWithCallsInFlightFailsThemAndReturnsPromptly)
     RPCClientWrapper* borrowed = client.get();
     std::vector<std::future<Answer>> inFlight;
     for (int i = 0; i < 3; ++i) {
-        inFlight.push_back(std::async(std::launch::async,
-                                      [&] { return ask(*borrowed, fanSpeed, {{"timeout_ms", 20000}}); }));
+        inFlight.push_back(std::async(std::launch::async, [&] {
+            return ask(*borrowed, fanSpeed, {{"timeout_ms", 20000}});
+        }));
     }
     ASSERT_TRUE(eventually([&] { return sim.control("sim.journal").size() == 3; }));
 

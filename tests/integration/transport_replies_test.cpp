@@ -4,6 +4,8 @@
 
 #include "rpc/methods.hpp"
 
+#include <limits>
+
 namespace kelvane::testing {
 namespace {
 
@@ -37,7 +39,9 @@ protected:
 TEST_F(TransportRepliesTest, ResultNullResultAndErrorReachTheCallerAsSent) {
     script({{"method", fanSpeed}, {"reply", "in_done"}, {"times", 1}});
     script({{"method", fanSpeed}, {"reply", nullptr}, {"times", 1}});
-    script({{"method", fanSpeed}, {"action", "error"}, {"error", {{"code", 7}, {"message", "boom"}}},
+    script({{"method", fanSpeed},
+            {"action", "error"},
+            {"error", {{"code", 7}, {"message", "boom"}}},
             {"times", 2}});
 
     EXPECT_EQ(call(fanSpeed, {1}), "in_done");
@@ -68,6 +72,15 @@ TEST_F(TransportRepliesTest, SilentControllerGivesTimeoutErrorAfterTimeoutMsPlus
     // The margin lets the controller's own answer arrive after timeout_ms has passed.
     script({{"method", fanSpeed}, {"reply", "slow but in time"}, {"delay_ms", 300}, {"times", 1}});
     EXPECT_EQ(timedCall(fanSpeed, {{"timeout_ms", 0}}).reply, "slow but in time");
+}
+
+TEST_F(TransportRepliesTest, OddTimeoutMsValuesNeitherOverflowNorLoseTheReply) {
+    for (Value timeout : {Value(std::numeric_limits<std::int64_t>::max()), Value(-5), Value(1.5),
+                          Value("soon"), Value(nullptr)}) {
+        auto answered = timedCall(fanSpeed, {{"timeout_ms", timeout}});
+        EXPECT_FALSE(answered.error) << describe(timeout) << ": " << answered.error->text();
+        EXPECT_EQ(answered.reply, 0) << describe(timeout);
+    }
 }
 
 TEST_F(TransportRepliesTest, CallWithoutTimeoutMsWaitsTheDefaultThreeSecondsNotForever) {

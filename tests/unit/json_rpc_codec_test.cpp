@@ -12,7 +12,8 @@ Value sent(const Request& request) { return Value::parse(encodeRequest(request))
 
 TEST(JsonRpcRequest, CarriesParamsAlwaysAndKwargsOnlyWhenGiven) {
     Value plain = sent({7, "server.mode", Value::array(), nullptr});
-    EXPECT_EQ(plain, Value::parse(R"({"jsonrpc":"2.0","id":7,"method":"server.mode","params":[]})"));
+    EXPECT_EQ(plain,
+              Value::parse(R"({"jsonrpc":"2.0","id":7,"method":"server.mode","params":[]})"));
 
     Value ioList = Value::array({Value::array({Value::array({10, 0})})});
     Value withKwargs = sent({8, "vantrel.fixture_io_set", ioList, Value{{"timeout_ms", 20000}}});
