@@ -4,9 +4,12 @@
 #include "simulator_process.hpp"
 
 #include "rpc/json_rpc.hpp"
+#include "rpc/methods.hpp"
 #include "rpc/rpc_client_wrapper.hpp"
 
 #include <gtest/gtest.h>
+#include <zmq.hpp>
+#include <zmq_addon.hpp>
 
 #include <chrono>
 #include <functional>
@@ -18,25 +21,49 @@ class SimulatorTest : public ::testing::Test {
 protected:
     explicit SimulatorTest(std::vector<std::string> args = {}) : sim(std::move(args)) {}
 
-    // A call that must be answered with a result.
-    Value call(const std::string& method, const Value& params = Value::array(),
-               const Value& kwargs = nullptr) {
+    // The reply and the error of one call through the real client.
+    std::pair<Value, std::optional<RpcError>> ask(std::string_view method, const Value& params = Value::array(),
+                                                  const Value& kwargs = nullptr) {
         std::optional<RpcError> error;
-        Value reply = client->call(method, params, kwargs, &error);
+        Value reply = client->call(std::string(method), params, kwargs, &error);
+        return {reply, error};
+    }
+    // A call that must be answered with a result.
+    Value call(std::string_view method, const Value& params = Value::array(), const Value& kwargs = nullptr) {
+        auto [reply, error] = ask(method, params, kwargs);
         EXPECT_FALSE(error) << method << ": " << error->text();
         return reply;
     }
-
-    // A call that must fail; its error.
-    RpcError failure(const std::string& method, const Value& params = Value::array(),
-                     const Value& kwargs = nullptr) {
-        std::optional<RpcError> error;
-        Value reply = client->call(method, params, kwargs, &error);
+    // The error code of a call that must fail.
+    int failure(std::string_view method, const Value& params = Value::array(), const Value& kwargs = nullptr) {
+        auto [reply, error] = ask(method, params, kwargs);
         EXPECT_TRUE(error) << method << " answered " << describe(reply);
-        return error.value_or(RpcError{});
+        return error ? error->code : 0;
+    }
+    void script(const Value& description) {
+        EXPECT_EQ(sim.control("sim.script", Value::array({description})), "done");
     }
 
-    Value sensors() { return sim.control("sim.state")["sensors"]; }
+    // Sends each text as a request on a raw DEALER socket, bypassing the client's checks, and
+    // returns the texts of the first `replies` answers ("" for one that did not come).
+    std::vector<std::string> rawExchange(const std::vector<std::string>& requests, std::size_t replies) {
+        zmq::context_t context;
+        zmq::socket_t dealer(context, zmq::socket_type::dealer);
+        dealer.set(zmq::sockopt::linger, 0);
+        dealer.set(zmq::sockopt::rcvtimeo, 5000);
+        dealer.connect(sim.endpoint());
+        for (const auto& text : requests) {
+            dealer.send(zmq::message_t(), zmq::send_flags::sndmore);
+            dealer.send(zmq::buffer(text));
+        }
+        std::vector<std::string> answers;
+        for (std::vector<zmq::message_t> parts; answers.size() < replies; parts.clear()) {
+            EXPECT_TRUE(zmq::recv_multipart(dealer, std::back_inserter(parts)));
+            EXPECT_EQ(parts.size(), 2u) << "an empty delimiter, then the reply";
+            answers.push_back(parts.empty() ? "" : parts.back().to_string());
+        }
+        return answers;
+    }
 
     // Polls (a real process, so real time) until the condition holds or a generous bound passes.
     static bool eventually(const std::function<bool()>& condition) {

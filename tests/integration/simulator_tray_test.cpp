@@ -1,8 +1,6 @@
 // The simulated mechanics: the tray moves only as a real fixture allows, and the sensors follow.
 #include "simulator_test_support.hpp"
 
-#include "rpc/methods.hpp"
-
 namespace kelvane::testing {
 namespace {
 
@@ -15,76 +13,64 @@ const Value inAndDown = {{"down", 1}, {"in", 1}, {"out", 0}, {"up", 0}};
 class SimulatorTrayTest : public SimulatorTest {
 protected:
     SimulatorTrayTest() : SimulatorTest({"--travel-ms", "150", "--lift-ms", "100"}) {}
-
+    Value sensors() { return sim.control("sim.state")["sensors"]; }
     bool sensorsBecome(const Value& expected) {
         return eventually([&] { return sensors() == expected; });
     }
+    void set(const Value& changes) { sim.control("sim.set", Value::array({changes})); }
 };
 
 TEST_F(SimulatorTrayTest, FullCycleAcknowledgesEachMoveAndSensorsFollowTheTray) {
     EXPECT_EQ(sensors(), outAndUp);
-    EXPECT_EQ(call(std::string(m::outSensorRead)), 1);
-    EXPECT_EQ(call(std::string(m::inSensorRead)), 0);
-
-    EXPECT_EQ(call(std::string(m::fixtureIn)), "in_done");
-    EXPECT_EQ(call(std::string(m::outSensorRead)), 0) << "OUT must drop as soon as the tray leaves";
+    EXPECT_EQ(call(m::fixtureIn), "in_done");
+    EXPECT_EQ(call(m::outSensorRead), 0) << "OUT must drop as soon as the tray leaves";
     ASSERT_TRUE(sensorsBecome(inAndUp));
-    EXPECT_TRUE(isNumberOne(call(std::string(m::inSensorRead)))) << "sensors answer the number 1";
-
-    EXPECT_EQ(call(std::string(m::fixtureDown)), "down_done");
+    EXPECT_TRUE(isNumberOne(call(m::inSensorRead))) << "sensors answer the number 1";
+    EXPECT_EQ(call(m::fixtureDown), "down_done");
     ASSERT_TRUE(sensorsBecome(inAndDown));
-    EXPECT_EQ(call(std::string(m::fixtureUp)), "up_done");
+    EXPECT_EQ(call(m::fixtureUp), "up_done");
     ASSERT_TRUE(sensorsBecome(inAndUp));
-    EXPECT_EQ(call(std::string(m::fixtureOut)), "out_done");
+    EXPECT_EQ(call(m::fixtureOut), "out_done");
     ASSERT_TRUE(sensorsBecome(outAndUp));
-    EXPECT_EQ(sim.control("sim.state")["tray"]["moving"], nullptr);
 }
 
-TEST_F(SimulatorTrayTest, MovesTheMechanicsForbidAreRefusedWithoutMoving) {
-    EXPECT_EQ(call(std::string(m::fixtureDown)), "down_refused: tray is not in");
-    EXPECT_EQ(sensors(), outAndUp);
-
-    sim.control("sim.set", {{{"tray", {{"horizontal", "IN"}, {"vertical", "DOWN"}}}}});
-    EXPECT_EQ(call(std::string(m::fixtureOut)), "out_refused: tray is not up");
-    EXPECT_EQ(call(std::string(m::fixtureIn)), "in_refused: tray is not up");
+TEST_F(SimulatorTrayTest, ForbiddenMovesAreRefusedWithoutMovingAndNothingIsActiveWhileTravelling) {
+    EXPECT_EQ(call(m::fixtureDown), "down_refused: tray is not in");
+    set({{"tray", {{"horizontal", "IN"}, {"vertical", "DOWN"}}}});
+    EXPECT_EQ(call(m::fixtureOut), "out_refused: tray is not up");
+    EXPECT_EQ(call(m::fixtureIn), "in_refused: tray is not up");
     EXPECT_EQ(sensors(), inAndDown);
-    EXPECT_EQ(call(std::string(m::fixtureUp)), "up_done") << "rising is always allowed";
-}
+    EXPECT_EQ(call(m::fixtureUp), "up_done") << "rising is always allowed";
+    ASSERT_TRUE(sensorsBecome(inAndUp));
 
-TEST_F(SimulatorTrayTest, WhileTravellingNoPositionSensorIsActiveAndLoweringIsRefused) {
-    sim.control("sim.set", {{{"travel_ms", 60000}}});
-    EXPECT_EQ(call(std::string(m::fixtureIn)), "in_done");
+    set({{"travel_ms", 60000}});
+    EXPECT_EQ(call(m::fixtureOut), "out_done");
     EXPECT_EQ(sensors(), (Value{{"down", 0}, {"in", 0}, {"out", 0}, {"up", 1}}));
-    EXPECT_EQ(call(std::string(m::fixtureDown)), "down_refused: tray is not in");
-    EXPECT_EQ(sim.control("sim.state")["tray"]["moving"]["to"], "IN");
+    EXPECT_EQ(call(m::fixtureDown), "down_refused: tray is not in");
 }
 
 TEST_F(SimulatorTrayTest, StuckSensorReadsItsValueAndStalledMoveNeverCompletesUntilCleared) {
-    sim.control("sim.set", {{{"stuck", {{"up", 0}, {"in", "1"}}}}});
-    EXPECT_EQ(call(std::string(m::upSensorRead)), 0);
-    EXPECT_EQ(call(std::string(m::inSensorRead)), "1");
-    EXPECT_EQ(call(std::string(m::fixtureIn)), "in_done") << "a stuck sensor does not block the mechanics";
-    sim.control("sim.set", {{{"stuck", nullptr}}});
+    set({{"stuck", {{"up", 0}, {"in", "1"}}}});
+    EXPECT_EQ(call(m::upSensorRead), 0);
+    EXPECT_EQ(call(m::inSensorRead), "1");
+    EXPECT_EQ(call(m::fixtureIn), "in_done") << "a stuck sensor does not block the mechanics";
+    set({{"stuck", nullptr}});
     ASSERT_TRUE(sensorsBecome(inAndUp));
 
-    sim.control("sim.set", {{{"stall", "out"}, {"travel_ms", 0}}});
-    EXPECT_EQ(call(std::string(m::fixtureOut)), "out_done");
-    EXPECT_EQ(call(std::string(m::outSensorRead)), 0) << "even an instant move stays under way";
-    EXPECT_TRUE(sim.control("sim.state")["tray"]["moving"]["stalled"].get<bool>());
-    sim.control("sim.set", {{{"stall", nullptr}}});
+    set({{"stall", "out"}, {"travel_ms", 0}});
+    EXPECT_EQ(call(m::fixtureOut), "out_done");
+    EXPECT_EQ(call(m::outSensorRead), 0) << "even an instant move stays under way";
+    set({{"stall", nullptr}});
     ASSERT_TRUE(sensorsBecome(outAndUp));
 }
 
 TEST_F(SimulatorTrayTest, SetRejectsUnknownKeysAndBadValues) {
-    std::optional<RpcError> error;
-    sim.control("sim.set", {{{"stall", "sideways"}}}, &error);
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->code, jsonrpc::invalidParamsError);
-    sim.control("sim.set", {{{"gravity", 1}}}, &error);
-    ASSERT_TRUE(error);
-    EXPECT_NE(error->message.find("unknown setting \"gravity\""), std::string::npos);
-    sim.control("sim.set", {{{"travel_ms", -1}}}, &error);
-    EXPECT_TRUE(error);
+    for (Value bad : {Value{{"stall", "sideways"}}, Value{{"gravity", 1}}, Value{{"travel_ms", -1}}}) {
+        std::optional<RpcError> error;
+        sim.control("sim.set", Value::array({bad}), &error);
+        ASSERT_TRUE(error) << bad.dump();
+        EXPECT_EQ(error->code, jsonrpc::invalidParamsError) << bad.dump();
+    }
 }
 
 }  // namespace

@@ -30,93 +30,55 @@ constexpr milliseconds stopGrace{2000};
 constexpr int restartAttempts = 20;
 constexpr milliseconds restartPause{100};
 constexpr std::string_view listeningPrefix = "listening on ";
-constexpr const char* anyLoopbackPort = "tcp://127.0.0.1:*";
-
-struct Child {
-    pid_t pid;
-    int output;  // read end of the child's stdout
-};
 
 // fork + exec rather than posix_spawn so the child can ask to be ended with the test process:
-// a crashed test must not leave simulators running.
-Child spawn(const std::string& executable, const std::vector<std::string>& args) {
+// a crashed test must not leave simulators running. Returns the pid and the child's stdout.
+std::pair<pid_t, int> spawn(const std::string& executable, const std::vector<std::string>& args) {
     int pipeFds[2];
-    if (::pipe2(pipeFds, O_CLOEXEC) != 0) throw std::runtime_error("kelvane-sim: pipe failed");
-    std::vector<char*> argv;
-    argv.push_back(const_cast<char*>(executable.c_str()));
+    if (::pipe2(pipeFds, O_CLOEXEC) != 0) throw std::runtime_error("kelvane-sim: no pipe");
+    std::vector<char*> argv{const_cast<char*>(executable.c_str())};
     for (const auto& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
     argv.push_back(nullptr);
-
     pid_t pid = ::fork();
-    if (pid < 0) {
-        ::close(pipeFds[0]);
-        ::close(pipeFds[1]);
-        throw std::runtime_error("kelvane-sim: fork failed");
-    }
     if (pid == 0) {  // only async-signal-safe calls until exec
 #ifdef __linux__
-        ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+        ::prctl(PR_SET_PDEATHSIG, SIGTERM);  // a test that crashes takes its simulator along
 #endif
         ::dup2(pipeFds[1], STDOUT_FILENO);
         ::execv(executable.c_str(), argv.data());
         ::_exit(127);
     }
     ::close(pipeFds[1]);
+    if (pid < 0) {
+        ::close(pipeFds[0]);
+        throw std::runtime_error("kelvane-sim: fork failed");
+    }
     return {pid, pipeFds[0]};
 }
 
-// The first line the child writes, or what went wrong.
-std::string readFirstLine(int fd, Clock::time_point deadline, bool& timedOut) {
+// The first line the child writes; empty when it exits or stays silent until the deadline.
+std::string readFirstLine(int fd) {
+    auto deadline = Clock::now() + startDeadline;
     std::string line;
-    timedOut = false;
     while (line.find('\n') == std::string::npos) {
         auto left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now()).count();
-        if (left <= 0) {
-            timedOut = true;
-            break;
-        }
+        if (left <= 0) return "";
         pollfd item{fd, POLLIN, 0};
-        int ready = ::poll(&item, 1, static_cast<int>(left));
-        if (ready < 0 && errno == EINTR) continue;
-        if (ready <= 0) continue;
+        if (::poll(&item, 1, static_cast<int>(left)) <= 0) continue;
         char buffer[256];
         auto got = ::read(fd, buffer, sizeof buffer);
         if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) break;  // the child closed its stdout: it has exited
+        if (got <= 0) return "";  // the child closed its stdout: it has exited
         line.append(buffer, static_cast<std::size_t>(got));
     }
     return line.substr(0, line.find('\n'));
 }
 
-std::uint32_t portOf(const std::string& endpoint) {
-    auto colon = endpoint.rfind(':');
-    if (colon == std::string::npos) return 0;
-    try {
-        return static_cast<std::uint32_t>(std::stoul(endpoint.substr(colon + 1)));
-    } catch (const std::exception&) {
-        return 0;
-    }
-}
-
-std::string exitDescription(pid_t pid) {
-    int status = 0;
-    if (::waitpid(pid, &status, WNOHANG) != pid) return "still running";
-    if (WIFEXITED(status)) {
-        int code = WEXITSTATUS(status);
-        return code == 127 ? "could not be executed" : "exited with status " + std::to_string(code);
-    }
-    if (WIFSIGNALED(status)) return "killed by signal " + std::to_string(WTERMSIG(status));
-    return "ended";
-}
-
-bool waitForExit(pid_t pid, milliseconds grace) {
-    auto deadline = Clock::now() + grace;
-    while (Clock::now() < deadline) {
-        pid_t done = ::waitpid(pid, nullptr, WNOHANG);
-        if (done == pid || (done < 0 && errno == ECHILD)) return true;
-        std::this_thread::sleep_for(milliseconds(10));
-    }
-    return false;
+std::uint32_t portOf(const std::string& line) {
+    auto colon = line.rfind(':');
+    return colon == std::string::npos
+               ? 0
+               : static_cast<std::uint32_t>(std::strtoul(line.c_str() + colon + 1, nullptr, 10));
 }
 
 }  // namespace
@@ -127,7 +89,7 @@ SimulatorProcess::SimulatorProcess(std::vector<std::string> extraArgs, std::stri
         throw std::runtime_error("kelvane-sim not found or not executable at " + executable_ +
                                  " (build the kelvane-sim target)");
     }
-    start(anyLoopbackPort);
+    start("tcp://127.0.0.1:*");
 }
 
 SimulatorProcess::~SimulatorProcess() { stop(); }
@@ -139,16 +101,13 @@ std::string SimulatorProcess::endpoint() const {
 void SimulatorProcess::start(const std::string& bindEndpoint) {
     std::vector<std::string> args = {"--bind", bindEndpoint, "--quiet"};
     args.insert(args.end(), extraArgs_.begin(), extraArgs_.end());
-    Child child = spawn(executable_, args);
-    pid_ = child.pid;
-    bool timedOut = false;
-    std::string line = readFirstLine(child.output, Clock::now() + startDeadline, timedOut);
-    ::close(child.output);
+    auto [pid, output] = spawn(executable_, args);
+    pid_ = pid;
+    std::string line = readFirstLine(output);
+    ::close(output);
     if (!line.starts_with(listeningPrefix) || portOf(line) == 0) {
-        std::string why = timedOut ? "did not start within " + std::to_string(startDeadline.count()) + " ms"
-                                   : exitDescription(pid_);
         stop();
-        throw std::runtime_error("kelvane-sim at " + executable_ + " " + why +
+        throw std::runtime_error("kelvane-sim at " + executable_ + " did not start" +
                                  (line.empty() ? "" : "; it printed: " + line));
     }
     port_ = portOf(line);
@@ -159,11 +118,11 @@ void SimulatorProcess::stop() {
     controlClient_.reset();
     if (pid_ <= 0) return;
     ::kill(pid_, SIGTERM);
-    if (!waitForExit(pid_, stopGrace)) {
-        ::kill(pid_, SIGKILL);
-        ::waitpid(pid_, nullptr, 0);
+    for (auto deadline = Clock::now() + stopGrace; Clock::now() < deadline;) {
+        if (::waitpid(pid_, nullptr, WNOHANG) != 0) return void(pid_ = -1);  // gone, or not ours
+        std::this_thread::sleep_for(milliseconds(10));
     }
-    pid_ = -1;
+    kill();
 }
 
 void SimulatorProcess::kill() {
@@ -176,11 +135,9 @@ void SimulatorProcess::kill() {
 
 void SimulatorProcess::restart() {
     stop();
-    std::string bindEndpoint = endpoint();
     for (int attempt = 1;; ++attempt) {
         try {
-            start(bindEndpoint);
-            return;
+            return start(endpoint());
         } catch (const std::runtime_error&) {
             if (attempt == restartAttempts) throw;
             std::this_thread::sleep_for(restartPause);
@@ -189,18 +146,12 @@ void SimulatorProcess::restart() {
 }
 
 Value SimulatorProcess::control(const std::string& method, const Value& params, RpcErrorSlot error) {
-    if (!controlClient_) {
-        if (error) *error = RpcError{0, "kelvane-sim is not running"};
-        else ADD_FAILURE() << "control(" << method << "): kelvane-sim is not running";
-        return nullptr;
-    }
     std::optional<RpcError> failure;
-    Value reply = controlClient_->call(method, params, nullptr, &failure);
-    if (error) {
-        *error = failure;
-    } else if (failure) {
-        ADD_FAILURE() << "control(" << method << ") failed: " << failure->text();
-    }
+    Value reply = nullptr;
+    if (controlClient_) reply = controlClient_->call(method, params, nullptr, &failure);
+    else failure = RpcError{0, "kelvane-sim is not running"};
+    if (error) *error = failure;
+    else if (failure) ADD_FAILURE() << "control(" << method << ") failed: " << failure->text();
     return reply;
 }
 

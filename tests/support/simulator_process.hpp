@@ -21,9 +21,8 @@ namespace kelvane::testing {
 
 class SimulatorProcess {
 public:
-    // Starts the simulator with `--bind tcp://127.0.0.1:*`, `--quiet` and `extraArgs`, and waits
-    // for its "listening on" line. Throws std::runtime_error with a readable text when the
-    // binary is missing or does not start within a few seconds, so the test fails visibly.
+    // Starts the simulator on a free loopback port with `--quiet` and `extraArgs`, and waits for
+    // its "listening on" line; throws std::runtime_error with a readable text when it cannot.
     explicit SimulatorProcess(std::vector<std::string> extraArgs = {},
                               std::string executable = KELVANE_SIM_PATH);
     ~SimulatorProcess();
@@ -32,8 +31,7 @@ public:
     SimulatorProcess& operator=(const SimulatorProcess&) = delete;
 
     std::uint32_t port() const { return port_; }
-    // "tcp://127.0.0.1:<port>".
-    std::string endpoint() const;
+    std::string endpoint() const;  // "tcp://127.0.0.1:<port>"
     bool running() const { return pid_ > 0; }
 
     // A call to the simulator (usually a "sim." method) through a client of this object's own.
