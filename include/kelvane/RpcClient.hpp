@@ -35,6 +35,10 @@ public:
     virtual Value call(const std::string& method, const Value& args, const Value& kwargs,
                        RpcErrorSlot error) = 0;
 
+    // Ends the client's use: calls under way and later calls fail at once with the "client
+    // closed" error. Safe to call from any thread, more than once. The default does nothing.
+    virtual void close();
+
     Value rpc(const std::string& method, RpcErrorSlot error);
     Value rpc(const std::string& method, const Value& args, RpcErrorSlot error);
     Value rpc(const std::string& method, const Value& args, const Value& kwargs,

@@ -8,6 +8,8 @@ std::string RpcError::text() const {
 
 RpcClient::~RpcClient() = default;
 
+void RpcClient::close() {}
+
 Value RpcClient::rpc(const std::string& method, RpcErrorSlot error) {
     return call(method, Value::array(), nullptr, error);
 }

@@ -153,14 +153,19 @@ struct RPCClientWrapper::Impl {
         watcher = std::thread([this] { watchConnection(); });
     }
 
-    // Fails every call still waiting, waits until all callers have left, then stops the watcher.
+    // With the mutex held: fails every call still waiting and refuses later ones.
+    void refuseCalls() {
+        closed = true;
+        failAll(jsonrpc::clientClosedError, closedText);
+        connectionChanged.notify_all();
+        leaderWake.signal();
+    }
+
+    // Refuses calls, waits until all callers have left, then stops the watcher.
     void close() {
         {
             std::unique_lock lock(mutex);
-            closed = true;
-            failAll(jsonrpc::clientClosedError, closedText);
-            connectionChanged.notify_all();
-            leaderWake.signal();
+            refuseCalls();
             idle.wait(lock, [this] { return activeCalls == 0; });
         }
         watcherStop.signal();
@@ -374,6 +379,11 @@ RPCClientWrapper::~RPCClientWrapper() {
     } catch (...) {
         // Closing only fails when the system is out of resources; the sockets still go with impl_.
     }
+}
+
+void RPCClientWrapper::close() {
+    std::lock_guard lock(impl_->mutex);
+    impl_->refuseCalls();
 }
 
 bool RPCClientWrapper::isConnected() const {

@@ -41,6 +41,9 @@ public:
     Value call(const std::string& method, const Value& args, const Value& kwargs,
                RpcErrorSlot error) override;
 
+    // Fails the calls still waiting and every later call with clientClosedError.
+    void close() override;
+
     // Whether the connection to the controller is established now.
     bool isConnected() const;
 
