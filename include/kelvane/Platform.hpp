@@ -14,11 +14,15 @@
 
 namespace kelvane {
 
-// Wall-clock time and sleeping. Poll loops and worker pauses go through it.
+// Time and sleeping. Poll loops and worker pauses go through it.
 class KELVANE_API Clock {
 public:
     virtual ~Clock();
-    virtual double now() = 0;  // seconds since 1970
+    // Wall-clock seconds since 1970: only for time stamps a person reads (logs, CSV lines).
+    virtual double now() = 0;
+    // Seconds on a clock that never jumps (a time sync does not move it), from an arbitrary
+    // start: for deadlines and "how long has passed".
+    virtual double monotonic() = 0;
     virtual void sleepFor(double seconds) = 0;
 };
 

@@ -12,6 +12,10 @@ public:
         using namespace std::chrono;
         return duration<double>(system_clock::now().time_since_epoch()).count();
     }
+    double monotonic() override {
+        using namespace std::chrono;
+        return duration<double>(steady_clock::now().time_since_epoch()).count();
+    }
     void sleepFor(double seconds) override {
         if (seconds > 0) std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
     }

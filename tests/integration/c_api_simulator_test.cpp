@@ -27,6 +27,7 @@ public:
     std::function<void()> onFirstSleep;
 
     double now() override { return time_.now(); }
+    double monotonic() override { return time_.monotonic(); }
     void sleepFor(double seconds) override {
         if (auto hook = std::exchange(onFirstSleep, nullptr)) hook();
         time_.sleepFor(seconds);

@@ -16,12 +16,24 @@ public:
         std::lock_guard lock(mutex_);
         return now_;
     }
+    double monotonic() override {
+        std::lock_guard lock(mutex_);
+        return monotonic_;
+    }
     void sleepFor(double seconds) override {
         std::lock_guard lock(mutex_);
         sleeps_.push_back(seconds);
         now_ += seconds;
+        monotonic_ += seconds;
     }
+    // Time passes: both clocks move.
     void advance(double seconds) {
+        std::lock_guard lock(mutex_);
+        now_ += seconds;
+        monotonic_ += seconds;
+    }
+    // The wall clock alone is set (a time sync); the monotonic clock does not move.
+    void stepWallClock(double seconds) {
         std::lock_guard lock(mutex_);
         now_ += seconds;
     }
@@ -33,6 +45,7 @@ public:
 private:
     mutable std::mutex mutex_;
     double now_;
+    double monotonic_ = 1000.0;
     std::vector<double> sleeps_;
 };
 
