@@ -1,5 +1,6 @@
 #include "models.hpp"
 
+#include "can_bus_model.hpp"
 #include "dut_model.hpp"
 #include "fan_model.hpp"
 #include "io_model.hpp"
@@ -20,6 +21,7 @@ std::vector<std::unique_ptr<Model>> makeModels(const WorldSettings& settings) {
     models.push_back(std::make_unique<FanModel>());
     models.push_back(std::make_unique<IoModel>());
     models.push_back(std::make_unique<LedModel>());
+    models.push_back(std::make_unique<CanBusModel>(settings.tecSlots, settings.seed));
     return models;
 }
 

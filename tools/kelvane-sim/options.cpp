@@ -21,6 +21,9 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
         ->check(CLI::Range(0, 86'400'000));
     app.add_option("--dut", dut, "Whether a DUT sits in the fixture at start (default present)")
         ->check(CLI::IsMember({"present", "absent"}));
+    app.add_option("--tec-slots", options.world.tecSlots, "TEC controllers on the CAN bus, slots 1..N (default 4)")
+        ->check(CLI::Range(0, 16));
+    app.add_option("--seed", options.world.seed, "Seed of the TEC sensors' noise (default 1)");
     app.add_flag("--quiet", options.quiet, "Log nothing on stderr");
 
     try {
