@@ -95,8 +95,13 @@ TEST_F(SimulatorCanTest, FaultsApplyToTheirSlotAndCommandForTheirTimesUntilReset
     Value faults = Value::array({
         {{"kind", "fail"}, {"slot", 1}, {"command", "get tec power"}, {"times", 1}},
         {{"kind", "low_reading"}, {"slot", 1}, {"sensor", 3}},
+        {{"kind", "empty_answer"}, {"slot", 2}, {"command", "get tec temp:2"}},
         {{"kind", "no_answer"}, {"slot", 2}},
+        {{"kind", "recv_nothing"}, {"slot", 3}, {"times", 1}},
         {{"kind", "send_refused"}, {"slot", 4}, {"times", 1}},
+        {{"kind", "send_error"}, {"slot", 4}, {"times", 1}},
+        {{"kind", "no_ok"}, {"slot", 4}},
+        {{"kind", "sensor_offset"}, {"slot", 4}, {"sensor", 2}},
     });
     EXPECT_EQ(sim.control("sim.set", Value::array({{{"tec_faults", faults}}})), "done");
 
@@ -105,7 +110,16 @@ TEST_F(SimulatorCanTest, FaultsApplyToTheirSlotAndCommandForTheirTimesUntilReset
     EXPECT_EQ(exchange(1, "get tec temp:3"), "TEC temp: 18.00 C OK\x03");
     EXPECT_EQ(exchange(1, "get tec temp:3"), "TEC temp: 18.00 C OK\x03") << "without times: until cleared";
     EXPECT_EQ(exchange(2, "get tec temp:1"), "") << "nothing queued: can.recv answers {}";
+    send(slotOneId + 1, "get tec temp:2");
+    EXPECT_EQ(call(m::canRecv), (Value{{"data", {0, 3}}})) << "an empty answer: one frame without text";
+    send(slotOneId + 2, "get ver");
+    EXPECT_TRUE(call(m::canRecv).is_null()) << "the frame waits, the bridge reports nothing";
+    EXPECT_EQ(receive(), "ERR\x03");
     EXPECT_EQ(call(m::canSend, {slotOneId + 3, cut("get ver")[0], "EXTEND"}), "busy");
+    EXPECT_EQ(failure(m::canSend, {slotOneId + 3, cut("get ver")[0], "EXTEND"}), -32000);
+    EXPECT_TRUE(exchange(4, "get tec power").ends_with("%\x03")) << "no OK";
+    std::string one = exchange(4, "get tec temp:1"), two = exchange(4, "get tec temp:2");
+    EXPECT_GT(std::stod(two.substr(10)) - std::stod(one.substr(10)), 3.0) << one << " / " << two;
     EXPECT_EQ(sim.control("sim.state")["tec"]["1"]["faults"].size(), 1u);
 
     sim.control("sim.reset");
