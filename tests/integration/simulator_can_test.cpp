@@ -12,6 +12,12 @@ namespace m = kelvane::methods;
 
 constexpr int slotOneId = 2080;
 
+std::vector<int> consecutiveSequence(int payloadBytes) {
+    if (payloadBytes <= 13) return {0x21};
+    if (payloadBytes <= 21) return {0x21, 0x22};
+    return {0x21, 0x21, 0x22};
+}
+
 // The library's cut: payload = text + 0x03; single frame up to 7 bytes, else 0x10 + length and
 // 6 bytes, then 0x21 / 0x21 0x22 / 0x21 0x21 0x22 frames of 7 bytes and the rest unpadded.
 std::vector<Value> cut(const std::string& command, std::vector<int> sequence = {}) {
@@ -26,7 +32,7 @@ std::vector<Value> cut(const std::string& command, std::vector<int> sequence = {
     };
     int n = static_cast<int>(payload.size());
     if (n <= 7) return {framed({n}, payload)};
-    if (sequence.empty()) sequence = n <= 13 ? std::vector{0x21} : n <= 21 ? std::vector{0x21, 0x22} : std::vector{0x21, 0x21, 0x22};
+    if (sequence.empty()) sequence = consecutiveSequence(n);
     std::vector<Value> frames = {framed({0x10, n}, bytes(0, 6))};
     for (std::size_t i = 0; i < sequence.size(); ++i) {
         bool last = i + 1 == sequence.size();
@@ -38,8 +44,9 @@ std::vector<Value> cut(const std::string& command, std::vector<int> sequence = {
 class SimulatorCanTest : public SimulatorTest {
 protected:
     void send(int id, const std::string& command, std::vector<int> sequence = {}) {
-        for (const auto& frame : cut(command, std::move(sequence)))
+        for (const auto& frame : cut(command, std::move(sequence))) {
             ASSERT_EQ(call(m::canSend, {id, frame, "EXTEND"}, {{"timeout_ms", 3000}}), "done");
+        }
     }
     // The library's receiver: first frames give bytes 2..7, other non-zero heads bytes 1..7 up to
     // a zero byte; the answer ends with a frame whose last byte is 3, or when none is queued.
@@ -52,7 +59,9 @@ protected:
             std::vector<int> buffer(8, 0);
             std::copy_n(data.begin(), std::min<std::size_t>(data.size(), 8), buffer.begin());
             std::size_t from = buffer[0] == 0x10 ? 2 : 1;
-            for (std::size_t i = from; buffer[0] != 0 && i < 8 && buffer[i] != 0; ++i) text += char(buffer[i]);
+            for (std::size_t i = from; buffer[0] != 0 && i < 8 && buffer[i] != 0; ++i) {
+                text += char(buffer[i]);
+            }
             if (data.back() == 3) return text;
         }
         ADD_FAILURE() << "no terminator after 20 frames";
@@ -75,7 +84,8 @@ TEST_F(SimulatorCanTest, ControllersReassembleEveryFrameShapeAndAnswerInFrames) 
         EXPECT_LT(std::stod(match[1]), 29.0);
     }
     std::string power = exchange(1, "get tec power");
-    EXPECT_TRUE(std::regex_match(power, std::regex(R"(TEC : 12\.00 V, \d+\.\d\d A, \d+\.\d\d W ,PWM: -\d+\.\d\d% OK\x03)")))
+    EXPECT_TRUE(std::regex_match(
+        power, std::regex(R"(TEC : 12\.00 V, \d+\.\d\d A, \d+\.\d\d W ,PWM: -\d+\.\d\d% OK\x03)")))
         << power << " (cooling: PWM negative)";
 
     EXPECT_EQ(exchange(3, "get ver"), "ERR\x03") << "two frames; unknown commands get no OK";
@@ -87,8 +97,10 @@ TEST_F(SimulatorCanTest, ControllersReassembleEveryFrameShapeAndAnswerInFrames) 
 
     send(slotOneId + 2, fourFrames, {0x21, 0x22, 0x23});
     EXPECT_EQ(receive(), "") << "an ISO-style sequence is not the controllers' shape: no answer";
-    EXPECT_EQ(sim.control("sim.state")["tec"]["3"]["rejected_frames"], 2) << "the 0x22 out of turn, then the 0x23";
-    EXPECT_EQ(call(m::canSend, {slotOneId, cut("get tec power")[0]}), "can_send_refused: the message id needs \"EXTEND\" (above 0x7FF)");
+    EXPECT_EQ(sim.control("sim.state")["tec"]["3"]["rejected_frames"], 2)
+        << "the 0x22 out of turn, then the 0x23";
+    EXPECT_EQ(call(m::canSend, {slotOneId, cut("get tec power")[0]}),
+              "can_send_refused: the message id needs \"EXTEND\" (above 0x7FF)");
 }
 
 TEST_F(SimulatorCanTest, FaultsApplyToTheirSlotAndCommandForTheirTimesUntilReset) {

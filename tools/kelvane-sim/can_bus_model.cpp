@@ -2,6 +2,7 @@
 
 #include "rpc/methods.hpp"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <string>
@@ -28,7 +29,8 @@ constexpr std::string_view idRefusal =
     "can_send_refused: the message id must be a non-negative integer or a hexadecimal text";
 constexpr std::string_view frameRefusal =
     "can_send_refused: the frame must be a list of 1 to 16 integers from 0 to 255";
-constexpr std::string_view standardIdRefusal = "can_send_refused: the message id needs \"EXTEND\" (above 0x7FF)";
+constexpr std::string_view standardIdRefusal =
+    "can_send_refused: the message id needs \"EXTEND\" (above 0x7FF)";
 constexpr std::string_view extendedIdRefusal = "can_send_refused: the message id is wider than 29 bits";
 constexpr int busErrorCode = -32000;
 constexpr std::string_view busErrorMessage = "can.send: bus error";
@@ -38,9 +40,13 @@ constexpr std::string_view failEnding = " FAIL";
 
 // A number, or the hexadecimal text of one ("820" or "0x820").
 std::optional<std::int64_t> messageIdOf(const Value& id) {
+    if (id.is_number_unsigned()) {
+        auto wide = std::min<std::uint64_t>(id.get<std::uint64_t>(), largestExtendedId + 1);
+        return static_cast<std::int64_t>(wide);  // beyond 29 bits is refused anyway
+    }
     if (id.is_number_integer()) {
-        if (id.is_number_unsigned() || id.get<std::int64_t>() >= 0) return integerValue(id);
-        return std::nullopt;
+        if (id.get<std::int64_t>() < 0) return std::nullopt;
+        return id.get<std::int64_t>();
     }
     if (!id.is_string()) return std::nullopt;
     std::string_view text = id.get_ref<const std::string&>();
@@ -62,7 +68,9 @@ std::optional<CanFrame> frameOf(const Value& data) {
     if (!data.is_array() || data.empty() || data.size() > longestFrame) return std::nullopt;
     CanFrame frame;
     for (const auto& byte : data) {
-        if (!byte.is_number_integer() || integerValue(byte) < 0 || integerValue(byte) > 255) return std::nullopt;
+        if (!byte.is_number_integer() || integerValue(byte) < 0 || integerValue(byte) > 255) {
+            return std::nullopt;
+        }
         frame.push_back(static_cast<std::uint8_t>(integerValue(byte)));
     }
     return frame;
@@ -128,7 +136,9 @@ Outcome CanBusModel::send(const jsonrpc::Request& request) {
     auto slot = slotAt(*id);
     if (slot) {
         if (auto fault = faults_.take(*slot, {Kind::sendRefused, Kind::sendError})) {
-            if (fault->kind == Kind::sendError) return Outcome::failure(busErrorCode, std::string(busErrorMessage));
+            if (fault->kind == Kind::sendError) {
+                return Outcome::failure(busErrorCode, std::string(busErrorMessage));
+            }
             return Outcome::reply(fault->reply);
         }
     }
@@ -169,8 +179,11 @@ void CanBusModel::answer(int number, const std::string& command) {
     double offset = 0.0;
     if (auto sensor = TecController::sensorOf(command)) {
         if (auto reading = faults_.takeReading(number, *sensor)) {
-            if (reading->kind == Kind::lowReading) fixedReading = reading->value;
-            else offset = reading->value;
+            if (reading->kind == Kind::lowReading) {
+                fixedReading = reading->value;
+            } else {
+                offset = reading->value;
+            }
         }
     }
     std::string text = slot(number).controller.answer(command, Clock::now(), fixedReading, offset);
@@ -223,7 +236,8 @@ Value CanBusModel::state() const {
 
 SetResult CanBusModel::set(std::string_view key, const Value& value) {
     if (key == "tec_faults") {
-        return faults_.replace(value, static_cast<int>(slots_.size())) ? SetResult::badValue : SetResult::applied;
+        return faults_.replace(value, static_cast<int>(slots_.size())) ? SetResult::badValue
+                                                                       : SetResult::applied;
     }
     if (key == "tec_set_points") return setSetPoints(value);
     return SetResult::notMine;
@@ -236,7 +250,9 @@ SetResult CanBusModel::setSetPoints(const Value& value) {
     if (!value.is_object()) return SetResult::badValue;
     for (const auto& [key, celsius] : value.items()) {
         auto number = slotNumberOf(key);
-        if (!number || !slotAt(firstTecMessageId + *number - 1) || !celsius.is_number()) return SetResult::badValue;
+        if (!number || !slotAt(firstTecMessageId + *number - 1) || !celsius.is_number()) {
+            return SetResult::badValue;
+        }
         if (celsius.get<double>() < coldest || celsius.get<double>() > warmest) return SetResult::badValue;
     }
     auto now = Clock::now();

@@ -1,6 +1,7 @@
 #include "can_frames.hpp"
 
 #include <algorithm>
+#include <cstddef>
 
 namespace kelvane::sim {
 namespace {
@@ -101,9 +102,11 @@ std::vector<CanFrame> answerFrames(std::string_view text) {
     CanFrame first{firstFrameMarker, static_cast<std::uint8_t>(payload.size())};
     first.insert(first.end(), payload.begin(), payload.begin() + firstFramePayload);
     std::vector<CanFrame> frames{first};
-    for (std::size_t at = firstFramePayload, index = 0; at < payload.size(); at += consecutivePayload, ++index) {
+    for (std::size_t at = firstFramePayload, index = 0; at < payload.size();
+         at += consecutivePayload, ++index) {
         CanFrame next{answerSequenceByte(index)};
-        auto end = payload.begin() + static_cast<std::ptrdiff_t>(std::min(at + consecutivePayload, payload.size()));
+        auto end =
+            payload.begin() + static_cast<std::ptrdiff_t>(std::min(at + consecutivePayload, payload.size()));
         next.insert(next.end(), payload.begin() + static_cast<std::ptrdiff_t>(at), end);
         frames.push_back(std::move(next));
     }

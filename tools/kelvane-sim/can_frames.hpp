@@ -34,9 +34,9 @@ private:
     Step continueWith(const CanFrame& frame);
     Step finish();
 
-    std::vector<std::uint8_t> payload_;       // bytes so far, terminator included
-    std::size_t expectedBytes_ = 0;           // the first frame's length byte; 0 = nothing under way
-    std::vector<std::uint8_t> sequence_;      // sequence bytes still to come, in order
+    std::vector<std::uint8_t> payload_;   // bytes so far, terminator included
+    std::size_t expectedBytes_ = 0;       // the first frame's length byte; 0 = nothing under way
+    std::vector<std::uint8_t> sequence_;  // sequence bytes still to come, in order
     std::string command_;
 };
 

@@ -51,7 +51,8 @@ double TecController::temperature(int sensor, Clock::time_point now) const {
 
 void TecController::changeSetPoint(double celsius, Clock::time_point now) {
     for (int sensor = 1; sensor <= sensorCount; ++sensor) {
-        from_[static_cast<std::size_t>(sensor - 1)] = temperature(sensor, now) - sensorBias[static_cast<std::size_t>(sensor - 1)];
+        from_[static_cast<std::size_t>(sensor - 1)] =
+            temperature(sensor, now) - sensorBias[static_cast<std::size_t>(sensor - 1)];
     }
     setPoint_ = celsius;
     since_ = now;
@@ -77,7 +78,8 @@ std::optional<int> TecController::sensorOf(const std::string& command) {
 std::string TecController::answer(const std::string& command, Clock::time_point now,
                                   std::optional<double> fixedReading, double offset) {
     if (auto sensor = sensorOf(command)) {
-        double reading = fixedReading ? *fixedReading : temperature(*sensor, now) + offset + noise(temperatureNoise);
+        double reading =
+            fixedReading ? *fixedReading : temperature(*sensor, now) + offset + noise(temperatureNoise);
         return temperatureAnswer(reading);
     }
     if (command == powerCommand) return powerAnswer(now);

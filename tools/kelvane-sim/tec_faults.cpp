@@ -16,10 +16,14 @@ struct KindName {
     Kind kind;
 };
 constexpr std::array kindNames = {
-    KindName{"low_reading", Kind::lowReading},   KindName{"sensor_offset", Kind::sensorOffset},
-    KindName{"no_answer", Kind::noAnswer},       KindName{"empty_answer", Kind::emptyAnswer},
-    KindName{"no_ok", Kind::noOk},               KindName{"fail", Kind::fail},
-    KindName{"send_refused", Kind::sendRefused}, KindName{"send_error", Kind::sendError},
+    KindName{"low_reading", Kind::lowReading},
+    KindName{"sensor_offset", Kind::sensorOffset},
+    KindName{"no_answer", Kind::noAnswer},
+    KindName{"empty_answer", Kind::emptyAnswer},
+    KindName{"no_ok", Kind::noOk},
+    KindName{"fail", Kind::fail},
+    KindName{"send_refused", Kind::sendRefused},
+    KindName{"send_error", Kind::sendError},
     KindName{"recv_nothing", Kind::recvNothing},
 };
 
@@ -28,8 +32,8 @@ constexpr double defaultLowReading = 18.0;
 constexpr double defaultOffset = 4.0;
 constexpr std::string_view defaultRefusal = "busy";
 
-const std::set<std::string, std::less<>> knownKeys = {"kind", "slot", "command", "sensor",
-                                                      "value", "offset", "reply", "times"};
+const std::set<std::string, std::less<>> knownKeys = {"kind",  "slot",   "command", "sensor",
+                                                      "value", "offset", "reply",   "times"};
 
 std::string_view nameOf(Kind kind) {
     for (const auto& known : kindNames) {
@@ -49,10 +53,12 @@ bool isIntegerIn(const Value& value, long long least, long long most) {
 
 std::optional<std::string> readKindAndSlot(const Value& entry, int slots, TecFault& fault) {
     auto kind = entry.find("kind");
-    auto known = std::find_if(kindNames.begin(), kindNames.end(),
-                              [&](const KindName& k) { return kind != entry.end() && isText(*kind, k.name); });
-    if (known == kindNames.end()) return "\"kind\" must be one of low_reading, sensor_offset, no_answer, "
-                                         "empty_answer, no_ok, fail, send_refused, send_error, recv_nothing";
+    auto known = std::find_if(kindNames.begin(), kindNames.end(), [&](const KindName& k) {
+        return kind != entry.end() && isText(*kind, k.name);
+    });
+    if (known == kindNames.end())
+        return "\"kind\" must be one of low_reading, sensor_offset, no_answer, "
+               "empty_answer, no_ok, fail, send_refused, send_error, recv_nothing";
     fault.kind = known->kind;
     auto slot = entry.find("slot");
     if (slot == entry.end() || !isIntegerIn(*slot, 1, slots)) {
@@ -67,7 +73,9 @@ std::optional<std::string> readDetails(const Value& entry, TecFault& fault) {
     if (present("command") && !isAnswerFault(fault.kind)) return "\"command\" applies to answer faults only";
     if (present("sensor") && !isReadingFault(fault.kind)) return "\"sensor\" applies to reading faults only";
     if (present("value") && fault.kind != Kind::lowReading) return "\"value\" applies to low_reading only";
-    if (present("offset") && fault.kind != Kind::sensorOffset) return "\"offset\" applies to sensor_offset only";
+    if (present("offset") && fault.kind != Kind::sensorOffset) {
+        return "\"offset\" applies to sensor_offset only";
+    }
     if (present("reply") && fault.kind != Kind::sendRefused) return "\"reply\" applies to send_refused only";
     if (present("command")) {
         if (!entry["command"].is_string()) return "\"command\" must be a text";
@@ -86,7 +94,9 @@ std::optional<std::string> readDetails(const Value& entry, TecFault& fault) {
     }
     fault.reply = present("reply") ? entry["reply"] : Value(defaultRefusal);
     if (present("times")) {
-        if (!isIntegerIn(entry["times"], 1, std::numeric_limits<long long>::max())) return "\"times\" must be an integer of 1 or more";
+        if (!isIntegerIn(entry["times"], 1, std::numeric_limits<long long>::max())) {
+            return "\"times\" must be an integer of 1 or more";
+        }
         fault.times = integerValue(entry["times"]);
     }
     return std::nullopt;
@@ -125,7 +135,9 @@ std::optional<std::string> TecFaults::replace(const Value& list, int slots) {
     std::vector<TecFault> faults;
     for (std::size_t i = 0; i < list.size(); ++i) {
         auto read = readFault(list[i], slots);
-        if (auto* problem = std::get_if<std::string>(&read)) return "fault " + std::to_string(i + 1) + ": " + *problem;
+        if (auto* problem = std::get_if<std::string>(&read)) {
+            return "fault " + std::to_string(i + 1) + ": " + *problem;
+        }
         faults.push_back(std::get<TecFault>(read));
     }
     faults_ = std::move(faults);
@@ -138,7 +150,8 @@ std::optional<TecFault> TecFaults::use(std::vector<TecFault>::iterator fault) {
     return used;
 }
 
-std::optional<TecFault> TecFaults::take(int slot, const std::vector<TecFaultKind>& kinds, const std::string& command) {
+std::optional<TecFault> TecFaults::take(int slot, const std::vector<TecFaultKind>& kinds,
+                                        const std::string& command) {
     auto found = std::find_if(faults_.begin(), faults_.end(), [&](const TecFault& fault) {
         return fault.slot == slot && std::find(kinds.begin(), kinds.end(), fault.kind) != kinds.end() &&
                (!fault.command || *fault.command == command);
