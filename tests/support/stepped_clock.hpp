@@ -9,7 +9,6 @@
 #include <cstddef>
 #include <list>
 #include <mutex>
-#include <vector>
 
 namespace kelvane::testing {
 
@@ -27,7 +26,6 @@ public:
     }
     void sleepFor(double seconds) override {
         std::unique_lock lock(mutex_);
-        sleeps_.push_back(seconds);
         if (seconds <= 0) return;
         if (free_) {
             now_ += seconds;
@@ -54,11 +52,6 @@ public:
         for (auto& sleeper : sleepers_) sleeper.woken = sleeper.woken || sleeper.wakeAt <= monotonic_;
         changed_.notify_all();
     }
-    // The wall clock alone is set (a time sync); no sleeper wakes.
-    void stepWallClock(double seconds) {
-        std::lock_guard lock(mutex_);
-        now_ += seconds;
-    }
     // Wakes every sleeper, and from now on sleeps return at once (moving the clocks), so
     // workers can run to their end when a test is over.
     void releaseAll() {
@@ -66,10 +59,6 @@ public:
         free_ = true;
         for (auto& sleeper : sleepers_) sleeper.woken = true;
         changed_.notify_all();
-    }
-    std::vector<double> sleeps() const {
-        std::lock_guard lock(mutex_);
-        return sleeps_;
     }
 
 private:
@@ -90,7 +79,6 @@ private:
     double monotonic_ = 1000.0;
     bool free_ = false;
     std::list<Sleeper> sleepers_;
-    std::vector<double> sleeps_;
 };
 
 }  // namespace kelvane::testing
