@@ -40,6 +40,9 @@ public:
     Value decimalFromHexString(const std::string& hex);
     // Throws std::out_of_range for the empty text.
     std::string stringFromHexString(const std::string& hex);
+    // Null when the pattern is empty or does not compile (error in the slot), when nothing
+    // matches, or when the group took no part. Throws std::out_of_range when there is a match
+    // and the group index is negative or past the pattern's group count.
     Value findSubStringByRegexGroup(const std::string& text, const std::string& pattern,
                                     std::int32_t groupId, RpcErrorSlot error);
 

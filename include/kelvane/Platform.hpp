@@ -35,7 +35,11 @@ public:
     virtual void write(std::string_view line) = 0;
 };
 
-// Writes to standard error, each line prefixed by time, process id and thread id.
+// The process log of the library: each line prefixed by time, process id and thread id, and
+// ended by a line break unless the text ends in one. It goes to standard error unless the host's
+// environment variable KELVANE_LOG, read once when this log is first made, says "off" (no log)
+// or names a file to append to. A line that cannot be written is dropped, and a closed standard
+// error raises no SIGPIPE in the host.
 KELVANE_API std::shared_ptr<LogSink> standardErrorLog();
 
 // Keeps every line in memory, in order; for tests and for hosts that show the log themselves.

@@ -12,14 +12,15 @@ Value FixtureControl::pollSensor(const std::string& sensorMethod, double deadlin
                                  std::string_view successLog, std::string_view successResult,
                                  std::string_view timeoutResult) {
     Clock& clock = *platform_.clock;
-    const double start = clock.now();
+    // Measured on the steady clock, so a time sync during a move neither stretches nor cuts it.
+    const double start = clock.monotonic();
     double now = start;
     // The time is taken right after each read but tested only after the pause, so one last
     // read may start up to a pause after the deadline; a sensor that settles right at the
     // deadline is still seen.
     while (now - start < deadlineSeconds) {
         Value reading = call(sensorMethod);
-        now = clock.now();
+        now = clock.monotonic();
         if (isNumberOne(reading)) {
             log(successLog);
             return std::string(successResult);

@@ -1,31 +1,102 @@
-#include <kelvane/Platform.hpp>
+#include "platform/process_log.hpp"
 
+#include "platform/pipe_signal_guard.hpp"
+
+#include <fmt/format.h>
 #include <spdlog/logger.h>
-#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/base_sink.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <mutex>
+#include <unistd.h>
 
 namespace kelvane {
 namespace {
 
-// spdlog is used without its registry, so a host that uses spdlog itself sees no name clash.
-class StandardErrorLog final : public LogSink {
+constexpr const char* linePrefixPattern = "%Y-%m-%d %H:%M:%S.%f Kelvane[%P:%t] %v";
+
+// Writes each formatted line to a stream and flushes it. A write that fails (a closed standard
+// error, a full disk) loses the line and nothing else.
+class StreamSink final : public spdlog::sinks::base_sink<std::mutex> {
 public:
-    StandardErrorLog()
-        : logger_("Kelvane", std::make_shared<spdlog::sinks::stderr_sink_mt>()) {
-        logger_.set_pattern("%Y-%m-%d %H:%M:%S.%f Kelvane[%P:%t] %v");
-        logger_.flush_on(spdlog::level::info);
+    StreamSink(std::FILE* stream, bool owned) : stream_(stream), owned_(owned) {}
+    ~StreamSink() override {
+        if (owned_) std::fclose(stream_);
     }
-    void write(std::string_view line) override { logger_.info("{}", line); }
+
+private:
+    void sink_it_(const spdlog::details::log_msg& message) override {
+        spdlog::memory_buf_t formatted;
+        formatter_->format(message, formatted);
+        std::fwrite(formatted.data(), 1, formatted.size(), stream_);
+        std::fflush(stream_);
+    }
+    void flush_() override { std::fflush(stream_); }
+
+    std::FILE* stream_;
+    bool owned_;
+};
+
+// spdlog is used without its registry, so a host that uses spdlog itself sees no name clash.
+class StreamLog final : public LogSink {
+public:
+    explicit StreamLog(std::shared_ptr<StreamSink> sink) : logger_("Kelvane", std::move(sink)) {
+        // No line end from the formatter: write() adds one only where the text lacks it.
+        logger_.set_formatter(std::make_unique<spdlog::pattern_formatter>(
+            linePrefixPattern, spdlog::pattern_time_type::local, ""));
+    }
+
+    void write(std::string_view line) override {
+        std::string_view lineEnd = line.ends_with('\n') ? "" : "\n";
+        PipeSignalGuard noSignalForTheHost;
+        logger_.info("{}{}", line, lineEnd);
+    }
 
 private:
     spdlog::logger logger_;
 };
 
+class DiscardingLog final : public LogSink {
+public:
+    void write(std::string_view) override {}
+};
+
+std::shared_ptr<LogSink> standardErrorStream() {
+    return std::make_shared<StreamLog>(std::make_shared<StreamSink>(stderr, false));
+}
+
+std::FILE* openForAppending(const std::string& path) {
+    int descriptor = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    if (descriptor < 0) return nullptr;
+    std::FILE* stream = ::fdopen(descriptor, "a");
+    if (!stream) ::close(descriptor);
+    return stream;
+}
+
 }  // namespace
 
 LogSink::~LogSink() = default;
 
+std::shared_ptr<LogSink> processLogRoutedBy(std::string_view route) {
+    if (route.empty() || route == "stderr") return standardErrorStream();
+    if (route == "off") return std::make_shared<DiscardingLog>();
+    if (std::FILE* file = openForAppending(std::string(route))) {
+        return std::make_shared<StreamLog>(std::make_shared<StreamSink>(file, true));
+    }
+    auto log = standardErrorStream();
+    log->write(fmt::format("{}={}: the file cannot be opened for appending; logging to standard error",
+                           processLogRouteVariable, route));
+    return log;
+}
+
 std::shared_ptr<LogSink> standardErrorLog() {
-    static auto log = std::make_shared<StandardErrorLog>();
+    static const std::shared_ptr<LogSink> log = [] {
+        const char* route = std::getenv(processLogRouteVariable);
+        return processLogRoutedBy(route ? route : "");
+    }();
     return log;
 }
 

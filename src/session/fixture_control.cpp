@@ -47,8 +47,8 @@ std::shared_ptr<FixtureControl> FixtureControl::initWithIP(const Value& topology
         return nullptr;
     }
     if (tecSetupSwitch == "YES") {
-        // The CAN channel and the per-slot TEC arrays are set up here once TEC monitoring
-        // is switched on at creation.
+        // Empty: the library has no TEC set-up to run yet, so turning the switch on would
+        // change nothing.
     }
     return session;
 }
@@ -59,7 +59,8 @@ bool FixtureControl::connectWithIPAddress(const Value& address) {
     Value portValue = address.is_object() ? address.value("port", Value()) : Value();
     std::string ip = describe(ipValue);
     auto port = static_cast<std::uint32_t>(integerValue(portValue));
-    saveSamplelog(ip);
+    // An absent address text is not written at all (the port line still is).
+    if (!ipValue.is_null()) saveSamplelog(ip);
     saveSamplelog(fmt::format("{}", port));
     log(fmt::format("{} Connecting to RPC server {}:{}...", describe(identifier), ip, port));
     fixtureControlClient = platform_.connect ? platform_.connect(ip, port) : nullptr;

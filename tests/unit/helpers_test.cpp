@@ -46,10 +46,17 @@ TEST_F(Helpers, RegexGroupsAreCaseInsensitiveMultilineAndNilWhenAbsent) {
               Value("Fixture3"));
     EXPECT_TRUE(session->findSubStringByRegexGroup("no match", "Fixture(\\d+)", 1, nullptr).is_null());
     EXPECT_TRUE(session->findSubStringByRegexGroup("ab", "a(x)?b", 1, nullptr).is_null());
-    EXPECT_TRUE(session->findSubStringByRegexGroup("ab", "a(b)", 7, nullptr).is_null());
     EXPECT_FALSE(error.has_value());
-    EXPECT_TRUE(session->findSubStringByRegexGroup("ab", "a(", 1, &error).is_null());
-    EXPECT_TRUE(error.has_value());
+    // A group index past the pattern's groups is the caller's range error, once something matched.
+    EXPECT_THROW(session->findSubStringByRegexGroup("ab", "a(b)", 2, nullptr), std::out_of_range);
+    EXPECT_THROW(session->findSubStringByRegexGroup("ab", "a(b)", -1, nullptr), std::out_of_range);
+    EXPECT_TRUE(session->findSubStringByRegexGroup("xy", "a(b)", 7, nullptr).is_null());
+    // A pattern that does not compile, and the empty pattern, give null and an error.
+    for (const char* bad : {"a(", ""}) {
+        error.reset();
+        EXPECT_TRUE(session->findSubStringByRegexGroup("ab", bad, 0, &error).is_null()) << bad;
+        EXPECT_TRUE(error.has_value()) << bad;
+    }
 }
 
 TEST(PureFloat, WholeTextMustBeOneNumber) {

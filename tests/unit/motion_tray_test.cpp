@@ -76,32 +76,36 @@ TEST(TrayMotion, SuccessOnlyWhenTheTargetSensorAnswersTheNumberOne) {
     }
 }
 
-TEST(TrayMotion, DeadlineCountsFromTheMoveReplyAndAllowsOneReadPastIt) {
+// A wall-clock step (a time sync) during the move changes neither the reads nor the result.
+TEST(TrayMotion, DeadlineCountsFromTheMoveReplyOnTheSteadyClockAndAllowsOneReadPastIt) {
     for (const auto& move : moves) {
-        SCOPED_TRACE(move.moveMethod);
-        SessionFixture fixture;
-        auto session = readyToMove(fixture, move, move.ack, {0});
-        double moveReturned = 0;
-        size_t linesAtMove = 0;
-        std::vector<double> readStarts;
-        fixture.controller->onCall([&](const kelvane::testing::RecordedCall& call) {
-            if (call.method == move.moveMethod) {
-                fixture.clock->advance(100.0);  // a slow move must not eat into the deadline
-                moveReturned = fixture.clock->now();
-                linesAtMove = fixture.log->lines().size();
-            } else if (moveReturned > 0 && call.method == move.sensor) {
-                readStarts.push_back(fixture.clock->now() - moveReturned);
-                fixture.clock->advance(0.25);
-            }
-        });
-        EXPECT_EQ(((*session).*move.start)(), move.timeoutResult);
-        // Reads start every 0.75 s from the move's reply; exactly one starts past the deadline.
-        ASSERT_GE(readStarts.size(), 2u);
-        for (size_t i = 0; i < readStarts.size(); ++i) EXPECT_EQ(readStarts[i], 0.75 * i);
-        EXPECT_LT(readStarts[readStarts.size() - 2], move.deadline);
-        EXPECT_GE(readStarts.back(), move.deadline);
-        EXPECT_LT(readStarts.back(), move.deadline + 0.5);
-        EXPECT_EQ(fixture.log->lines().size(), linesAtMove);  // nothing logged on timeout
+        for (double wallStep : {0.0, 30.0, -30.0}) {
+            SCOPED_TRACE(move.moveMethod + " wall step " + std::to_string(wallStep));
+            SessionFixture fixture;
+            auto session = readyToMove(fixture, move, move.ack, {0});
+            double moveReturned = 0;
+            size_t linesAtMove = 0;
+            std::vector<double> readStarts;
+            fixture.controller->onCall([&](const kelvane::testing::RecordedCall& call) {
+                if (call.method == move.moveMethod) {
+                    fixture.clock->advance(100.0);  // a slow move must not eat into the deadline
+                    moveReturned = fixture.clock->monotonic();
+                    linesAtMove = fixture.log->lines().size();
+                } else if (moveReturned > 0 && call.method == move.sensor) {
+                    if (readStarts.empty()) fixture.clock->stepWallClock(wallStep);
+                    readStarts.push_back(fixture.clock->monotonic() - moveReturned);
+                    fixture.clock->advance(0.25);
+                }
+            });
+            EXPECT_EQ(((*session).*move.start)(), move.timeoutResult);
+            // Reads start every 0.75 s from the move's reply; exactly one starts past the deadline.
+            ASSERT_GE(readStarts.size(), 2u);
+            for (size_t i = 0; i < readStarts.size(); ++i) EXPECT_EQ(readStarts[i], 0.75 * i);
+            EXPECT_LT(readStarts[readStarts.size() - 2], move.deadline);
+            EXPECT_GE(readStarts.back(), move.deadline);
+            EXPECT_LT(readStarts.back(), move.deadline + 0.5);
+            EXPECT_EQ(fixture.log->lines().size(), linesAtMove);  // nothing logged on timeout
+        }
     }
 }
 
