@@ -37,9 +37,8 @@ bool holdsOk(const std::string& answer) {
 bool sendFrames(const Bridge& bridge, const Value& messageId, const std::string& command,
                 std::int32_t slot) {
     for (const auto& frame : framesForCommand(bridge, command, slot)) {
-        Value reply = bridge.call(methods::canSend,
-                                  Value::array({messageId, Value(frame), Value(std::string(extendedFrameMark))}),
-                                  nullptr);
+        Value args = Value::array({messageId, Value(frame), std::string(extendedFrameMark)});
+        Value reply = bridge.call(methods::canSend, args, nullptr);
         if (!isText(reply, "done")) {
             bridge.log.write("Send can command " + command + " fail.");
             return false;

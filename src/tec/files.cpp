@@ -12,7 +12,8 @@
 namespace kelvane::tec {
 namespace {
 
-constexpr std::string_view slotFolder = "/Users/stnuser/Library/Logs/Korva/active/group{}-slot{}/user/";
+constexpr std::string_view slotFolder =
+    "/Users/stnuser/Library/Logs/Korva/active/group{}-slot{}/user/";
 constexpr std::string_view monitorLogName = "TecControlMonitor_{}_Unit{}.log";
 constexpr std::string_view csvName = "TecTemp_{}_Unit{}.csv";
 constexpr std::string_view monitorTimeStamp = "YYYY-MM-dd HH:mm:ss:SSSS";

@@ -148,7 +148,9 @@ void samplingPass(const Sampler& sampler, SlotTables tables, FailureRecords& rec
     }
     const Measurement measurement = measure(sampler, messageId, tables.itemNames, slot);
     sampler.saveCsv(slot, measurement.line);
-    if (measurement.sample) checkSample(sampler, records, slot, *measurement.sample, measurement.line);
+    if (measurement.sample) {
+        checkSample(sampler, records, slot, *measurement.sample, measurement.line);
+    }
 }
 
 std::string readingOnDemand(const Sampler& sampler, const Value& itemNames, std::int32_t slot) {

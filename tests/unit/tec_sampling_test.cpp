@@ -1,5 +1,4 @@
 #include "session_fixture.hpp"
-#include "virtual_clock.hpp"
 
 #include "tec/files.hpp"
 #include "tec/sampling.hpp"
@@ -12,6 +11,7 @@
 #include <sstream>
 
 using kelvane::Value;
+using Lines = std::vector<std::string>;
 
 namespace {
 
@@ -24,8 +24,8 @@ protected:
     kelvane::testing::VirtualClock clock;
     kelvane::CapturingLog log;
     std::map<std::string, std::optional<std::string>> answers;  // by command
-    std::vector<std::string> sent;                               // "<id> <command> <slot>"
-    std::vector<std::string> csv;
+    Lines sent;                                                  // "<id> <command> <slot>"
+    Lines csv;                                                   // without the time stamp
     Value stableFlags = Value::array({"YES", "YES"});
     Value warmUpPasses = Value::array({0, 0});
     Value itemNames = Value::array({"NOT SET", "step"});
@@ -37,40 +37,38 @@ protected:
             sent.push_back(kelvane::describe(id) + " " + command + " " + std::to_string(slot));
             return answers[command];
         },
-        clock, log, [this](std::int32_t slot, const std::string& line) {
-            csv.push_back(std::to_string(slot) + "|" + line);
+        clock, log,
+        [this](std::int32_t slot, const std::string& line) {
+            csv.push_back(std::to_string(slot) + "|" + afterTimeStamp(line));
         }};
 
-    void answerSensors(const std::string& s1, const std::string& s2, const std::string& s3,
-                       const std::string& s4) {
-        answers = {{"get tec temp:1", temperature(s1)}, {"get tec temp:2", temperature(s2)},
-                   {"get tec temp:3", temperature(s3)}, {"get tec temp:4", temperature(s4)},
-                   {"get tec power", power}};
+    static std::string afterTimeStamp(const std::string& line) {
+        EXPECT_TRUE(std::regex_search(line, std::regex(R"(^\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3},)")))
+            << line;
+        return line.substr(line.find(',') + 1);
     }
-    void pass(std::int32_t slot = 2) {
-        kelvane::tec::samplingPass(sampler, {stableFlags, warmUpPasses, itemNames}, records, slot,
-                                   kelvane::tec::canMessageId(slot));
+    void answerSensors(std::vector<std::string> degrees) {
+        for (int i = 0; i < 4; ++i) answers["get tec temp:" + std::to_string(i + 1)] = temperature(degrees[i]);
+        answers["get tec power"] = power;
     }
-    // The CSV line's fields after its time stamp.
-    std::string fieldsOf(const std::string& line) { return line.substr(line.find(',') + 1); }
+    void pass() {
+        kelvane::tec::samplingPass(sampler, {stableFlags, warmUpPasses, itemNames}, records, 2,
+                                   kelvane::tec::canMessageId(2));
+    }
 };
 
 }  // namespace
 
 TEST_F(TecSampling, MeasurementLineChecksAndFailureRecords) {
-    answerSensors("25.31", "25.31", "25.31", "25.31");
+    answerSensors({"25.31", "25.31", "25.31", "25.31"});
     pass();
-    ASSERT_EQ(csv.size(), 1u);
-    EXPECT_TRUE(std::regex_match(csv[0], std::regex(R"(2\|\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3},[^\r]*\r\n)")))
-        << csv[0];
-    EXPECT_EQ(fieldsOf(csv[0]), "25.31,25.31,25.31,25.31,-35.20,1.25,step\r\n");
-    EXPECT_EQ(sent, (std::vector<std::string>{"2081 get tec temp:1 2", "2081 get tec temp:2 2",
-                                              "2081 get tec temp:3 2", "2081 get tec temp:4 2",
-                                              "2081 get tec power 2"}));
+    EXPECT_EQ(csv, Lines{"2|25.31,25.31,25.31,25.31,-35.20,1.25,step\r\n"});
+    EXPECT_EQ(sent, (Lines{"2081 get tec temp:1 2", "2081 get tec temp:2 2", "2081 get tec temp:3 2",
+                           "2081 get tec temp:4 2", "2081 get tec power 2"}));
     EXPECT_TRUE(log.lines().empty());
 
-    // sensors -> times appended to the failure records (minimum, then agreement)
-    const std::vector<std::tuple<std::vector<std::string>, bool, bool>> cases = {
+    // Whether the line fails the minimum temperature and the agreement of sensors 1 to 3.
+    const std::tuple<std::vector<std::string>, bool, bool> cases[] = {
         {{"25.00", "25.00", "25.00", "21.49"}, true, false},
         {{"21.50", "21.50", "21.50", "21.50"}, false, false},
         {{"30.0", "26.9", "30.0", "10.0"}, true, true},
@@ -79,49 +77,47 @@ TEST_F(TecSampling, MeasurementLineChecksAndFailureRecords) {
         {{"25.0", "25.0", "28.5", "25.0"}, false, true},
         {{"bad", "25.0", "25.0", "25.0"}, true, true},  // an unreadable sensor reads 0.0
     };
-    for (const auto& [sensors, low, apart] : cases) {
-        answerSensors(sensors[0], sensors[1], sensors[2], sensors[3]);
+    for (const auto& [degrees, low, apart] : cases) {
+        answerSensors(degrees);
         recordLines = Value::array();
         log.clear();
         pass();
-        const std::string line = csv.back().substr(2);
-        std::vector<std::string> expectedLog;
-        if (low) expectedLog.push_back("tecTempRecord Slot2 fail msg:" + line);
-        if (apart) expectedLog.push_back("TesterReporting Slot2 maybe sensor is not normal,msg:" + line);
-        EXPECT_EQ(log.lines(), expectedLog) << sensors[0] << " " << sensors[1] << " " << sensors[3];
-        EXPECT_EQ(recordLines.size(), expectedLog.size()) << line;
+        const std::string line = kelvane::describe(recordLines.empty() ? Value() : recordLines[0]);
+        Lines expected;
+        if (low) expected.push_back("tecTempRecord Slot2 fail msg:" + line);
+        if (apart) expected.push_back("TesterReporting Slot2 maybe sensor is not normal,msg:" + line);
+        EXPECT_EQ(log.lines(), expected) << csv.back();
+        EXPECT_EQ(recordLines, Value(Lines(expected.size(), line))) << csv.back();
     }
 
     const Value snapshot = records.snapshot();
     recordLines.push_back("later");
     EXPECT_EQ(snapshot.size(), 2u);
-    recordLines = nullptr;  // the host dropped the array: records are not kept
+    recordLines = nullptr;  // the host dropped the array: nothing is kept, nothing breaks
     records.append("x");
     EXPECT_EQ(records.snapshot(), Value::array());
 
-    answerSensors("25.00", "25.00", "25.00", "25.00");
+    answerSensors({"25.00", "25.00", "25.00", "25.00"});
     answers["get tec power"] = "TEC : 12.00 V, 1.25 A, 15.00 W ,PWM: -35.20% FAIL";
     pass();
-    EXPECT_EQ(fieldsOf(csv.back()), "25.00,25.00,25.00,25.00,0.00,1.25,step\r\n");
+    EXPECT_EQ(csv.back(), "2|25.00,25.00,25.00,25.00,0.00,1.25,step\r\n");
 }
 
-TEST_F(TecSampling, MissingAnswersAreNamedInsteadOfMeasured) {
-    answerSensors("25.0", "25.0", "25.0", "25.0");
+TEST_F(TecSampling, MissingAnswersAreNamedAndOnDemandReadingsAreOnlyReturned) {
+    answerSensors({"10.0", "10.0", "10.0", "10.0"});  // would fail a check if one were made
     answers["get tec temp:3"] = "";
     answers["get tec power"] = std::nullopt;
     pass();
-    ASSERT_EQ(csv.size(), 1u);
-    EXPECT_EQ(fieldsOf(csv[0]), temperature("25.0") + "," + temperature("25.0") + ",," +
-                                    temperature("25.0") + ",(null) get null value.\r\n");
+    const std::string t = temperature("10.0");
+    EXPECT_EQ(csv, Lines{"2|" + t + "," + t + ",," + t + ",(null) get null value.\r\n"});
     EXPECT_TRUE(log.lines().empty());
     EXPECT_TRUE(recordLines.empty());
 
-    // On demand: the slot's own identifier, the line returned, nothing written or checked.
-    answerSensors("10.0", "25.0", "25.0", "25.0");
+    answerSensors({"10.0", "25.0", "25.0", "25.0"});
     sent.clear();
     itemNames = nullptr;
-    const std::string line = kelvane::tec::readingOnDemand(sampler, itemNames, 2);
-    EXPECT_EQ(fieldsOf(line), "10.00,25.00,25.00,25.00,-35.20,1.25,(null)\r\n");
+    EXPECT_EQ(afterTimeStamp(kelvane::tec::readingOnDemand(sampler, itemNames, 2)),
+              "10.00,25.00,25.00,25.00,-35.20,1.25,(null)\r\n");
     EXPECT_EQ(sent.front(), "2081 get tec temp:1 2");
     EXPECT_EQ(csv.size(), 1u);
     EXPECT_TRUE(log.lines().empty());
@@ -129,20 +125,19 @@ TEST_F(TecSampling, MissingAnswersAreNamedInsteadOfMeasured) {
 }
 
 TEST_F(TecSampling, WarmUpTakesElevenPassesThenMeasures) {
-    answerSensors("25.0", "25.0", "25.0", "25.0");
+    answerSensors({"25.0", "25.0", "25.0", "25.0"});
     stableFlags[1] = "NO";
     for (int i = 1; i <= 11; ++i) {
         pass();
         EXPECT_EQ(warmUpPasses[1], i == 11 ? 0 : i);
     }
     EXPECT_EQ(stableFlags[1], "YES");
-    EXPECT_EQ(sent, std::vector<std::string>(11, "2081 get tec temp:1 2"));
+    EXPECT_EQ(sent, Lines(11, "2081 get tec temp:1 2"));
     EXPECT_EQ(clock.sleeps(), std::vector<double>(11, 1.0));
     EXPECT_TRUE(csv.empty());
-    auto lines = log.lines();
-    ASSERT_EQ(lines.size(), 12u);
-    EXPECT_EQ(lines[0], "Slot2 ntc1:" + temperature("25.0"));
-    EXPECT_EQ(lines[11], "Slot2 TEC temp stable");
+    Lines expected(11, "Slot2 ntc1:" + temperature("25.0"));
+    expected.push_back("Slot2 TEC temp stable");
+    EXPECT_EQ(log.lines(), expected);
     pass();
     EXPECT_EQ(csv.size(), 1u);
 
@@ -158,7 +153,7 @@ TEST_F(TecSampling, WarmUpTakesElevenPassesThenMeasures) {
 
 TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
     kelvane::testing::SessionFixture fixture;
-    kelvane::Platform platform = fixture.platform();
+    const kelvane::Platform platform = fixture.platform();
     const Value identifier = "Fixture3";
     const kelvane::tec::TecFiles files{platform, identifier};
     const auto folder = fixture.root.path() / "Users/stnuser/Library/Logs/Korva/active/group2-slot2/user";
@@ -176,15 +171,15 @@ TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
     files.appendCsv(2, "b\r\n");
     EXPECT_EQ(read(folder / "TecTemp_Fixture3_Unit2.csv"), "a\r\nb\r\n");
 
-    // 30 December 2024 lies in week 1 of 2025.
+    // 30 December 2024 lies in week 1 of 2025: the week-based year shows.
     fixture.clock->advance(1'735'560'000.5 - fixture.clock->now());
     files.appendMonitorLine(2, "running");
     EXPECT_TRUE(std::regex_match(read(folder / "TecControlMonitor_Fixture3_Unit2.log"),
                                  std::regex("2025-12-30 \\d\\d:\\d\\d:\\d\\d:5000:    running\r\n")));
     EXPECT_TRUE(fixture.log->lines().empty());
 
+    const std::string active = "/Users/stnuser/Library/Logs/Korva/active/";
     EXPECT_EQ(kelvane::tec::monitorLogPath(Value("Fixture1"), 4),
-              "/Users/stnuser/Library/Logs/Korva/active/group0-slot4/user/TecControlMonitor_Fixture1_Unit4.log");
-    EXPECT_EQ(kelvane::tec::csvPath(Value(1), 2),
-              "/Users/stnuser/Library/Logs/Korva/active/group-1-slot2/user/TecTemp_1_Unit2.csv");
+              active + "group0-slot4/user/TecControlMonitor_Fixture1_Unit4.log");
+    EXPECT_EQ(kelvane::tec::csvPath(Value(1), 2), active + "group-1-slot2/user/TecTemp_1_Unit2.csv");
 }
