@@ -3,11 +3,15 @@
 
 #include <kelvane/RpcClient.hpp>
 
+#include <gtest/gtest.h>
+
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -26,8 +30,22 @@ struct ScriptedAnswer {
     bool used = false;
 };
 
+// Thrown by a call past the fake's call budget.
+struct CallBudgetExceeded : std::logic_error {
+    using std::logic_error::logic_error;
+};
+
 class FakeRpcClient final : public RpcClient {
 public:
+    // Calls allowed from now on, whatever was called before. A call past the budget fails the
+    // test and throws, so code that would call for ever (a receive loop that never sees its
+    // terminator) ends the test instead of hanging it.
+    void limitCalls(std::size_t budget) {
+        std::lock_guard lock(mutex_);
+        budget_ = budget;
+        spent_ = 0;
+    }
+
     // Answers queued for one method are used in order; the last one stays for later calls until
     // a new answer is given.
     void answer(const std::string& method, Value reply) { answer(method, ScriptedAnswer{std::move(reply), {}}); }
@@ -51,6 +69,10 @@ public:
         RecordedCall recorded{method, args, kwargs, error != nullptr};
         if (hook_) hook_(recorded);
         std::lock_guard lock(mutex_);
+        if (++spent_ > budget_) {
+            ADD_FAILURE() << "call budget of " << budget_ << " calls spent by " << method;
+            throw CallBudgetExceeded("call budget spent");
+        }
         calls_.push_back(recorded);
         auto& queue = answers_[method];
         if (queue.empty()) return nullptr;
@@ -81,6 +103,8 @@ private:
     std::map<std::string, std::deque<ScriptedAnswer>> answers_;
     std::vector<RecordedCall> calls_;
     std::function<void(const RecordedCall&)> hook_;
+    std::size_t budget_ = 10'000;  // for every test: no unit test needs more calls
+    std::size_t spent_ = 0;
 };
 
 }  // namespace kelvane::testing

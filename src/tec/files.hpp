@@ -1,0 +1,33 @@
+// The two text files each slot's TEC monitoring leaves in the test sequencer's per-slot log
+// folder: the sample CSV and the time-stamped monitor log.
+#pragma once
+
+#include <kelvane/Platform.hpp>
+#include <kelvane/Value.hpp>
+
+#include <cstdint>
+#include <string>
+
+namespace kelvane::tec {
+
+// The station paths of a slot's files. The folder's group is the number after "Fixture" in the
+// identifier, minus one (-1 without such a number); the identifier also names the files.
+std::string monitorLogPath(const Value& identifier, std::int32_t slot);
+std::string csvPath(const Value& identifier, std::int32_t slot);
+
+// Appends to a slot's files. Each write forms the path anew, creates the file when it is missing
+// (never its folder), appends and closes it; a text that is not all ASCII is not written. No
+// failure reaches the caller: file-layer errors are logged, a missing folder loses the line.
+// Takes no lock: two writers of one slot may append to the same file at once.
+struct TecFiles {
+    const Platform& platform;  // file root, the clock for time stamps, the process log
+    const Value& identifier;   // the session's, read at each write
+
+    // One line "<time stamp>:    <text>\r\n"; the stamp is local time "YYYY-MM-dd HH:mm:ss:SSSS"
+    // (week-based year, four fraction digits).
+    void appendMonitorLine(std::int32_t slot, const std::string& text) const;
+    // The text as it is; callers end their lines themselves.
+    void appendCsv(std::int32_t slot, const std::string& text) const;
+};
+
+}  // namespace kelvane::tec

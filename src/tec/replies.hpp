@@ -1,0 +1,24 @@
+// Reading the values out of a TEC controller's answers.
+#pragma once
+
+#include <string>
+
+namespace kelvane::tec {
+
+// One sample of a slot: four temperature sensors (degrees Celsius), the power stage's PWM
+// (percent) and current (amperes), in single precision as the controller reports them.
+struct TecSample {
+    float sensors[4] = {};
+    float pwm = 0.0f;
+    float current = 0.0f;
+};
+
+// The sample in the answers to "get tec temp:1".."4" and "get tec power". A value whose pattern
+// does not match reads as 0.0; so does a PWM in a power answer that ends in "FAIL".
+TecSample parseSample(const std::string (&temperatures)[4], const std::string& power);
+
+// The leading decimal number of a text (blanks skipped), independent of the user's locale;
+// 0.0 when there is none.
+float leadingFloat(const std::string& text);
+
+}  // namespace kelvane::tec

@@ -1,0 +1,185 @@
+#include "session_fixture.hpp"
+
+#include "tec/files.hpp"
+#include "tec/sampling.hpp"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+
+using kelvane::Value;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+const std::string power = "TEC : 12.00 V, 1.25 A, 15.00 W ,PWM: -35.20% OK";
+
+std::string temperature(const std::string& degrees) { return "TEC temp: " + degrees + " C\r\nOK"; }
+
+class TecSampling : public ::testing::Test {
+protected:
+    kelvane::testing::VirtualClock clock;
+    kelvane::CapturingLog log;
+    std::map<std::string, std::optional<std::string>> answers;  // by command
+    Lines sent;                                                  // "<id> <command> <slot>"
+    Lines csv;                                                   // without the time stamp
+    Value stableFlags = Value::array({"YES", "YES"});
+    Value warmUpPasses = Value::array({0, 0});
+    Value itemNames = Value::array({"NOT SET", "step"});
+    Value recordLines = Value::array();
+    std::mutex recordMutex;
+    kelvane::tec::FailureRecords records{recordLines, recordMutex};
+    kelvane::tec::Sampler sampler{
+        [this](const Value& id, const std::string& command, std::int32_t slot) {
+            sent.push_back(kelvane::describe(id) + " " + command + " " + std::to_string(slot));
+            return answers[command];
+        },
+        clock, log,
+        [this](std::int32_t slot, const std::string& line) {
+            csv.push_back(std::to_string(slot) + "|" + afterTimeStamp(line));
+        }};
+
+    static std::string afterTimeStamp(const std::string& line) {
+        EXPECT_TRUE(std::regex_search(line, std::regex(R"(^\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3},)")))
+            << line;
+        return line.substr(line.find(',') + 1);
+    }
+    void answerSensors(std::vector<std::string> degrees) {
+        for (int i = 0; i < 4; ++i) answers["get tec temp:" + std::to_string(i + 1)] = temperature(degrees[i]);
+        answers["get tec power"] = power;
+    }
+    void pass() {
+        kelvane::tec::samplingPass(sampler, {stableFlags, warmUpPasses, itemNames}, records, 2,
+                                   kelvane::tec::canMessageId(2));
+    }
+};
+
+}  // namespace
+
+TEST_F(TecSampling, MeasurementLineChecksAndFailureRecords) {
+    answerSensors({"25.31", "25.31", "25.31", "25.31"});
+    pass();
+    EXPECT_EQ(csv, Lines{"2|25.31,25.31,25.31,25.31,-35.20,1.25,step\r\n"});
+    EXPECT_EQ(sent, (Lines{"2081 get tec temp:1 2", "2081 get tec temp:2 2", "2081 get tec temp:3 2",
+                           "2081 get tec temp:4 2", "2081 get tec power 2"}));
+    EXPECT_TRUE(log.lines().empty());
+
+    // Whether the line fails the minimum temperature and the agreement of sensors 1 to 3.
+    const std::tuple<std::vector<std::string>, bool, bool> cases[] = {
+        {{"25.00", "25.00", "25.00", "21.49"}, true, false},
+        {{"21.50", "21.50", "21.50", "21.50"}, false, false},
+        {{"30.0", "26.9", "30.0", "10.0"}, true, true},
+        {{"30.0", "30.0", "30.0", "40.0"}, false, false},
+        {{"25.0", "28.0", "25.0", "25.0"}, false, false},
+        {{"25.0", "25.0", "28.5", "25.0"}, false, true},
+        {{"bad", "25.0", "25.0", "25.0"}, true, true},  // an unreadable sensor reads 0.0
+    };
+    for (const auto& [degrees, low, apart] : cases) {
+        answerSensors(degrees);
+        recordLines = Value::array();
+        log.clear();
+        pass();
+        const std::string line = kelvane::describe(recordLines.empty() ? Value() : recordLines[0]);
+        Lines expected;
+        if (low) expected.push_back("tecTempRecord Slot2 fail msg:" + line);
+        if (apart) expected.push_back("TesterReporting Slot2 maybe sensor is not normal,msg:" + line);
+        EXPECT_EQ(log.lines(), expected) << csv.back();
+        EXPECT_EQ(recordLines, Value(Lines(expected.size(), line))) << csv.back();
+    }
+
+    const Value snapshot = records.snapshot();
+    recordLines.push_back("later");
+    EXPECT_EQ(snapshot.size(), 2u);
+    recordLines = nullptr;  // the host dropped the array: nothing is kept, nothing breaks
+    records.append("x");
+    EXPECT_EQ(records.snapshot(), Value::array());
+
+    answerSensors({"25.00", "25.00", "25.00", "25.00"});
+    answers["get tec power"] = "TEC : 12.00 V, 1.25 A, 15.00 W ,PWM: -35.20% FAIL";
+    pass();
+    EXPECT_EQ(csv.back(), "2|25.00,25.00,25.00,25.00,0.00,1.25,step\r\n");
+}
+
+TEST_F(TecSampling, MissingAnswersAreNamedAndOnDemandReadingsAreOnlyReturned) {
+    answerSensors({"10.0", "10.0", "10.0", "10.0"});  // would fail a check if one were made
+    answers["get tec temp:3"] = "";
+    answers["get tec power"] = std::nullopt;
+    pass();
+    const std::string t = temperature("10.0");
+    EXPECT_EQ(csv, Lines{"2|" + t + "," + t + ",," + t + ",(null) get null value.\r\n"});
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_TRUE(recordLines.empty());
+
+    answerSensors({"10.0", "25.0", "25.0", "25.0"});
+    sent.clear();
+    itemNames = nullptr;
+    EXPECT_EQ(afterTimeStamp(kelvane::tec::readingOnDemand(sampler, itemNames, 2)),
+              "10.00,25.00,25.00,25.00,-35.20,1.25,(null)\r\n");
+    EXPECT_EQ(sent.front(), "2081 get tec temp:1 2");
+    EXPECT_EQ(csv.size(), 1u);
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_TRUE(recordLines.empty());
+}
+
+TEST_F(TecSampling, WarmUpTakesElevenPassesThenMeasures) {
+    answerSensors({"25.0", "25.0", "25.0", "25.0"});
+    stableFlags[1] = "NO";
+    for (int i = 1; i <= 11; ++i) {
+        pass();
+        EXPECT_EQ(warmUpPasses[1], i == 11 ? 0 : i);
+    }
+    EXPECT_EQ(stableFlags[1], "YES");
+    EXPECT_EQ(sent, Lines(11, "2081 get tec temp:1 2"));
+    EXPECT_EQ(clock.sleeps(), std::vector<double>(11, 1.0));
+    EXPECT_TRUE(csv.empty());
+    Lines expected(11, "Slot2 ntc1:" + temperature("25.0"));
+    expected.push_back("Slot2 TEC temp stable");
+    EXPECT_EQ(log.lines(), expected);
+    pass();
+    EXPECT_EQ(csv.size(), 1u);
+
+    // Without a counter table the warm-up never ends; without a flag table it never starts.
+    warmUpPasses = nullptr;
+    stableFlags[1] = "NO";
+    for (int i = 0; i < 20; ++i) pass();
+    EXPECT_EQ(stableFlags[1], "NO");
+    stableFlags = nullptr;
+    pass();
+    EXPECT_EQ(csv.size(), 2u);
+}
+
+TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
+    kelvane::testing::SessionFixture fixture;
+    const kelvane::Platform platform = fixture.platform();
+    const Value identifier = "Fixture3";
+    const kelvane::tec::TecFiles files{platform, identifier};
+    const auto folder = fixture.root.path() / "Users/stnuser/Library/Logs/Korva/active/group2-slot2/user";
+    const auto read = [](const std::filesystem::path& path) {
+        std::ostringstream text;
+        text << std::ifstream(path, std::ios::binary).rdbuf();
+        return text.str();
+    };
+
+    files.appendCsv(2, "a\r\n");  // no folder: lost without a message
+    EXPECT_FALSE(std::filesystem::exists(folder));
+    std::filesystem::create_directories(folder);
+    files.appendCsv(2, "a\r\n");
+    files.appendCsv(2, "25\xc2\xb0" "C\r\n");
+    files.appendCsv(2, "b\r\n");
+    EXPECT_EQ(read(folder / "TecTemp_Fixture3_Unit2.csv"), "a\r\nb\r\n");
+
+    // 30 December 2024 lies in week 1 of 2025: the week-based year shows.
+    fixture.clock->advance(1'735'560'000.5 - fixture.clock->now());
+    files.appendMonitorLine(2, "running");
+    EXPECT_TRUE(std::regex_match(read(folder / "TecControlMonitor_Fixture3_Unit2.log"),
+                                 std::regex("2025-12-30 \\d\\d:\\d\\d:\\d\\d:5000:    running\r\n")));
+    EXPECT_TRUE(fixture.log->lines().empty());
+
+    const std::string active = "/Users/stnuser/Library/Logs/Korva/active/";
+    EXPECT_EQ(kelvane::tec::monitorLogPath(Value("Fixture1"), 4),
+              active + "group0-slot4/user/TecControlMonitor_Fixture1_Unit4.log");
+    EXPECT_EQ(kelvane::tec::csvPath(Value(1), 2), active + "group-1-slot2/user/TecTemp_1_Unit2.csv");
+}
