@@ -28,10 +28,14 @@ namespace {
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr const char* monitorEndpoint = "inproc://kelvane-rpc-monitor";
-// A peer that sends more than this in one message is disconnected by ZeroMQ (and reconnected);
-// it keeps a misbehaving controller from exhausting memory.
-constexpr std::int64_t transportMessageLimit = std::int64_t{64} << 20;
 constexpr int reconnectIntervalMs = 100;
+// Messages ZeroMQ keeps for the client before it stops reading the connection. Nothing reads the
+// socket between calls, so this (times the frame limit) is all a peer sending unasked can cost.
+constexpr int receiveHighWaterMark = 8;
+// After a drop, ZeroMQ announces its next connect attempt at once; when none comes within this,
+// it has ended the session for a protocol error (an oversize frame, a peer of the wrong socket
+// type) and will never reconnect by itself, so the client connects anew.
+constexpr std::chrono::milliseconds retryAnnouncementWait{200};
 // Longer "timeout_ms" values are cut to this, so the deadline arithmetic cannot overflow.
 constexpr std::chrono::milliseconds longestCallTimeout = std::chrono::hours(24);
 
@@ -134,6 +138,7 @@ struct RPCClientWrapper::Impl {
     bool connected = false;
     bool closed = false;
     bool leading = false;
+    bool reconnectWanted = false;  // by the watcher, of the leader
     int activeCalls = 0;
     std::deque<Outgoing> outbox;
     std::unordered_map<std::int64_t, PendingCall*> pending;
@@ -142,13 +147,15 @@ struct RPCClientWrapper::Impl {
         dealer.set(zmq::sockopt::linger, 0);
         monitor.set(zmq::sockopt::linger, 0);
         if (zmq_socket_monitor(dealer.handle(), monitorEndpoint,
-                               ZMQ_EVENT_HANDSHAKE_SUCCEEDED | ZMQ_EVENT_DISCONNECTED) != 0) {
+                               ZMQ_EVENT_HANDSHAKE_SUCCEEDED | ZMQ_EVENT_DISCONNECTED |
+                                   ZMQ_EVENT_CONNECT_RETRIED) != 0) {
             throw zmq::error_t();
         }
         monitor.connect(monitorEndpoint);
         dealer.set(zmq::sockopt::immediate, 1);
         dealer.set(zmq::sockopt::reconnect_ivl, reconnectIntervalMs);
-        dealer.set(zmq::sockopt::maxmsgsize, transportMessageLimit);
+        dealer.set(zmq::sockopt::maxmsgsize, static_cast<std::int64_t>(options.maxReplyBytes));
+        dealer.set(zmq::sockopt::rcvhwm, receiveHighWaterMark);
         dealer.connect(endpoint);
         watcher = std::thread([this] { watchConnection(); });
     }
@@ -214,6 +221,11 @@ struct RPCClientWrapper::Impl {
     void lead(std::unique_lock<std::mutex>& lock, PendingCall& call,
               SteadyClock::time_point deadline) {
         while (!call.done && !closed) {
+            if (std::exchange(reconnectWanted, false)) {
+                lock.unlock();
+                reconnect();
+                lock.lock();
+            }
             // Requests of calls that timed out before they went out are not sent at all.
             std::erase_if(outbox, [this](const Outgoing& request) {
                 return !pending.contains(request.id);
@@ -289,7 +301,6 @@ struct RPCClientWrapper::Impl {
             return std::nullopt;
         }
         if (parts.size() != 2 || parts[0].size() != 0) return std::nullopt;
-        if (parts[1].size() > options.maxReplyBytes) return std::nullopt;
         return jsonrpc::decodeReply(parts[1].to_string_view());
     }
 
@@ -320,25 +331,64 @@ struct RPCClientWrapper::Impl {
     void watchConnection() {
         zmq_pollitem_t items[] = {{monitor.handle(), 0, ZMQ_POLLIN, 0},
                                   {nullptr, watcherStop.readEnd(), ZMQ_POLLIN, 0}};
+        std::optional<SteadyClock::time_point> retryDue;
         try {
             while (true) {
-                pollFor(items, 2, -1);
+                long waitMs = retryDue ? millisecondsUntil(*retryDue) : -1;
+                pollFor(items, 2, waitMs);
                 if (items[1].revents & ZMQ_POLLIN) return;
-                if (items[0].revents & ZMQ_POLLIN) readMonitorEvent();
+                if (items[0].revents & ZMQ_POLLIN) {
+                    auto event = readMonitorEvent();
+                    if (event == ZMQ_EVENT_DISCONNECTED) {
+                        retryDue = SteadyClock::now() + retryAnnouncementWait;
+                    } else if (event) {
+                        retryDue.reset();
+                    }
+                } else if (retryDue && SteadyClock::now() >= *retryDue) {
+                    // When the leader is asked to do it, look again later: it may leave first.
+                    retryDue.reset();
+                    if (!reconnectAfterProtocolError()) {
+                        retryDue = SteadyClock::now() + retryAnnouncementWait;
+                    }
+                }
             }
         } catch (const zmq::error_t&) {
             // The monitor is gone; the connection state stays as last seen.
         }
     }
 
-    void readMonitorEvent() {
+    // The socket is the leader's: a leader reconnects at its next step; with none, the watcher
+    // takes the leader's role for the moment it takes. True when the watcher did it.
+    bool reconnectAfterProtocolError() {
+        std::unique_lock lock(mutex);
+        if (leading) {
+            reconnectWanted = true;
+            leaderWake.signal();
+            return false;
+        }
+        leading = true;
+        HandOver handOver{*this, lock};
+        lock.unlock();
+        reconnect();
+        return true;
+    }
+
+    // With the leader's role. Ends whatever is left of the old session and starts a new one.
+    void reconnect() {
+        zmq_disconnect(dealer.handle(), endpoint.c_str());
+        zmq_connect(dealer.handle(), endpoint.c_str());
+    }
+
+    // The event read, if any.
+    std::optional<std::uint16_t> readMonitorEvent() {
         std::vector<zmq::message_t> parts;
         if (!zmq::recv_multipart(monitor, std::back_inserter(parts), zmq::recv_flags::dontwait) ||
             parts.empty() || parts[0].size() < sizeof(std::uint16_t)) {
-            return;
+            return std::nullopt;
         }
         std::uint16_t event = 0;
         std::memcpy(&event, parts[0].data(), sizeof event);
+        if (event == ZMQ_EVENT_CONNECT_RETRIED) return event;
         bool nowConnected = event == ZMQ_EVENT_HANDSHAKE_SUCCEEDED;
         std::lock_guard lock(mutex);
         connected = nowConnected;
@@ -348,6 +398,7 @@ struct RPCClientWrapper::Impl {
             failAll(jsonrpc::notConnectedError, "connection to " + endpoint + " lost");
             leaderWake.signal();
         }
+        return event;
     }
 
     std::string notReachableText() const {
