@@ -1,5 +1,11 @@
 #include "rpc/json_rpc.hpp"
 
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+
 namespace kelvane::jsonrpc {
 namespace {
 
@@ -27,9 +33,81 @@ bool nestsTooDeep(std::string_view text) {
     return false;
 }
 
+// Whether a JSON number token is too large in magnitude for a double. Decided on its significant
+// digits and decimal exponent, so neither the locale's decimal point nor a giant exponent matters.
+bool overflowsDouble(std::string_view number) {
+    std::string digits;
+    long long exponent = 0;  // of the last digit in `digits`
+    std::size_t at = number.starts_with('-') ? 1 : 0;
+    bool fraction = false;
+    for (; at < number.size() && number[at] != 'e' && number[at] != 'E'; ++at) {
+        if (number[at] == '.') {
+            fraction = true;
+        } else {
+            if (!digits.empty() || number[at] != '0') digits += number[at];
+            if (fraction) --exponent;
+        }
+    }
+    if (digits.empty()) return false;  // zero
+    if (at < number.size()) {
+        constexpr long long saturated = 100000;
+        long long written = 0;
+        bool negative = at + 1 < number.size() && number[at + 1] == '-';
+        for (std::size_t i = at + 1; i < number.size(); ++i) {
+            if (std::isdigit(static_cast<unsigned char>(number[i])))
+                written = std::min(saturated, written * 10 + (number[i] - '0'));
+        }
+        exponent += negative ? -written : written;
+    }
+    long long leading = exponent + static_cast<long long>(digits.size()) - 1;  // 10^leading
+    if (leading > std::numeric_limits<double>::max_exponent10) return true;
+    if (leading < std::numeric_limits<double>::max_exponent10) return false;
+    std::string plain = digits + "e" + std::to_string(exponent);  // no decimal point
+    return std::isinf(std::strtod(plain.c_str(), nullptr));
+}
+
+// The text with every number too large for a double replaced by a JSON text holding the number's
+// literal, so one such number does not make the whole message unreadable.
+std::string quoteOverflowingNumbers(std::string_view text) {
+    std::string out;
+    out.reserve(text.size() + 16);
+    bool inString = false;
+    bool escaped = false;
+    for (std::size_t i = 0; i < text.size();) {
+        char c = text[i];
+        if (inString) {
+            if (escaped) escaped = false;
+            else if (c == '\\') escaped = true;
+            else if (c == '"') inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '-' || std::isdigit(static_cast<unsigned char>(c))) {
+            std::size_t end = i + 1;
+            while (end < text.size() &&
+                   (std::isdigit(static_cast<unsigned char>(text[end])) ||
+                    std::string_view(".eE+-").find(text[end]) != std::string_view::npos)) {
+                ++end;
+            }
+            auto number = text.substr(i, end - i);
+            if (overflowsDouble(number)) out += '"' + std::string(number) + '"';
+            else out += number;
+            i = end;
+            continue;
+        }
+        out += c;
+        ++i;
+    }
+    return out;
+}
+
 std::optional<Value> parse(std::string_view text) {
     if (nestsTooDeep(text)) return std::nullopt;
     Value parsed = Value::parse(text, nullptr, false);
+    if (parsed.is_discarded()) {
+        // The slow path only for text that did not parse: perhaps a number beyond double range.
+        auto quoted = quoteOverflowingNumbers(text);
+        if (quoted.size() != text.size()) parsed = Value::parse(quoted, nullptr, false);
+    }
     if (parsed.is_discarded() || !parsed.is_object()) return std::nullopt;
     return parsed;
 }
@@ -40,14 +118,21 @@ std::optional<std::int64_t> integerId(const Value& message) {
     return id->get<std::int64_t>();
 }
 
+// An integer code, clamped to the range of int: a huge code stays huge and keeps its sign.
+int clampedCode(const Value& code) {
+    constexpr auto lowest = std::numeric_limits<int>::min();
+    constexpr auto highest = std::numeric_limits<int>::max();
+    if (code.is_number_unsigned()) {
+        return static_cast<int>(std::min<std::uint64_t>(code.get<std::uint64_t>(), highest));
+    }
+    return static_cast<int>(std::clamp<std::int64_t>(code.get<std::int64_t>(), lowest, highest));
+}
+
+// `error` is an object.
 RpcError errorFrom(const Value& error) {
     RpcError result;
-    if (!error.is_object()) {
-        result.message = describe(error);
-        return result;
-    }
     if (auto code = error.find("code"); code != error.end() && code->is_number_integer()) {
-        result.code = static_cast<int>(code->get<std::int64_t>());
+        result.code = clampedCode(*code);
     }
     auto message = error.find("message");
     result.message = message == error.end() ? "" : describe(*message);
@@ -102,9 +187,14 @@ std::optional<Reply> decodeReply(std::string_view text) {
     if (!message) return std::nullopt;
     auto id = integerId(*message);
     if (!id) return std::nullopt;
+    if (auto version = message->find("jsonrpc");
+        version != message->end() && !isText(*version, "2.0")) {
+        return std::nullopt;
+    }
     Reply reply;
     reply.id = *id;
     if (auto error = message->find("error"); error != message->end() && !error->is_null()) {
+        if (!error->is_object()) return std::nullopt;
         reply.error = errorFrom(*error);
     } else if (auto result = message->find("result"); result != message->end()) {
         reply.result = *result;

@@ -40,8 +40,10 @@ std::optional<Request> decodeRequest(std::string_view text);
 
 std::string encodeResult(std::int64_t id, const Value& result);
 std::string encodeError(std::int64_t id, const RpcError& error);
-// Nothing for text that is not JSON, nests deeper than 128 levels, has no integer id, or has
-// neither result nor error.
+// Nothing for text that is not JSON, nests deeper than 128 levels, has no integer id, has a
+// "jsonrpc" member other than "2.0", has an "error" that is neither an object nor null, or has
+// neither result nor error. A number too large for a double reads as a text holding its literal
+// ("1e999"); an error code outside the range of int is clamped to it.
 std::optional<Reply> decodeReply(std::string_view text);
 
 // JSON text of a value; texts that are not valid UTF-8 are repaired rather than refused.

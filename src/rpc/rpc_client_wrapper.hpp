@@ -26,7 +26,8 @@ public:
         std::chrono::milliseconds timeoutMargin{500};
         // How long after creation a call waits for the first connection to the controller.
         std::chrono::milliseconds connectGrace{1000};
-        // Reply frames larger than this are dropped.
+        // ZeroMQ's message size limit: a peer that sends a larger frame is disconnected (calls in
+        // flight fail as for a lost connection), and the client connects anew.
         std::size_t maxReplyBytes = std::size_t{1} << 20;
     };
 

@@ -65,6 +65,34 @@ TEST_F(TransportOutageTest, KilledControllerFailsCallsAtOnceAndRestartedOneServe
         << "the same client reconnects on its own";
 }
 
+// ZeroMQ ends a session for a protocol error for good; the client must connect anew by itself.
+TEST_F(TransportOutageTest, ProtocolErrorsDoNotWedgeTheClientItRecoversOnItsOwn) {
+    // A reply frame over the message size limit: the call fails at once, later calls work again.
+    script({{"method", fanSpeed}, {"action", "oversize"}, {"bytes", (1 << 20) + 1}, {"times", 1}});
+    EXPECT_EQ(errorOf(*client, fanSpeed, longWait), jsonrpc::notConnectedError);
+    EXPECT_TRUE(eventually([&] { return errorOf(*client, serverMode) == 0; }))
+        << "still wedged after an oversize frame";
+
+    // A peer of the wrong socket type answers on the port for a moment, then the controller.
+    sim.kill();
+    {
+        zmq::context_t context;
+        zmq::socket_t wrongType(context, zmq::socket_type::pub);
+        wrongType.set(zmq::sockopt::linger, 0);
+        wrongType.bind(sim.endpoint());
+        zmq::socket_t watch(context, zmq::socket_type::pair);
+        ASSERT_EQ(zmq_socket_monitor(wrongType.handle(), "inproc://wrong-type", ZMQ_EVENT_DISCONNECTED), 0);
+        watch.connect("inproc://wrong-type");
+        watch.set(zmq::sockopt::rcvtimeo, 5000);
+        zmq::message_t event;
+        ASSERT_TRUE(watch.recv(event)) << "the client never tried the wrong peer";
+        zmq_socket_monitor(wrongType.handle(), nullptr, 0);
+    }
+    sim.restart();
+    EXPECT_TRUE(eventually([&] { return errorOf(*client, serverMode) == 0; }))
+        << "still wedged after a peer of the wrong socket type";
+}
+
 TEST_F(TransportOutageTest, ClosingWithCallsInFlightFailsThemAndReturnsPromptly) {
     script({{"method", fanSpeed}, {"action", "no_reply"}});
     RPCClientWrapper* borrowed = client.get();

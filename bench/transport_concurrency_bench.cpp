@@ -1,0 +1,94 @@
+// Several threads calling through one RPCClientWrapper, against one kelvane-sim:
+// - FourSlowCallsTogether: four threads each make a call the simulator answers after 10 ms; the
+//   real time per iteration is the wall time of the four together (40 ms if they were serialised).
+// - LibraryCallsFrom8Threads / BareSocketsFrom8Threads: "server.mode" calls per second from eight
+//   threads through one client, against eight threads with a bare DEALER socket each.
+#include "rpc/json_rpc.hpp"
+#include "rpc/methods.hpp"
+#include "rpc/rpc_client_wrapper.hpp"
+#include "simulator_process.hpp"
+
+#include <benchmark/benchmark.h>
+#include <zmq.hpp>
+#include <zmq_addon.hpp>
+
+#include <atomic>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+using kelvane::testing::SimulatorProcess;
+
+constexpr int slowReplyMs = 10;
+SimulatorProcess* simulator = nullptr;
+std::shared_ptr<kelvane::RPCClientWrapper> shared;
+std::atomic<std::int64_t> bareIds{0};
+
+void call(benchmark::State& state, const std::string& method, const kelvane::Value& args) {
+    std::optional<kelvane::RpcError> error;
+    kelvane::Value reply = shared->rpc(method, args, &error);
+    if (reply.is_null()) state.SkipWithError((method + " gave no reply").c_str());
+    benchmark::DoNotOptimize(reply);
+}
+
+void FourSlowCallsTogether(benchmark::State& state) {
+    const std::string method(kelvane::methods::getFanSpeed);
+    for (auto _ : state) call(state, method, kelvane::Value::array({1}));
+}
+
+void LibraryCallsFrom8Threads(benchmark::State& state) {
+    const std::string method(kelvane::methods::serverMode);
+    for (auto _ : state) call(state, method, kelvane::Value::array());
+    state.SetItemsProcessed(state.iterations());
+}
+
+void BareSocketsFrom8Threads(benchmark::State& state) {
+    zmq::context_t context{1};
+    zmq::socket_t dealer{context, zmq::socket_type::dealer};
+    dealer.set(zmq::sockopt::linger, 0);
+    dealer.connect(simulator->endpoint());
+    const std::string method(kelvane::methods::serverMode);
+    for (auto _ : state) {
+        std::string request = kelvane::jsonrpc::encodeRequest(
+            {bareIds.fetch_add(1), method, kelvane::Value::array(), nullptr});
+        dealer.send(zmq::message_t(), zmq::send_flags::sndmore);
+        dealer.send(zmq::buffer(request), zmq::send_flags::none);
+        std::vector<zmq::message_t> reply;
+        if (!zmq::recv_multipart(dealer, std::back_inserter(reply))) {
+            state.SkipWithError("no reply");
+            break;
+        }
+        benchmark::DoNotOptimize(reply);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+BENCHMARK(FourSlowCallsTogether)->Threads(4)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(LibraryCallsFrom8Threads)->Threads(8)->UseRealTime();
+BENCHMARK(BareSocketsFrom8Threads)->Threads(8)->UseRealTime();
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    try {
+        SimulatorProcess sim;
+        simulator = &sim;
+        sim.control("sim.script", kelvane::Value::array({{{"method", kelvane::methods::getFanSpeed},
+                                                           {"reply", "slow"},
+                                                           {"delay_ms", slowReplyMs}}}));
+        shared = kelvane::RPCClientWrapper::initWithIP("127.0.0.1", sim.port());
+        benchmark::RunSpecifiedBenchmarks();
+        shared.reset();
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "cannot run the concurrency benchmarks: %s\n", failure.what());
+        return 1;
+    }
+    benchmark::Shutdown();
+    return 0;
+}

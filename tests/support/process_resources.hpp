@@ -1,0 +1,38 @@
+// What this process holds right now: resident memory, threads, open descriptors. Read from
+// /proc where the system has it; nothing (std::nullopt) elsewhere, so callers can skip visibly.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+
+#include <unistd.h>
+
+namespace kelvane::testing {
+
+inline std::optional<std::size_t> residentBytes() {
+    std::ifstream statm("/proc/self/statm");
+    std::size_t totalPages = 0;
+    std::size_t residentPages = 0;
+    if (!(statm >> totalPages >> residentPages)) return std::nullopt;
+    return residentPages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+}
+
+inline std::optional<std::size_t> entriesIn(const char* directory) {
+    std::error_code error;
+    std::filesystem::directory_iterator entries(directory, error);
+    if (error) return std::nullopt;
+    std::size_t count = 0;
+    for (const auto& entry : entries) {
+        (void)entry;
+        ++count;
+    }
+    return count;
+}
+
+inline std::optional<std::size_t> threadCount() { return entriesIn("/proc/self/task"); }
+inline std::optional<std::size_t> descriptorCount() { return entriesIn("/proc/self/fd"); }
+
+}  // namespace kelvane::testing
