@@ -179,6 +179,7 @@ protected:
         };
         Value topology = {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", sim.port()}}}, {"identifier", "Fixture1"}};
         session = FixtureControl::initWithIP(topology, platform);
+        prober.probePrefix = "campaign.await.";
     }
 
     void report(const char* part) const {
@@ -196,12 +197,13 @@ protected:
     // Calls of `method` a script answered since the journal was last cleared.
     int scriptedCalls(std::string_view method) {
         int count = 0;
-        for (const auto& entry : sim.control("sim.journal")) count += entry["method"] == std::string(method) && entry.contains("script");
+        for (const auto& entry : sim.control("sim.journal")) {
+            count += entry["method"] == std::string(method) && entry.contains("script");
+        }
         return count;
     }
 
     bool awaitHealthy() {
-        Worker prober;
         for (auto deadline = Stopwatch::now() + recoveryBound; Stopwatch::now() < deadline;) {
             if (probe(*session, prober.nextProbe()) == probeAnswered) return true;
             std::this_thread::sleep_for(milliseconds(20));
@@ -221,7 +223,8 @@ protected:
     void expectCycle(const std::vector<std::string>& results, const std::vector<std::string>& expected,
                      const std::string& context) {
         for (std::size_t i = 0; i < cycle.size(); ++i) {
-            tally.check(results[i] == expected[i], cycle[i], results[i], context + ", expected \"" + expected[i] + "\"");
+            tally.check(results[i] == expected[i], cycle[i], results[i],
+                        context + ", expected \"" + expected[i] + "\"");
         }
     }
     // The fault over, the same session runs a healthy cycle from the start state.
@@ -318,7 +321,9 @@ protected:
     // sensor never confirms, unless the tray's start position (OUT and UP) is the move's target.
     static bool startsThere(Op move) { return move == Op::trayUp || move == Op::trayOut; }
     static const std::string& timeoutOf(Op move) {
-        return move == Op::trayIn ? inTimeout : move == Op::trayDown ? downTimeout : move == Op::trayUp ? upTimeout : outTimeout;
+        if (move == Op::trayIn) return inTimeout;
+        if (move == Op::trayDown) return downTimeout;
+        return move == Op::trayUp ? upTimeout : outTimeout;
     }
     void restartMidMove() {
         const std::pair<Op, std::string> moves[] = {
@@ -337,8 +342,9 @@ protected:
             bool moved = false;
             for (std::size_t i = 0; i < cycle.size(); ++i) {
                 Op op = cycle[i];
-                bool right = moved ? documented(op, results[i], {}, worker, sim.endpoint()) : results[i] == healthy[i];
-                if (op == move) right = results[i] == timeoutOf(move) || (startsThere(move) && results[i] == healthy[i]);
+                bool healthyResult = results[i] == healthy[i];
+                bool right = moved ? documented(op, results[i], {}, worker, sim.endpoint()) : healthyResult;
+                if (op == move) right = results[i] == timeoutOf(move) || (startsThere(move) && healthyResult);
                 moved = moved || op == move;
                 tally.check(right, op, results[i], context);
             }
@@ -354,6 +360,7 @@ protected:
     std::shared_ptr<RPCClientWrapper> transport;
     std::shared_ptr<FixtureControl> session;
     Worker worker;
+    Worker prober;  // probes until the session answers again
     Tally tally;
     Stopwatch::time_point started = Stopwatch::now();
 };
@@ -403,7 +410,9 @@ TEST_F(FaultCampaign, MixedFaultsAtRandomWhileFourThreadsShareTheSession) {
 
     for (int round = 0; round < mixedRounds; ++round) {
         const auto pick = random() % 8;
-        std::string controllerFault = pick == 0 ? "dead controller" : pick == 1 ? "controller restart under load" : "";
+        std::string controllerFault = pick == 0   ? "dead controller"
+                                      : pick == 1 ? "controller restart under load"
+                                                  : "";
         std::vector<const Fault*> chosen;
         if (controllerFault.empty()) {
             for (auto count = 2 + random() % 3; count > 0; --count) {
