@@ -60,6 +60,16 @@ TEST_F(SimulatorScriptsTest, BrokenRepliesArriveAsScripted) {
     auto oversized = jsonrpc::decodeReply(huge);
     ASSERT_TRUE(oversized) << "an oversize reply is still well formed";
     EXPECT_EQ(oversized->id, 41);
+
+    // Raw text fills in the id and, only when asked for, the model's result (the model acts).
+    script({{"method", m::magnetControl}, {"action", "raw"}, {"text", R"({"id":"{id}","x":{id}})"}, {"times", 1}});
+    script({{"method", m::magnetControl}, {"action", "raw"}, {"text", "[{result},{result}]"}, {"times", 1}});
+    std::string lockOn = jsonrpc::encodeRequest({42, std::string(m::magnetControl), {"on"}, nullptr});
+    EXPECT_EQ(rawExchange({lockOn}, 1)[0], R"({"id":"42","x":42})");
+    EXPECT_EQ(sim.control("sim.state")["lock"], "off");
+    EXPECT_EQ(rawExchange({lockOn}, 1)[0], R"(["done","done"])");
+    EXPECT_EQ(sim.control("sim.state")["lock"], "on");
+    EXPECT_EQ(sim.control("sim.journal").back()["script"], "raw") << "the journal tells scripted calls";
 }
 
 TEST_F(SimulatorScriptsTest, MalformedScriptIsRejectedAndNoneOfTheBatchIsAdded) {
@@ -70,7 +80,8 @@ TEST_F(SimulatorScriptsTest, MalformedScriptIsRejectedAndNoneOfTheBatchIsAdded) 
     EXPECT_EQ(error->code, jsonrpc::invalidParamsError);
     EXPECT_NE(error->message.find("script 2"), std::string::npos) << error->message;
     for (Value bad : {Value{{"method", fanSpeed}, {"action", "error"}}, Value{{"method", fanSpeed}, {"times", 0}},
-                      Value{{"method", fanSpeed}, {"delay", 5}}, Value{{"reply", 1}}}) {
+                      Value{{"method", fanSpeed}, {"delay", 5}}, Value{{"reply", 1}},
+                      Value{{"method", fanSpeed}, {"action", "raw"}}}) {
         sim.control("sim.script", Value::array({bad}), &error);
         EXPECT_TRUE(error && error->message.find("no script given") == std::string::npos) << bad.dump();
     }

@@ -8,6 +8,10 @@ void Journal::record(const jsonrpc::Request& request) {
         {{"method", request.method}, {"params", request.params}, {"kwargs", request.kwargs}});
 }
 
+void Journal::noteScript(std::string_view action) {
+    if (!entries_.empty()) entries_.back()["script"] = std::string(action);
+}
+
 Value Journal::entries() const {
     Value all = Value::array();
     for (const auto& entry : entries_) all.push_back(entry);

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <deque>
+#include <string_view>
 
 namespace kelvane::sim {
 
@@ -14,7 +15,10 @@ public:
     static constexpr std::size_t capacity = 100'000;
 
     void record(const jsonrpc::Request& request);
-    // An array of {"method", "params", "kwargs"}; kwargs null when the request had none.
+    // Marks the newest entry as answered by a script with this action.
+    void noteScript(std::string_view action);
+    // An array of {"method", "params", "kwargs"}; kwargs null when the request had none, and
+    // "script" with the action's name when a script answered.
     Value entries() const;
     void clear() { entries_.clear(); }
 

@@ -8,8 +8,11 @@ namespace kelvane::sim {
 namespace {
 
 constexpr std::string_view garbageMessage = "\x01this reply is not JSON {";
-// The largest padded reply a script may ask for: well beyond any client limit, yet harmless.
-constexpr std::size_t maxOversizeBytes = std::size_t{64} << 20;
+// The largest padded reply a script may ask for: beyond the 64 MiB message limit of ZeroMQ
+// peers such as the library, so a test can make a client drop its connection; yet harmless.
+constexpr std::size_t maxOversizeBytes = std::size_t{128} << 20;
+constexpr std::string_view idField = "{id}";
+constexpr std::string_view resultField = "{result}";
 // Longer delays are no use to anyone and would overflow the clock arithmetic.
 constexpr long long longestDelayMs = 24LL * 60 * 60 * 1000;
 
@@ -21,10 +24,11 @@ constexpr std::array actionNames = {
     ActionName{"reply", ScriptAction::reply},       ActionName{"error", ScriptAction::error},
     ActionName{"no_reply", ScriptAction::noReply},  ActionName{"garbage", ScriptAction::garbage},
     ActionName{"wrong_id", ScriptAction::wrongId},  ActionName{"oversize", ScriptAction::oversize},
+    ActionName{"raw", ScriptAction::raw},
 };
 
 const std::set<std::string, std::less<>> knownKeys = {"method", "action", "reply", "error",
-                                                      "delay_ms", "times", "bytes"};
+                                                      "delay_ms", "times", "bytes", "text"};
 
 std::optional<ScriptAction> actionNamed(const Value& name) {
     for (const auto& known : actionNames) {
@@ -38,10 +42,24 @@ bool isCount(const Value& value, long long least) {
 }
 
 // A reply with the right id whose message text is exactly `bytes` long (when that is more than
-// an empty reply takes).
+// an empty reply takes). Written by hand: encoding tens of MiB as JSON would hold the server up.
 std::string paddedReply(std::int64_t id, std::size_t bytes) {
-    std::size_t empty = jsonrpc::encodeResult(id, "").size();
-    return jsonrpc::encodeResult(id, std::string(bytes > empty ? bytes - empty : 0, 'x'));
+    const std::string head = R"({"jsonrpc":"2.0","id":)" + std::to_string(id) + R"(,"result":")";
+    const std::string tail = "\"}";
+    std::string reply = head;
+    if (bytes > head.size() + tail.size()) reply.append(bytes - head.size() - tail.size(), 'x');
+    return reply.append(tail);
+}
+
+// Every occurrence of `field` in `text` replaced by what `value` gives, asked for once.
+std::string filledIn(std::string text, std::string_view field, const std::function<std::string()>& value) {
+    auto at = text.find(field);
+    if (at == std::string::npos) return text;
+    const std::string filling = value();
+    for (; at != std::string::npos; at = text.find(field, at + filling.size())) {
+        text.replace(at, field.size(), filling);
+    }
+    return text;
 }
 
 std::optional<std::string> readError(const Value& error, RpcError& into) {
@@ -84,6 +102,11 @@ std::variant<Script, std::string> parseScript(const Value& description) {
         }
         script.delay = std::chrono::milliseconds(integerValue(*delay));
     }
+    if (script.action == ScriptAction::raw) {
+        auto text = description.find("text");
+        if (text == description.end() || !text->is_string()) return "action \"raw\" needs a text \"text\"";
+        script.text = text->get<std::string>();
+    }
     if (auto times = description.find("times"); times != description.end()) {
         if (!isCount(*times, 1)) return "\"times\" must be an integer of 1 or more";
         script.times = integerValue(*times);
@@ -107,8 +130,23 @@ std::optional<std::string> Script::messageFor(std::int64_t id,
     case ScriptAction::garbage: return std::string(garbageMessage);
     case ScriptAction::wrongId: return encodeOutcome(~id, answer());  // ~id never equals id
     case ScriptAction::oversize: return paddedReply(id, oversizeBytes);
+    case ScriptAction::raw: {
+        // The model is asked (and acts) only when the text wants its result.
+        auto result = [&] {
+            Outcome outcome = answer();
+            return jsonrpc::toJson(outcome.error ? Value(nullptr) : outcome.result);
+        };
+        return filledIn(filledIn(text, idField, [&] { return std::to_string(id); }), resultField, result);
+    }
     }
     return std::nullopt;
+}
+
+std::string_view actionName(ScriptAction action) {
+    for (const auto& known : actionNames) {
+        if (known.action == action) return known.name;
+    }
+    return {};
 }
 
 void ScriptBook::add(std::vector<Script> scripts) {

@@ -1,5 +1,6 @@
 // Scripted answers: "sim.script" makes the next calls of a method answer something other than
-// what the model would (a fixed reply, an error, silence, a broken or misaddressed reply).
+// what the model would (a fixed reply, an error, silence, a broken or misaddressed reply, or any
+// reply text at all).
 #pragma once
 
 #include "outcome.hpp"
@@ -12,12 +13,16 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
 namespace kelvane::sim {
 
-enum class ScriptAction { reply, error, noReply, garbage, wrongId, oversize };
+enum class ScriptAction { reply, error, noReply, garbage, wrongId, oversize, raw };
+
+// The action's name in a script dictionary and in the journal.
+std::string_view actionName(ScriptAction action);
 
 struct Script {
     // Just over the largest reply frame a client accepts.
@@ -30,6 +35,8 @@ struct Script {
     std::chrono::milliseconds delay{0};
     std::optional<std::int64_t> times;  // calls left; absent: every call until cleared
     std::size_t oversizeBytes = defaultOversizeBytes;
+    // For raw: the reply text, "{id}" and "{result}" filled in when it is sent.
+    std::string text;
 
     // The message text to send for the request with `id`, or nothing when the request is to be
     // swallowed. `modelAnswer` is asked only when the script has no reply of its own, so the

@@ -106,6 +106,7 @@ void Server::serveControllerRequest(const Frames& envelope, const jsonrpc::Reque
         reply(envelope, encodeOutcome(request.id, modelAnswer(request)));
         return;
     }
+    journal_.noteScript(actionName(script->action));
     auto message = script->messageFor(request.id, [&] { return modelAnswer(request); });
     if (!message) {
         log("  (scripted: no reply)");
