@@ -112,10 +112,10 @@ std::vector<Fault> faultCatalogue() {
         raw(m::getFanSpeed, R"({"jsonrpc":"2.0","id":null,"result":"stray"})", "(null)"),
         raw(m::magnetControl, R"({"jsonrpc":"2.0","result":"done"})", nothing),
         raw(m::fixtureInitialise, R"({"jsonrpc":"2.0","id":[{id}],"result":"done"})", "false"),
-        // "jsonrpc" other than "2.0", and no result nor error: malformed, dropped.
+        // "jsonrpc" other than "2.0" (leaving it out is allowed), and no result nor error: malformed, dropped.
         raw(m::fixtureInitialise, R"({"jsonrpc":"1.0","id":{id},"result":"done"})", "false"),
         raw(m::getFanSpeed, R"({"jsonrpc":2.0,"id":{id},"result":"stray"})", "(null)"),
-        raw(m::dutSensorRead, R"({"id":{id},"result":"dut_sensor_on"})", nothing),
+        raw(m::dutSensorRead, R"({"id":{id},"result":"dut_sensor_on"})", "dut_sensor_on"),
         raw(m::fixtureUp, R"({"jsonrpc":"2.0","id":{id}})", nothing),
         // "error" that is not an object: malformed, dropped. Odd members inside one: no reply.
         raw(m::fixtureIoSet, R"({"jsonrpc":"2.0","id":{id},"error":"stray"})", timedOutIoSet),
