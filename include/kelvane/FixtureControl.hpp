@@ -11,7 +11,6 @@
 #include <kelvane/export.h>
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 
@@ -85,9 +84,10 @@ public:
     Value tecTempStableFlag;
     Value tecTempTimes;
 
-private:
-    friend struct FixtureControlTestAccess;
+    // The session's private state, defined inside the library.
+    class Private;
 
+private:
     explicit FixtureControl(Platform platform);
     void log(std::string_view line) const;
     // A call through the controller's client; with no client, no reply and no error.
@@ -98,13 +98,7 @@ private:
                      std::string_view timeoutResult);
     std::shared_ptr<RpcClient> unitClient(const std::string& unitKey) const;
 
-    Platform platform_;
-    Value fixtureAddress;
-    std::string projectName;
-    std::map<std::string, std::shared_ptr<RpcClient>> qorClientDic;
-    Value _muxChannelTable;
-    std::int32_t slotNumber = 0;
-    std::int32_t ConnectFlag = 0;
+    std::unique_ptr<Private> d_;
 };
 
 }  // namespace kelvane

@@ -1,6 +1,8 @@
 // Confirms a tray move by reading its target sensor until it reports active or time runs out.
 #include <kelvane/FixtureControl.hpp>
 
+#include "session/fixture_control_private.hpp"
+
 namespace kelvane {
 namespace {
 
@@ -11,7 +13,7 @@ constexpr double pollPauseSeconds = 0.5;
 Value FixtureControl::pollSensor(const std::string& sensorMethod, double deadlineSeconds,
                                  std::string_view successLog, std::string_view successResult,
                                  std::string_view timeoutResult) {
-    Clock& clock = *platform_.clock;
+    Clock& clock = *d_->platform.clock;
     const double start = clock.now();
     double now = start;
     // The time is taken right after each read but tested only after the pause, so one last

@@ -2,6 +2,7 @@
 #include <kelvane/FixtureControl.hpp>
 
 #include "rpc/methods.hpp"
+#include "session/fixture_control_private.hpp"
 
 #include <fmt/format.h>
 
@@ -14,29 +15,30 @@ constexpr std::string_view tecSetupSwitch = "NO";
 
 }  // namespace
 
-FixtureControl::FixtureControl(Platform platform) : platform_(std::move(platform)) {
+FixtureControl::FixtureControl(Platform platform)
+    : d_(std::make_unique<Private>(std::move(platform))) {
     // A host that leaves a service out gets the real one, so no operation meets an empty seam.
-    if (!platform_.clock) platform_.clock = systemClock();
-    if (!platform_.log) platform_.log = standardErrorLog();
+    if (!d_->platform.clock) d_->platform.clock = systemClock();
+    if (!d_->platform.log) d_->platform.log = standardErrorLog();
 }
 
 FixtureControl::~FixtureControl() = default;
 
 std::shared_ptr<FixtureControl> FixtureControl::initWithIP(const Value& topology, Platform platform) {
     std::shared_ptr<FixtureControl> session(new FixtureControl(std::move(platform)));
-    session->ConnectFlag = 1;
+    session->d_->ConnectFlag = 1;
     session->toPology = topology;
     session->identifier = topology.is_object() ? topology.value("identifier", Value()) : Value();
     session->log("********self.toPology  " + describe(topology));
-    session->qorClientDic.clear();
+    session->d_->qorClientDic.clear();
     session->tecRecordArr = Value::array();
 
     Value address = topology.is_object() ? topology.value("FixtureIP", Value()) : Value();
     session->log("Connect to " + describe(address));
-    session->fixtureAddress = address;
-    if (!session->connectWithIPAddress(session->fixtureAddress)) {
+    session->d_->fixtureAddress = address;
+    if (!session->connectWithIPAddress(session->d_->fixtureAddress)) {
         session->log("================Connect Fixture fail================");
-        session->ConnectFlag = 0;
+        session->d_->ConnectFlag = 0;
         return nullptr;
     }
     session->log("================Connect Fixture seccussful================");
@@ -62,7 +64,7 @@ bool FixtureControl::connectWithIPAddress(const Value& address) {
     saveSamplelog(ip);
     saveSamplelog(fmt::format("{}", port));
     log(fmt::format("{} Connecting to RPC server {}:{}...", describe(identifier), ip, port));
-    fixtureControlClient = platform_.connect ? platform_.connect(ip, port) : nullptr;
+    fixtureControlClient = d_->platform.connect ? d_->platform.connect(ip, port) : nullptr;
     Value reply = call(methods::serverMode);
     log("RPC server.mode: " + describe(reply) + "...");
     if (reply.is_null()) {
@@ -72,7 +74,7 @@ bool FixtureControl::connectWithIPAddress(const Value& address) {
     return true;
 }
 
-std::int32_t FixtureControl::getConnectFlag() const { return ConnectFlag; }
+std::int32_t FixtureControl::getConnectFlag() const { return d_->ConnectFlag; }
 
 bool FixtureControl::initialFixture() {
     std::optional<RpcError> error;
@@ -80,7 +82,7 @@ bool FixtureControl::initialFixture() {
     return describedContains(reply, "done");
 }
 
-void FixtureControl::log(std::string_view line) const { platform_.log->write(line); }
+void FixtureControl::log(std::string_view line) const { d_->platform.log->write(line); }
 
 Value FixtureControl::call(std::string_view method, const Value& args, const Value& kwargs,
                            RpcErrorSlot error) {
@@ -88,8 +90,8 @@ Value FixtureControl::call(std::string_view method, const Value& args, const Val
 }
 
 std::shared_ptr<RpcClient> FixtureControl::unitClient(const std::string& unitKey) const {
-    auto found = qorClientDic.find(unitKey);
-    return found == qorClientDic.end() ? nullptr : found->second;
+    auto found = d_->qorClientDic.find(unitKey);
+    return found == d_->qorClientDic.end() ? nullptr : found->second;
 }
 
 }  // namespace kelvane
