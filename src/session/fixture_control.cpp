@@ -13,6 +13,9 @@ namespace {
 // TECs from this library at creation time.
 constexpr std::string_view tecSetupSwitch = "NO";
 
+constexpr std::uint32_t lowestPort = 1;
+constexpr std::uint32_t highestPort = 65535;
+
 }  // namespace
 
 FixtureControl::FixtureControl(Platform platform)
@@ -64,7 +67,11 @@ bool FixtureControl::connectWithIPAddress(const Value& address) {
     saveSamplelog(ip);
     saveSamplelog(fmt::format("{}", port));
     log(fmt::format("{} Connecting to RPC server {}:{}...", describe(identifier), ip, port));
-    fixtureControlClient = d_->platform.connect ? d_->platform.connect(ip, port) : nullptr;
+    // A port no TCP connection can use fails as a controller that does not answer, without
+    // waiting for the client's connect grace.
+    bool usablePort = port >= lowestPort && port <= highestPort;
+    fixtureControlClient =
+        usablePort && d_->platform.connect ? d_->platform.connect(ip, port) : nullptr;
     Value reply = call(methods::serverMode);
     log("RPC server.mode: " + describe(reply) + "...");
     if (reply.is_null()) {
