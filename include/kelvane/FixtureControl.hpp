@@ -2,7 +2,8 @@
 //
 // Every operation is synchronous on the calling thread and never throws, except where a
 // helper below documents a range error for input its callers never pass. Operations take no
-// lock; the host serialises fixture motion.
+// lock; the host serialises fixture motion. An operation holds the session's client for its
+// whole call, so replacing `fixtureControlClient` meanwhile affects only later calls.
 #pragma once
 
 #include <kelvane/Platform.hpp>
@@ -29,9 +30,14 @@ public:
     FixtureControl& operator=(const FixtureControl&) = delete;
 
     // Session
+    // A port outside 1..65535 makes no client: the connection fails at once.
     bool connectWithIPAddress(const Value& address);
     std::int32_t getConnectFlag() const;
     bool initialFixture();
+    // Ends the session's use; safe from any thread, more than once. The client is closed, so
+    // calls under way and later ones fail with its "client closed" error, and a tray move under
+    // way stops polling at its next step and returns its timeout text.
+    void close();
 
     // Hex, number and pattern helpers
     std::string hexStringFromString(const std::string& text);

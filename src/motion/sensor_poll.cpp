@@ -20,6 +20,7 @@ Value FixtureControl::pollSensor(const std::string& sensorMethod, double deadlin
     // read may start up to a pause after the deadline; a sensor that settles right at the
     // deadline is still seen.
     while (now - start < deadlineSeconds) {
+        if (d_->closed) break;  // the host ended the session: the move is not confirmed
         Value reading = call(sensorMethod);
         now = clock.now();
         if (isNumberOne(reading)) {

@@ -89,11 +89,19 @@ bool FixtureControl::initialFixture() {
     return describedContains(reply, "done");
 }
 
+void FixtureControl::close() {
+    d_->closed = true;
+    if (auto client = fixtureControlClient) client->close();
+}
+
 void FixtureControl::log(std::string_view line) const { d_->platform.log->write(line); }
 
 Value FixtureControl::call(std::string_view method, const Value& args, const Value& kwargs,
                            RpcErrorSlot error) {
-    return callThrough(fixtureControlClient, std::string(method), args, kwargs, error);
+    // Our own reference: a host that replaces the property meanwhile cannot free the client
+    // under this call.
+    std::shared_ptr<RpcClient> client = fixtureControlClient;
+    return callThrough(client, std::string(method), args, kwargs, error);
 }
 
 std::shared_ptr<RpcClient> FixtureControl::unitClient(const std::string& unitKey) const {

@@ -29,6 +29,8 @@ public:
     // Nothing in the library assigns the slot count, so per-slot loops run zero times.
     std::int32_t slotNumber = 0;
     std::int32_t ConnectFlag = 0;
+    // Set by close(): loops that poll the controller stop at their next step.
+    std::atomic<bool> closed{false};
 };
 
 }  // namespace kelvane
