@@ -8,7 +8,7 @@ scripts/install-deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKELVANE_BENCHMARKS=OFF >/dev/null
 cmake --build build -j"$(nproc)" --target kelvane-sim kelvane-fixture-cycle
 
-# The C interface always talks to port 7805.
+# The C interface always talks to port 7805 (KELVANE_CONTROLLER_PORT in kelvane.h).
 fifo=$(mktemp -u)
 mkfifo "$fifo"
 build/tools/kelvane-sim/kelvane-sim --bind tcp://127.0.0.1:7805 --quiet >"$fifo" &

@@ -2,7 +2,8 @@
 //
 // Every operation is synchronous on the calling thread and never throws, except where a
 // helper below documents a range error for input its callers never pass. Operations take no
-// lock; the host serialises fixture motion.
+// lock; the host serialises fixture motion. An operation holds the session's client for its
+// whole call, so replacing `fixtureControlClient` meanwhile affects only later calls.
 #pragma once
 
 #include <kelvane/Platform.hpp>
@@ -11,7 +12,6 @@
 #include <kelvane/export.h>
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 
@@ -30,9 +30,14 @@ public:
     FixtureControl& operator=(const FixtureControl&) = delete;
 
     // Session
+    // A port outside 1..65535 makes no client: the connection fails at once.
     bool connectWithIPAddress(const Value& address);
     std::int32_t getConnectFlag() const;
     bool initialFixture();
+    // Ends the session's use; safe from any thread, more than once. The client is closed, so
+    // calls under way and later ones fail with its "client closed" error, and a tray move under
+    // way stops polling at its next step and returns its timeout text.
+    void close();
 
     // Hex, number and pattern helpers
     std::string hexStringFromString(const std::string& text);
@@ -88,9 +93,10 @@ public:
     Value tecTempStableFlag;
     Value tecTempTimes;
 
-private:
-    friend struct FixtureControlTestAccess;
+    // The session's private state, defined inside the library.
+    class Private;
 
+private:
     explicit FixtureControl(Platform platform);
     void log(std::string_view line) const;
     // A call through the controller's client; with no client, no reply and no error.
@@ -101,13 +107,7 @@ private:
                      std::string_view timeoutResult);
     std::shared_ptr<RpcClient> unitClient(const std::string& unitKey) const;
 
-    Platform platform_;
-    Value fixtureAddress;
-    std::string projectName;
-    std::map<std::string, std::shared_ptr<RpcClient>> qorClientDic;
-    Value _muxChannelTable;
-    std::int32_t slotNumber = 0;
-    std::int32_t ConnectFlag = 0;
+    std::unique_ptr<Private> d_;
 };
 
 }  // namespace kelvane

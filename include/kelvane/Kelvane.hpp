@@ -17,12 +17,16 @@ public:
     // A wrapper with no session: every operation gives its null result (NULL, 0, false).
     Kelvane() = default;
 
-    // Connects a session to the controller at `ip`, port 7805, with no scanner check. The
-    // session is null when the controller did not answer; the wrapper is usable either way.
+    // Connects a session to the controller at `ip`, port KELVANE_CONTROLLER_PORT, with no
+    // scanner check. The session is null when the controller did not answer; the wrapper is
+    // usable either way.
     explicit Kelvane(const std::string& ip, Platform platform = Platform::defaults());
 
     // The session, null when creation failed. Shared with the session's own worker threads.
     const std::shared_ptr<FixtureControl>& session() const { return session_; }
+
+    // Ends the device's use, from any thread: see FixtureControl::close().
+    void close();
 
     // Texts below are owned by the library and stay valid until the calling thread's next text
     // result from the library; NULL stands for "no reply" and for "no session".
@@ -48,9 +52,11 @@ private:
     std::shared_ptr<FixtureControl> session_;
 };
 
-// A C handle is a pointer to a Kelvane made with `new`, and destroyKelvaneDev deletes it. So C++
-// code may make a device itself (with its own Platform, say) and hand it to C code as a handle.
-inline KelvaneHandle handleOf(Kelvane* device) { return reinterpret_cast<KelvaneHandle>(device); }
-inline Kelvane* deviceOf(KelvaneHandle handle) { return reinterpret_cast<Kelvane*>(handle); }
+// C handles. C++ code may make a device itself (with its own Platform, say) and hand it to C
+// code: handleOf gives it a new handle, which destroyKelvaneDev releases like any other.
+KELVANE_API KelvaneHandle handleOf(std::shared_ptr<Kelvane> device);
+// The device behind a live handle; null for NULL, a destroyed or an unknown handle. The device
+// stays alive while the caller holds it, also when another thread destroys the handle.
+KELVANE_API std::shared_ptr<Kelvane> deviceOf(KelvaneHandle handle);
 
 }  // namespace kelvane

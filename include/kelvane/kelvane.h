@@ -3,21 +3,35 @@
  *
  * Create a device from the controller board's IP address, call one operation per function,
  * destroy the device. Every operation is one or more synchronous JSON-RPC calls to the
- * controller (port 7805) on the calling thread; tray moves block until their sensor confirms
- * (up to 5 s for up/down, 15 s for in/out) or the deadline passes. Each step is written to the
- * process log (standard error).
+ * controller (port KELVANE_CONTROLLER_PORT) on the calling thread; tray moves block until their
+ * sensor confirms (up to 5 s for up/down, 15 s for in/out) or the deadline passes. Each step is
+ * written to the process log (standard error).
  *
- * Handles: a KelvaneHandle is an opaque pointer to the library's Kelvane object (the C++
- * wrapper of <kelvane/Kelvane.hpp>). createKelvaneDev never returns NULL; pass the handle back
- * to destroyKelvaneDev exactly once. Other functions do not check their handle: passing NULL or
- * a destroyed handle to them is undefined. The library takes no lock: the host serialises calls
- * that move the fixture; different handles may be used from different threads at once.
+ * Handles: a KelvaneHandle is an opaque token for a device the library keeps (a Kelvane object,
+ * the C++ wrapper of <kelvane/Kelvane.hpp>); it is not an address. createKelvaneDev returns a
+ * new handle; destroyKelvaneDev releases it. A NULL handle, a destroyed handle and any value the
+ * library did not hand out give the results of a device without a session (NULL, 0, false) and
+ * make no RPC; no handle value is handed out twice. The library takes no lock around the
+ * fixture: the host serialises calls that move it; different handles may be used from
+ * different threads at once.
+ *
+ * Destroying a device while other threads are inside calls on it (a station aborting a run)
+ * is safe. The calls under way end early: each RPC they wait for or start fails at once with
+ * the "RPC client closed" error (code -32002), so each call returns what its function gives
+ * when the controller does not answer (NULL for a read, "RPC client closed (code -32002)" for
+ * setIO, 0 or false), and a tray move already polling its sensor stops at its next step and
+ * returns its timeout text (the one ending in "！"). The device and its connection are freed
+ * when the last of those calls returns. Calls that start after the destroy see a destroyed
+ * handle.
  *
  * Texts returned by the operations (const char*): UTF-8, owned by the library, never freed by
- * the caller. A returned text stays valid until the same thread's next call into the library;
- * copy it before then. NULL means the controller gave no reply (or the device has no session).
- * A reply that is not a text is returned as its printed form (a number as "1", a list or
- * dictionary as compact JSON).
+ * the caller. A returned text belongs to the thread that called and stays valid until that
+ * thread's next call into the library, also when the device is destroyed meanwhile; copy it
+ * before then. NULL means the controller gave no reply (or the device has no session). A reply
+ * that is not a text is returned as its printed form (a number as "1", a list or dictionary as
+ * compact JSON). A text reply holding zero bytes is returned whole, each zero byte replaced by
+ * U+FFFD (the bytes EF BF BD): the library judges a reply on its whole text (a "done" after a
+ * zero byte counts), and the host sees that same text rather than a C string cut short.
  *
  * A device whose controller could not be reached at creation has no session: getConnectFlag
  * gives 0 and every operation gives NULL, 0 or false without any RPC.
@@ -35,24 +49,31 @@
 extern "C" {
 #endif
 
-/* Opaque: points at a Kelvane object; never dereferenced by the host. */
+/* Every fixture controller listens for the library on this TCP port. */
+#define KELVANE_CONTROLLER_PORT 7805
+
+/* Opaque: a token for a device kept by the library; never dereferenced by the host. */
 typedef struct KelvaneDevice* KelvaneHandle;
 
 /* ---- Device ---------------------------------------------------------------------------- */
 
-/* Connects to the fixture controller at ip (a text such as "10.0.1.20"), port 7805, with no
- * scanner check. Blocks until the controller answers its first call or that call fails
- * (a few seconds at most). Always returns a new handle: when the controller did not answer, the
- * handle has no session and getConnectFlag gives 0. A NULL ip gives a handle with no session
- * and makes no connection. The caller owns the handle and releases it with destroyKelvaneDev. */
+/* Connects to the fixture controller at ip (a text such as "10.0.1.20"), port
+ * KELVANE_CONTROLLER_PORT, with no scanner check. Blocks until the controller answers its first
+ * call or that call fails (a few seconds at most). Returns a new handle (NULL only when memory
+ * runs out): when the controller did not answer, the handle has no session and getConnectFlag
+ * gives 0. A NULL ip gives a handle with no session and makes no connection. The caller owns
+ * the handle and releases it with destroyKelvaneDev. */
 KELVANE_API KelvaneHandle createKelvaneDev(const char* ip);
 
-/* Releases the device and its connection. NULL is ignored. The handle and every text it
- * returned are invalid afterwards. */
+/* Releases the device and its connection; returns at once. Calls other threads have under way
+ * on it end early (see "Destroying a device" above) and the device is freed when the last of
+ * them returns. Afterwards the handle gives the results of a device without a session; texts
+ * it returned stay valid as described above. NULL, a handle destroyed before (a second
+ * destroy) and an unknown handle are ignored. */
 KELVANE_API void destroyKelvaneDev(KelvaneHandle handle);
 
 /* 1 when the device has a live session with its controller, 0 when creation could not reach
- * the controller. */
+ * the controller (and for a NULL or destroyed handle). */
 KELVANE_API int getConnectFlag(KelvaneHandle handle);
 
 /* Initialises the fixture ("vantrel.fixture_init"): true when the controller's reply holds

@@ -3,6 +3,7 @@
 #include <kelvane/FixtureControl.hpp>
 
 #include "rpc/methods.hpp"
+#include "session/fixture_control_private.hpp"
 
 #include <fmt/format.h>
 
@@ -17,7 +18,7 @@ std::string unitKey(std::int32_t slot) { return fmt::format("Unit{}", slot); }
 
 bool FixtureControl::barcodeSecurityCheck() {
     log("***Barcode Security Check***");
-    for (std::int32_t slot = 1; slot <= slotNumber; ++slot) {
+    for (std::int32_t slot = 1; slot <= d_->slotNumber; ++slot) {
         std::string key = unitKey(slot);
         auto scanner = unitClient(key);
 
@@ -55,7 +56,7 @@ Value FixtureControl::scanBarcode() {
     // One error slot for all units: once a unit has failed, later units whose call leaves the
     // slot alone are reported as failed in the log too.
     std::optional<RpcError> error;
-    for (std::int32_t slot = 1; slot <= slotNumber; ++slot) {
+    for (std::int32_t slot = 1; slot <= d_->slotNumber; ++slot) {
         std::string key = unitKey(slot);
         Value barcode = callThrough(unitClient(key), std::string(methods::barcodeDecode),
                                     Value::array({decodeArgument}), nullptr, &error);

@@ -3,18 +3,13 @@
 
 #include "c_api/returned_text.hpp"
 
-#include <cstdint>
-
 namespace kelvane {
 namespace {
-
-// Every controller a station reaches through the C interface listens on this port.
-constexpr std::uint32_t controllerPort = 7805;
 
 // The C interface never runs the scanner check. Its identifier is the number 1 rather than a
 // "Fixture<n>" text; log lines of C hosts have always been prefixed so.
 Value topologyFor(const std::string& ip) {
-    return {{"FixtureIP", {{"ip", ip}, {"port", controllerPort}}},
+    return {{"FixtureIP", {{"ip", ip}, {"port", KELVANE_CONTROLLER_PORT}}},
             {"identifier", 1},
             {"units", 1},
             {"ScanSN", "NO"}};
@@ -24,6 +19,10 @@ Value topologyFor(const std::string& ip) {
 
 Kelvane::Kelvane(const std::string& ip, Platform platform)
     : session_(FixtureControl::initWithIP(topologyFor(ip), std::move(platform))) {}
+
+void Kelvane::close() {
+    if (session_) session_->close();
+}
 
 int Kelvane::getConnectFlag() const { return session_ ? session_->getConnectFlag() : 0; }
 

@@ -1,87 +1,101 @@
-// The exported device functions: each forwards to the handle's Kelvane object.
+// The exported device functions: each looks its handle up and forwards to the device. The
+// device is held for the whole call, so a destroy from another thread cannot free it under the
+// call; the last holder releases it.
 #include <kelvane/Kelvane.hpp>
 #include <kelvane/kelvane.h>
 
 #include "c_api/guarded.hpp"
+#include "c_api/handle_table.hpp"
 
-#include <new>
+#include <memory>
 
 using kelvane::guarded;
 using kelvane::Kelvane;
 
 namespace {
 
-Kelvane& device(KelvaneHandle handle) { return *kelvane::deviceOf(handle); }
+// The operation on the handle's device, or `noSession` for NULL, unknown and destroyed handles.
+template <typename Result, typename Operation>
+Result onDevice(KelvaneHandle handle, Result noSession, Operation&& operation) noexcept {
+    return guarded(noSession, [&] {
+        std::shared_ptr<Kelvane> device = kelvane::deviceOf(handle);
+        return device ? operation(*device) : noSession;
+    });
+}
+
+const char* const noText = nullptr;
 
 }  // namespace
 
 extern "C" {
 
 KelvaneHandle createKelvaneDev(const char* ip) {
-    Kelvane* created =
-        guarded<Kelvane*>(nullptr, [&] { return ip ? new Kelvane(ip) : new Kelvane(); });
+    auto created = guarded<std::shared_ptr<Kelvane>>(nullptr, [&] {
+        return ip ? std::make_shared<Kelvane>(ip) : std::make_shared<Kelvane>();
+    });
     // Should creation itself fail, the host still gets a handle, one with no session.
-    if (!created) created = new (std::nothrow) Kelvane();
-    return kelvane::handleOf(created);
+    return guarded<KelvaneHandle>(nullptr, [&] {
+        return kelvane::handleOf(created ? std::move(created) : std::make_shared<Kelvane>());
+    });
 }
 
 void destroyKelvaneDev(KelvaneHandle handle) {
     guarded(0, [&] {
-        delete kelvane::deviceOf(handle);
+        if (auto device = kelvane::HandleTable::instance().remove(handle)) device->close();
         return 0;
     });
 }
 
 int getConnectFlag(KelvaneHandle handle) {
-    return guarded(0, [&] { return device(handle).getConnectFlag(); });
+    return onDevice(handle, 0, [](Kelvane& device) { return device.getConnectFlag(); });
 }
 
 bool initialFixture(KelvaneHandle handle) {
-    return guarded(false, [&] { return device(handle).initialFixture(); });
+    return onDevice(handle, false, [](Kelvane& device) { return device.initialFixture(); });
 }
 
 const char* checkPositionSensor(KelvaneHandle handle) {
-    return guarded<const char*>(nullptr, [&] { return device(handle).checkPositionSensor(); });
+    return onDevice(handle, noText, [](Kelvane& device) { return device.checkPositionSensor(); });
 }
 
 const char* checkDUTSensor(KelvaneHandle handle) {
-    return guarded<const char*>(nullptr, [&] { return device(handle).checkDUTSensor(); });
+    return onDevice(handle, noText, [](Kelvane& device) { return device.checkDUTSensor(); });
 }
 
 const char* trayUp(KelvaneHandle handle) {
-    return guarded<const char*>(nullptr, [&] { return device(handle).trayUp(); });
+    return onDevice(handle, noText, [](Kelvane& device) { return device.trayUp(); });
 }
 
 const char* trayDown(KelvaneHandle handle) {
-    return guarded<const char*>(nullptr, [&] { return device(handle).trayDown(); });
+    return onDevice(handle, noText, [](Kelvane& device) { return device.trayDown(); });
 }
 
 const char* trayIn(KelvaneHandle handle) {
-    return guarded<const char*>(nullptr, [&] { return device(handle).trayIn(); });
+    return onDevice(handle, noText, [](Kelvane& device) { return device.trayIn(); });
 }
 
 const char* trayOut(KelvaneHandle handle) {
-    return guarded<const char*>(nullptr, [&] { return device(handle).trayOut(); });
+    return onDevice(handle, noText, [](Kelvane& device) { return device.trayOut(); });
 }
 
 const char* fixtureInit(KelvaneHandle handle) {
-    return guarded<const char*>(nullptr, [&] { return device(handle).fixtureInit(); });
+    return onDevice(handle, noText, [](Kelvane& device) { return device.fixtureInit(); });
 }
 
 const char* fixtureLock(KelvaneHandle handle, const char* state) {
-    return guarded<const char*>(nullptr, [&] { return device(handle).fixtureLock(state); });
+    return onDevice(handle, noText, [&](Kelvane& device) { return device.fixtureLock(state); });
 }
 
 const char* setIO(KelvaneHandle handle, int line, int state) {
-    return guarded<const char*>(nullptr, [&] { return device(handle).setIO(line, state); });
+    return onDevice(handle, noText, [&](Kelvane& device) { return device.setIO(line, state); });
 }
 
 int setFanSpeed(KelvaneHandle handle, int fan, int speed) {
-    return guarded(0, [&] { return device(handle).setFanSpeed(fan, speed); });
+    return onDevice(handle, 0, [&](Kelvane& device) { return device.setFanSpeed(fan, speed); });
 }
 
 const char* getFanSpeed(KelvaneHandle handle, int fan) {
-    return guarded<const char*>(nullptr, [&] { return device(handle).getFanSpeed(fan); });
+    return onDevice(handle, noText, [&](Kelvane& device) { return device.getFanSpeed(fan); });
 }
 
 }  // extern "C"

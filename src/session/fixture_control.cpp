@@ -2,6 +2,7 @@
 #include <kelvane/FixtureControl.hpp>
 
 #include "rpc/methods.hpp"
+#include "session/fixture_control_private.hpp"
 
 #include <fmt/format.h>
 
@@ -12,31 +13,35 @@ namespace {
 // TECs from this library at creation time.
 constexpr std::string_view tecSetupSwitch = "NO";
 
+constexpr std::uint32_t lowestPort = 1;
+constexpr std::uint32_t highestPort = 65535;
+
 }  // namespace
 
-FixtureControl::FixtureControl(Platform platform) : platform_(std::move(platform)) {
+FixtureControl::FixtureControl(Platform platform)
+    : d_(std::make_unique<Private>(std::move(platform))) {
     // A host that leaves a service out gets the real one, so no operation meets an empty seam.
-    if (!platform_.clock) platform_.clock = systemClock();
-    if (!platform_.log) platform_.log = standardErrorLog();
+    if (!d_->platform.clock) d_->platform.clock = systemClock();
+    if (!d_->platform.log) d_->platform.log = standardErrorLog();
 }
 
 FixtureControl::~FixtureControl() = default;
 
 std::shared_ptr<FixtureControl> FixtureControl::initWithIP(const Value& topology, Platform platform) {
     std::shared_ptr<FixtureControl> session(new FixtureControl(std::move(platform)));
-    session->ConnectFlag = 1;
+    session->d_->ConnectFlag = 1;
     session->toPology = topology;
     session->identifier = topology.is_object() ? topology.value("identifier", Value()) : Value();
     session->log("********self.toPology  " + describe(topology));
-    session->qorClientDic.clear();
+    session->d_->qorClientDic.clear();
     session->tecRecordArr = Value::array();
 
     Value address = topology.is_object() ? topology.value("FixtureIP", Value()) : Value();
     session->log("Connect to " + describe(address));
-    session->fixtureAddress = address;
-    if (!session->connectWithIPAddress(session->fixtureAddress)) {
+    session->d_->fixtureAddress = address;
+    if (!session->connectWithIPAddress(session->d_->fixtureAddress)) {
         session->log("================Connect Fixture fail================");
-        session->ConnectFlag = 0;
+        session->d_->ConnectFlag = 0;
         return nullptr;
     }
     session->log("================Connect Fixture seccussful================");
@@ -63,7 +68,11 @@ bool FixtureControl::connectWithIPAddress(const Value& address) {
     if (!ipValue.is_null()) saveSamplelog(ip);
     saveSamplelog(fmt::format("{}", port));
     log(fmt::format("{} Connecting to RPC server {}:{}...", describe(identifier), ip, port));
-    fixtureControlClient = platform_.connect ? platform_.connect(ip, port) : nullptr;
+    // A port no TCP connection can use fails as a controller that does not answer, without
+    // waiting for the client's connect grace.
+    bool usablePort = port >= lowestPort && port <= highestPort;
+    fixtureControlClient =
+        usablePort && d_->platform.connect ? d_->platform.connect(ip, port) : nullptr;
     Value reply = call(methods::serverMode);
     log("RPC server.mode: " + describe(reply) + "...");
     if (reply.is_null()) {
@@ -73,7 +82,7 @@ bool FixtureControl::connectWithIPAddress(const Value& address) {
     return true;
 }
 
-std::int32_t FixtureControl::getConnectFlag() const { return ConnectFlag; }
+std::int32_t FixtureControl::getConnectFlag() const { return d_->ConnectFlag; }
 
 bool FixtureControl::initialFixture() {
     std::optional<RpcError> error;
@@ -81,16 +90,24 @@ bool FixtureControl::initialFixture() {
     return describedContains(reply, "done");
 }
 
-void FixtureControl::log(std::string_view line) const { platform_.log->write(line); }
+void FixtureControl::close() {
+    d_->closed = true;
+    if (auto client = fixtureControlClient) client->close();
+}
+
+void FixtureControl::log(std::string_view line) const { d_->platform.log->write(line); }
 
 Value FixtureControl::call(std::string_view method, const Value& args, const Value& kwargs,
                            RpcErrorSlot error) {
-    return callThrough(fixtureControlClient, std::string(method), args, kwargs, error);
+    // Our own reference: a host that replaces the property meanwhile cannot free the client
+    // under this call.
+    std::shared_ptr<RpcClient> client = fixtureControlClient;
+    return callThrough(client, std::string(method), args, kwargs, error);
 }
 
 std::shared_ptr<RpcClient> FixtureControl::unitClient(const std::string& unitKey) const {
-    auto found = qorClientDic.find(unitKey);
-    return found == qorClientDic.end() ? nullptr : found->second;
+    auto found = d_->qorClientDic.find(unitKey);
+    return found == d_->qorClientDic.end() ? nullptr : found->second;
 }
 
 }  // namespace kelvane

@@ -2,6 +2,7 @@
 #include <kelvane/FixtureControl.hpp>
 
 #include "platform/file_append.hpp"
+#include "session/fixture_control_private.hpp"
 
 namespace kelvane {
 namespace {
@@ -12,7 +13,7 @@ constexpr std::string_view fixtureLogPath = "/vault/Korva/Fixture.log";
 
 void FixtureControl::saveSamplelog(const std::string& text) {
     try {
-        auto path = platform_.resolve(fixtureLogPath);
+        auto path = d_->platform.resolve(fixtureLogPath);
         // A text that is not ASCII is not written, but the file is still created.
         appendToFile(path, isAscii(text) ? text + "\r\n" : std::string());
     } catch (const std::exception&) {

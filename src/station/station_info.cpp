@@ -1,6 +1,8 @@
 // One value out of the test station's information file.
 #include <kelvane/FixtureControl.hpp>
 
+#include "session/fixture_control_private.hpp"
+
 #include <fstream>
 #include <sstream>
 
@@ -29,7 +31,7 @@ Value member(const Value& dictionary, const std::string& key) {
 
 std::string FixtureControl::GetZtJsonInfo(const std::string& outerKey, const std::string& innerKey) {
     try {
-        Value inner = member(member(readJsonFile(platform_.resolve(stationInfoPath)), outerKey),
+        Value inner = member(member(readJsonFile(d_->platform.resolve(stationInfoPath)), outerKey),
                              innerKey);
         if (inner.is_string() || inner.is_number() || inner.is_boolean()) return describe(inner);
     } catch (const std::exception&) {

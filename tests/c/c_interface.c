@@ -1,6 +1,7 @@
 /*
  * Every export of <kelvane/kelvane.h>, called from a C program the way a station host calls
- * them: against nothing (an unreachable controller), against kelvane-sim on 127.0.0.1:7805
+ * them: against nothing (an unreachable controller), against kelvane-sim on 127.0.0.1 at the
+ * controller port
  * through a whole cycle, and after the controller has died. argv[1] is the simulator.
  */
 #define _POSIX_C_SOURCE 200809L
@@ -37,6 +38,10 @@ static void checkText(const char* got, const char* expected, const char* what) {
 
 static pid_t simulator = -1;
 
+#define DIGITS(number) #number
+#define AS_TEXT(macro) DIGITS(macro)
+static const char simulatorEndpoint[] = "tcp://127.0.0.1:" AS_TEXT(KELVANE_CONTROLLER_PORT);
+
 /* True once kelvane-sim says it listens on the C interface's fixed port. */
 static bool startSimulator(const char* path) {
     int out[2];
@@ -48,7 +53,7 @@ static bool startSimulator(const char* path) {
         dup2(out[1], STDOUT_FILENO);
         close(out[0]);
         close(out[1]);
-        execl(path, path, "--bind", "tcp://127.0.0.1:7805", "--quiet", (char*)NULL);
+        execl(path, path, "--bind", simulatorEndpoint, "--quiet", (char*)NULL);
         _exit(127);
     }
     close(out[1]);
@@ -57,7 +62,8 @@ static bool startSimulator(const char* path) {
     if (!said || !fgets(line, sizeof line, said)) line[0] = '\0';
     if (said) fclose(said);
     if (strncmp(line, "listening on ", 13) == 0) return true;
-    printf("kelvane-sim did not start on 127.0.0.1:7805 (port busy?); it printed \"%s\"\n", line);
+    printf("kelvane-sim did not start on %s (port busy?); it printed \"%s\"\n", simulatorEndpoint,
+           line);
     return false;
 }
 

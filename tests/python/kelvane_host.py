@@ -9,6 +9,7 @@ import subprocess
 
 import zmq
 
+# KELVANE_CONTROLLER_PORT of kelvane.h: the C interface always connects there.
 CONTROLLER_ENDPOINT = "tcp://127.0.0.1:7805"
 
 

@@ -1,5 +1,6 @@
 // The C interface over a scripted controller: how replies become C results, that no exception
-// escapes an export, and that a returned text belongs to the calling thread alone.
+// escapes an export, what handles without a device give, and that a returned text belongs to
+// the calling thread alone.
 #include "session_fixture.hpp"
 
 #include <kelvane/Kelvane.hpp>
@@ -8,14 +9,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace kelvane::testing {
 namespace {
 
 using ::testing::Contains;
+using ::testing::ElementsAre;
 using ::testing::Not;
 
 std::string text(const char* result) { return result ? result : "(NULL)"; }
@@ -29,10 +34,10 @@ public:
     }
 };
 
-// Owns a heap device and hands it out as a C handle.
+// Makes a device with the test's platform and hands it out as a C handle.
 struct Device {
     explicit Device(Platform platform)
-        : handle(handleOf(new Kelvane("10.1.2.3", std::move(platform)))) {}
+        : handle(handleOf(std::make_shared<Kelvane>("10.1.2.3", std::move(platform)))) {}
     ~Device() { destroyKelvaneDev(handle); }
     KelvaneHandle handle;
 };
@@ -49,6 +54,51 @@ TEST(CApiWrapperTest, DeviceSkipsTheScannerCheckAndPrintsNonTextReplies) {
     EXPECT_EQ(text(fixtureInit(device.handle)), "(NULL)");
     EXPECT_EQ(text(fixtureLock(device.handle, nullptr)), "Unknown state!");
     EXPECT_THAT(fixture.controller->methods(), Not(Contains("vantrel.magnet_control")));
+
+    // The library finds "done" after the zero byte; so does the host, in place of a C string
+    // that would end before it.
+    fixture.controller->answer("vantrel.fixture_io_set", Value(std::string("ok\0done", 7)));
+    EXPECT_EQ(text(setIO(device.handle, 10, 1)), "ok\uFFFDdone");
+}
+
+// Every export that takes a handle, its result printed.
+const std::vector<std::pair<const char*, std::function<std::string(KelvaneHandle)>>> exports = {
+    {"getConnectFlag", [](KelvaneHandle h) { return std::to_string(getConnectFlag(h)); }},
+    {"initialFixture", [](KelvaneHandle h) { return std::to_string(initialFixture(h)); }},
+    {"checkPositionSensor", [](KelvaneHandle h) { return text(checkPositionSensor(h)); }},
+    {"checkDUTSensor", [](KelvaneHandle h) { return text(checkDUTSensor(h)); }},
+    {"trayUp", [](KelvaneHandle h) { return text(trayUp(h)); }},
+    {"trayDown", [](KelvaneHandle h) { return text(trayDown(h)); }},
+    {"trayIn", [](KelvaneHandle h) { return text(trayIn(h)); }},
+    {"trayOut", [](KelvaneHandle h) { return text(trayOut(h)); }},
+    {"fixtureInit", [](KelvaneHandle h) { return text(fixtureInit(h)); }},
+    {"fixtureLock", [](KelvaneHandle h) { return text(fixtureLock(h, "on")); }},
+    {"setIO", [](KelvaneHandle h) { return text(setIO(h, 10, 1)); }},
+    {"setFanSpeed", [](KelvaneHandle h) { return std::to_string(setFanSpeed(h, 1, 50)); }},
+    {"getFanSpeed", [](KelvaneHandle h) { return text(getFanSpeed(h, 1)); }},
+};
+
+TEST(CApiWrapperTest, NullDestroyedAndUnknownHandlesGiveTheResultsOfNoSession) {
+    SessionFixture fixture;
+    KelvaneHandle noSession = handleOf(std::make_shared<Kelvane>());
+    KelvaneHandle destroyed = handleOf(std::make_shared<Kelvane>("10.1.2.3", fixture.platform()));
+    destroyKelvaneDev(destroyed);
+    KelvaneHandle unknown = reinterpret_cast<KelvaneHandle>(&fixture);
+
+    for (const auto& [name, call] : exports) {
+        std::string expected = call(noSession);
+        EXPECT_THAT(expected, ::testing::AnyOf("0", "(NULL)")) << name;
+        for (KelvaneHandle handle : {KelvaneHandle(nullptr), destroyed, unknown}) {
+            EXPECT_EQ(call(handle), expected) << name << " on " << handle;
+        }
+    }
+    EXPECT_THAT(fixture.controller->methods(), ElementsAre("server.mode"))
+        << "no RPC after the destroy";
+    // Releasing any of them again is harmless.
+    for (KelvaneHandle handle : {KelvaneHandle(nullptr), destroyed, unknown, noSession}) {
+        destroyKelvaneDev(handle);
+    }
+    destroyKelvaneDev(noSession);
 }
 
 TEST(CApiWrapperTest, ExceptionInsideAnOperationBecomesTheNullResult) {

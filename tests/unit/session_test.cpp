@@ -53,6 +53,28 @@ TEST(Session, ControllerWithoutAnswerToServerModeGivesNoSession) {
     EXPECT_EQ(lines.back(), "================Connect Fixture fail================");
 }
 
+TEST(Session, PortOutsideOneTo65535FailsAtOnceWithoutAClient) {
+    for (Value port : {Value(0), Value(65536), Value(-1), Value("x")}) {
+        SessionFixture fixture;
+        auto platform = fixture.platform();
+        bool clientMade = false;
+        platform.connect = [&](const std::string&, std::uint32_t) {
+            clientMade = true;
+            return fixture.controller;
+        };
+        Value topology = SessionFixture::topology();
+        topology["FixtureIP"]["port"] = port;
+
+        EXPECT_EQ(kelvane::FixtureControl::initWithIP(topology, platform), nullptr) << port;
+        EXPECT_FALSE(clientMade) << port;
+        auto lines = fixture.log->lines();
+        ASSERT_GE(lines.size(), 3u);
+        EXPECT_THAT(std::vector(lines.end() - 3, lines.end()),
+                    ElementsAre("RPC server.mode: (null)...", "Error Failed to connect fxiture",
+                                "================Connect Fixture fail================"));
+    }
+}
+
 // An absent address text writes nothing to the fixture log; the port line is still written.
 TEST(Session, MissingOrMalformedAddressNeverCrashes) {
     for (Value topology : {Value(), Value::object(), Value{{"FixtureIP", "not a dictionary"}},

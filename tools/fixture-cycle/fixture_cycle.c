@@ -120,15 +120,16 @@ static void hideLibraryLog(void) {
 static void usage(FILE* out) {
     fprintf(out,
             "Usage: kelvane-fixture-cycle [--ip ADDRESS] [--log]\n"
-            "Drives one fixture cycle through the C interface (controller port 7805):\n"
+            "Drives one fixture cycle through the C interface (controller port %d):\n"
             "connect, initialise, tray in, DUT check, down, lock, fan, IO line, unlock, up, out.\n"
             "  --ip ADDRESS  the fixture controller (default 127.0.0.1)\n"
             "  --log         show the library's step-by-step log on standard error\n"
-            "Exit status: 0 cycle done, 1 a step failed, 2 the controller cannot be reached.\n");
+            "Exit status: 0 cycle done, 1 a step failed, 2 the controller cannot be reached.\n",
+            KELVANE_CONTROLLER_PORT);
 }
 
 static int runCycle(const char* ip) {
-    printf("Fixture cycle on %s:7805\n", ip);
+    printf("Fixture cycle on %s:%d\n", ip, KELVANE_CONTROLLER_PORT);
     double cycleStart = secondsNow();
     KelvaneHandle device = createKelvaneDev(ip);
     StepResult connected =
@@ -136,7 +137,8 @@ static int runCycle(const char* ip) {
     printStep("connect", &connected, secondsNow() - cycleStart);
     if (!connected.ok) {
         destroyKelvaneDev(device);
-        printf("Cycle FAILED: the fixture controller at %s:7805 cannot be reached\n", ip);
+        printf("Cycle FAILED: the fixture controller at %s:%d cannot be reached\n", ip,
+               KELVANE_CONTROLLER_PORT);
         return exitUnreachable;
     }
     int status = exitDone;

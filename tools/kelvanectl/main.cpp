@@ -19,9 +19,6 @@
 namespace kelvanectl {
 namespace {
 
-// The C interface always reaches the controller on this port.
-constexpr int controllerPort = 7805;
-
 constexpr const char* helpFooter =
     "LEDs have no C interface and cannot be driven from here.\n"
     "Exit status: 0 done, 1 the fixture refused or gave no reply, 2 the controller cannot be\n"
@@ -48,7 +45,8 @@ private:
 Outcome unreachable(const std::string& label, const Settings& settings) {
     return failed(label == "connect" ? nlohmann::json(0) : nlohmann::json(nullptr),
                   "cannot reach the fixture controller at " + settings.ip + ":" +
-                      std::to_string(controllerPort) + " (is it powered and on the network?)",
+                      std::to_string(KELVANE_CONTROLLER_PORT) +
+                      " (is it powered and on the network?)",
                   exitUnreachable);
 }
 
@@ -144,7 +142,9 @@ void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
 int run(int argc, char** argv) {
     CLI::App app{"Drive a Kelvane test fixture, one operation per command.", "kelvanectl"};
     Settings settings;
-    app.add_option("--ip", settings.ip, "Address of the fixture controller (port 7805)")
+    app.add_option("--ip", settings.ip,
+                   "Address of the fixture controller (port " +
+                       std::to_string(KELVANE_CONTROLLER_PORT) + ")")
         ->capture_default_str();
     app.add_flag("--json", settings.json, "Print one JSON object per command, for scripts");
     app.add_flag("--log", settings.showLibraryLog,
