@@ -6,6 +6,7 @@ packages=(
   build-essential cmake pkg-config binutils
   libzmq3-dev cppzmq-dev nlohmann-json3-dev libicu-dev libspdlog-dev libfmt-dev libcli11-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  clang libc++-dev libc++abi-dev libclang-rt-dev googletest
   python3 python3-zmq
 )
 

@@ -3,7 +3,9 @@
 // the move returns.
 #pragma once
 
+#include <condition_variable>
 #include <cstdio>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -17,11 +19,14 @@ public:
     Progress& operator=(const Progress&) = delete;
 
 private:
-    void show(std::stop_token stop);
+    void show();
 
     std::FILE* terminal_;
     std::string label_;
-    std::jthread thread_;  // last: starts once the fields above are set
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    bool stopping_ = false;
+    std::thread thread_;  // last: starts once the fields above are set
 };
 
 }  // namespace kelvanectl
