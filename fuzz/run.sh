@@ -7,7 +7,7 @@
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "$1" && pwd); shift
-targets=${FUZZ_TARGETS:-"json_reply_fuzzer hex_number_fuzzer regex_group_fuzzer station_info_fuzzer"}
+targets=${FUZZ_TARGETS:-"json_reply_fuzzer hex_number_fuzzer regex_group_fuzzer station_info_fuzzer can_answer_fuzzer can_frames_fuzzer tec_reply_fuzzer"}
 
 mkdir -p "$build/fuzz-crashes"
 for target in $targets; do
