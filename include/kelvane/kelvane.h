@@ -136,6 +136,27 @@ KELVANE_API const char* getFanSpeed(KelvaneHandle handle, int fan);
  * valid until this thread's next call. */
 KELVANE_API const char* setIO(KelvaneHandle handle, int line, int state);
 
+/* ---- TEC controllers --------------------------------------------------------------------- */
+
+/* One on-demand reading of slot `slot`'s TEC controller (slots count from 1; its CAN message id
+ * is slot + 2079) over the fixture's CAN bus: "get tec temp:1" to "get tec temp:4" and
+ * "get tec power", one after the other, each sent as frames ("can.send") and its answer collected
+ * ("can.recv"). Blocks for up to those five exchanges, and waits while a TEC worker of the same
+ * device is in its own pass. Writes no file, logs no failure and changes no warm-up state.
+ * Returns the reading as one CSV line, the local time first:
+ *     "MM/dd/yyyy HH:mm:ss.SSS,s1,s2,s3,s4,pwm,current,<item name>\r\n"
+ * e.g. "11/22/2026 21:30:05.123,25.31,25.30,25.32,25.29,-35.20,1.25,NOT SET\r\n": the four
+ * sensors in degrees Celsius, the PWM in percent and the current in amperes, two decimals each
+ * (an answer that does not read as a number gives 0.00), then the name of the test step running
+ * in the slot ("(null)" while none was ever set up). When any of the five answers is missing or
+ * empty, the line is instead
+ *     "MM/dd/yyyy HH:mm:ss.SSS,<answer 1>,<answer 2>,<answer 3>,<answer 4>,<power answer>"
+ *     " get null value.\r\n"
+ * (one line) with the answers as they came ("(null)" for a missing one, nothing for an empty
+ * one; an answer may itself hold commas). NULL without a session and for a NULL, destroyed or
+ * unknown handle. Library-owned, valid until this thread's next call. */
+KELVANE_API const char* tecTempRecord(KelvaneHandle handle, int slot);
+
 /* ---- Text helpers (no device) ----------------------------------------------------------- */
 
 /* Decodes hex text two characters at a time ("414243" gives "ABC"); a trailing odd character
