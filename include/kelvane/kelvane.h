@@ -141,14 +141,16 @@ KELVANE_API const char* setIO(KelvaneHandle handle, int line, int state);
 /* One on-demand reading of slot `slot`'s TEC controller (slots count from 1; its CAN message id
  * is slot + 2079) over the fixture's CAN bus: "get tec temp:1" to "get tec temp:4" and
  * "get tec power", one after the other, each sent as frames ("can.send") and its answer collected
- * ("can.recv"). Blocks for up to those five exchanges, and waits while a TEC worker of the same
- * device is in its own pass. Writes no file, logs no failure and changes no warm-up state.
+ * ("can.recv"). Blocks for those five exchanges: each takes one round trip or, when the
+ * controller does not answer, about 5 s, so a silent slot takes about 25 s. Writes no CSV line,
+ * makes no temperature check and changes no warm-up state; the frames received are logged to
+ * the slot's TEC monitor log in the station's per-slot log folder when that folder exists.
  * Returns the reading as one CSV line, the local time first:
  *     "MM/dd/yyyy HH:mm:ss.SSS,s1,s2,s3,s4,pwm,current,<item name>\r\n"
- * e.g. "11/22/2026 21:30:05.123,25.31,25.30,25.32,25.29,-35.20,1.25,NOT SET\r\n": the four
+ * e.g. "11/22/2026 21:30:05.123,25.31,25.30,25.32,25.29,-35.20,1.25,(null)\r\n": the four
  * sensors in degrees Celsius, the PWM in percent and the current in amperes, two decimals each
  * (an answer that does not read as a number gives 0.00), then the name of the test step running
- * in the slot ("(null)" while none was ever set up). When any of the five answers is missing or
+ * in the slot, which a device of this interface never has ("(null)"). When any of the five answers is missing or
  * empty, the line is instead
  *     "MM/dd/yyyy HH:mm:ss.SSS,<answer 1>,<answer 2>,<answer 3>,<answer 4>,<power answer>"
  *     " get null value.\r\n"
