@@ -1,9 +1,17 @@
 // FixtureControl: one session with one fixture's controller board.
 //
 // Every operation is synchronous on the calling thread and never throws, except where a
-// helper below documents a range error for input its callers never pass. Operations take no
-// lock; the host serialises fixture motion. An operation holds the session's client for its
-// whole call, so replacing `fixtureControlClient` meanwhile affects only later calls.
+// helper below documents a range error for input its callers never pass, and the second start
+// of a TEC worker (see tecTempGet). Only the TEC sampling passes take a lock (see below); the
+// host serialises fixture motion. An operation holds the session's client for its whole call,
+// so replacing `fixtureControlClient` meanwhile affects only later calls.
+//
+// TEC monitoring: switching a slot on starts a background worker that runs a sampling pass,
+// sleeps 1.5 s, and so on until switched off; it keeps the session alive while it runs. A pass
+// (and an on-demand reading) holds the session's object lock for its whole length, so the CAN
+// exchanges of different slots never interleave; failure records have a lock of their own,
+// taken inside the object lock, never the other way round. A session made by initWithIP has no
+// workers: its TEC set-up step is switched off.
 #pragma once
 
 #include <kelvane/Platform.hpp>
@@ -36,7 +44,12 @@ public:
     bool initialFixture();
     // Ends the session's use; safe from any thread, more than once. The client is closed, so
     // calls under way and later ones fail with its "client closed" error, and a tray move under
-    // way stops polling at its next step and returns its timeout text.
+    // way stops polling at its next step and returns its timeout text. Every TEC worker of the
+    // session is cancelled, and close() waits until they have ended: each ends after the pass
+    // or pause it is in (a pass fails fast on the closed client, a pause lasts up to 1.5 s), so
+    // once close() returns no worker writes another line. It holds no lock while it waits. Not
+    // to be called from a worker's own thread (a clock or log sink the session calls), where it
+    // does not wait for that worker.
     void close();
 
     // Hex, number and pattern helpers
@@ -70,6 +83,53 @@ public:
     bool setFanSpeed(std::int32_t fan, std::int32_t speed);
     std::string getFanSpeed(std::int32_t fan);
     Value setIO(std::int32_t line, std::int32_t state);
+
+    // CAN bridge. Every CAN call gives the controller board 3000 ms.
+    // "can.open" with the bit rate; true when the reply holds "done".
+    bool canConfig(const Value& bitRate);
+    // Puts one frame with the fixed data 1, 2, 3 on the bus, whatever `command` holds; logs
+    // whether the board took it. Always true.
+    bool sendCanCommandWithMessageId(std::uint32_t messageId, const std::string& command);
+    // The frames of a command in sending order: an array of arrays of bytes 0..255. Empty for a
+    // command of more than 28 bytes.
+    Value handleCanCMD(const std::string& command, std::int32_t slot);
+    // Reads frames until one whose last byte is 3, or until a read brings nothing. A controller
+    // that never sends a closing 3 keeps the caller here; the transport's timeout bounds only
+    // each single read.
+    std::string receiveCanWithSlotId(std::int32_t slot);
+    // Sends a command's frames to `messageId` and waits up to 5 s for an answer holding "OK"
+    // (any letter case): true when one came.
+    bool sendCanCommandString(const Value& messageId, const std::string& command, std::int32_t slot);
+    // As sendCanCommandString, but gives the answer text as received, or nil.
+    Value sendCanCommandStringNeedFeedback(const Value& messageId, const std::string& command,
+                                           std::int32_t slot);
+
+    // TEC monitoring
+    // The TEC set-up step of creation (switched off there): opens the CAN channel at 500 kbit/s
+    // and creates the worker array and the per-slot tables for `slotCount` slots ("NOT SET",
+    // "YES", 0). False, with "need TEC,Config Can fail." logged, when the channel does not open.
+    bool setUpTecMonitoring(std::int32_t slotCount);
+    // "ON" or "OFF" in any letter case; other words only log. ON drops every slot's failure
+    // records, creates a worker for the slot, writes the CSV header and starts every worker of
+    // the slot's name; without the set-up step it starts nothing. A second ON without OFF asks
+    // the running worker to start again, which throws WorkerAlreadyStarted to the caller. OFF
+    // cancels and drops the slot's workers, but of two side by side it looks only at the first.
+    // Call from one thread.
+    void tecTempGet(std::int32_t slot, const std::string& state);
+    // Creates the slot's worker "Slot<n>_TecTempThread", unstarted, and adds it to the worker
+    // array; without the set-up step the worker is dropped.
+    void creatTecTempThread(std::int32_t slot);
+    // A snapshot of every slot's failure records (the slot plays no part).
+    Value getTecRecord(std::int32_t slot);
+    // One sampling pass of the slot's TEC controller at `messageId`, under the object lock.
+    void tecTempRecord(std::int32_t slot, const Value& messageId);
+    // One measurement on demand: the CSV line, or the line naming the missing answers. Nothing
+    // is written, checked or recorded.
+    std::string tecTempRecord2(std::int32_t slot);
+    // Appends a time-stamped line to the slot's TEC monitor log.
+    void saveTecMonitorLogInfo(std::int32_t slot, const std::string& text);
+    // Appends the text as it is to the slot's TEC CSV file.
+    void saveTecTemplog(std::int32_t slot, const std::string& text);
 
     // Barcode scan and scanner check
     bool barcodeSecurityCheck();

@@ -44,6 +44,8 @@ public:
     const char* setIO(int line, int state);
     int setFanSpeed(int fan, int speed);
     const char* getFanSpeed(int fan);
+    // One on-demand reading of the slot's TEC controller: FixtureControl::tecTempRecord2.
+    const char* tecTempRecord(int slot);
 
     // Kept for hosts built against the first interface: sends nothing and returns 0.
     int sendCanCommandStringNeedFeedback(int slot, std::string command, int timeout);

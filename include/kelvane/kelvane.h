@@ -136,6 +136,29 @@ KELVANE_API const char* getFanSpeed(KelvaneHandle handle, int fan);
  * valid until this thread's next call. */
 KELVANE_API const char* setIO(KelvaneHandle handle, int line, int state);
 
+/* ---- TEC controllers --------------------------------------------------------------------- */
+
+/* One on-demand reading of slot `slot`'s TEC controller (slots count from 1; its CAN message id
+ * is slot + 2079) over the fixture's CAN bus: "get tec temp:1" to "get tec temp:4" and
+ * "get tec power", one after the other, each sent as frames ("can.send") and its answer collected
+ * ("can.recv"). Blocks for those five exchanges: each takes one round trip or, when the
+ * controller does not answer, about 5 s, so a silent slot takes about 25 s. Writes no CSV line,
+ * makes no temperature check and changes no warm-up state; the frames received are logged to
+ * the slot's TEC monitor log in the station's per-slot log folder when that folder exists.
+ * Returns the reading as one CSV line, the local time first:
+ *     "MM/dd/yyyy HH:mm:ss.SSS,s1,s2,s3,s4,pwm,current,<item name>\r\n"
+ * e.g. "11/22/2026 21:30:05.123,25.31,25.30,25.32,25.29,-35.20,1.25,(null)\r\n": the four
+ * sensors in degrees Celsius, the PWM in percent and the current in amperes, two decimals each
+ * (an answer that does not read as a number gives 0.00), then the name of the test step running
+ * in the slot, which a device of this interface never has ("(null)"). When any of the five answers is missing or
+ * empty, the line is instead
+ *     "MM/dd/yyyy HH:mm:ss.SSS,<answer 1>,<answer 2>,<answer 3>,<answer 4>,<power answer>"
+ *     " get null value.\r\n"
+ * (one line) with the answers as they came ("(null)" for a missing one, nothing for an empty
+ * one; an answer may itself hold commas). NULL without a session and for a NULL, destroyed or
+ * unknown handle. Library-owned, valid until this thread's next call. */
+KELVANE_API const char* tecTempRecord(KelvaneHandle handle, int slot);
+
 /* ---- Text helpers (no device) ----------------------------------------------------------- */
 
 /* Decodes hex text two characters at a time ("414243" gives "ABC"); a trailing odd character

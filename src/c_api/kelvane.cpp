@@ -64,6 +64,10 @@ const char* Kelvane::getFanSpeed(int fan) {
     return session_ ? returnedText(session_->getFanSpeed(fan)) : nullptr;
 }
 
+const char* Kelvane::tecTempRecord(int slot) {
+    return session_ ? returnedText(session_->tecTempRecord2(slot)) : nullptr;
+}
+
 int Kelvane::sendCanCommandStringNeedFeedback(int, std::string, int) { return 0; }
 
 }  // namespace kelvane

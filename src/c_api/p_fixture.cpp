@@ -98,4 +98,8 @@ const char* getFanSpeed(KelvaneHandle handle, int fan) {
     return onDevice(handle, noText, [&](Kelvane& device) { return device.getFanSpeed(fan); });
 }
 
+const char* tecTempRecord(KelvaneHandle handle, int slot) {
+    return onDevice(handle, noText, [&](Kelvane& device) { return device.tecTempRecord(slot); });
+}
+
 }  // extern "C"

@@ -3,6 +3,7 @@
 
 #include "rpc/methods.hpp"
 #include "session/fixture_control_private.hpp"
+#include "tec/monitor.hpp"
 
 #include <fmt/format.h>
 
@@ -51,9 +52,8 @@ std::shared_ptr<FixtureControl> FixtureControl::initWithIP(const Value& topology
         !session->barcodeSecurityCheck()) {
         return nullptr;
     }
-    if (tecSetupSwitch == "YES") {
-        // Empty: the library has no TEC set-up to run yet, so turning the switch on would
-        // change nothing.
+    if (tecSetupSwitch == "YES" && !session->setUpTecMonitoring(session->d_->slotNumber)) {
+        return nullptr;
     }
     return session;
 }
@@ -93,6 +93,7 @@ bool FixtureControl::initialFixture() {
 void FixtureControl::close() {
     d_->closed = true;
     if (auto client = fixtureControlClient) client->close();
+    tec::stopWorkers(*this);
 }
 
 void FixtureControl::log(std::string_view line) const { d_->platform.log->write(line); }

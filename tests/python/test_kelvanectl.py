@@ -3,6 +3,7 @@ reports, the messages on standard error, and the progress line that only a termi
 import json
 import os
 import pty
+import signal
 import subprocess
 import unittest
 
@@ -63,6 +64,27 @@ class WithSimulatorTest(unittest.TestCase):
         line = json.loads(jammed.stdout)
         self.assertEqual((1, False, "up_refused: jammed"), (jammed.returncode, line["ok"], line["result"]))
         self.assertEqual(1, kelvanectl("fan", "set", "1", "10").returncode)
+
+    def test_tec_reading_plain_split_missing_and_watched_until_ctrl_c(self):
+        plain = kelvanectl("tec", "1")
+        fields = plain.stdout.rstrip("\n").split(",")
+        self.assertEqual((0, 8, "(null)"), (plain.returncode, len(fields), fields[7]), plain.stdout)
+        result = json.loads(kelvanectl("--json", "tec", "2").stdout)["result"]
+        self.assertEqual(["timestamp", "sensors", "pwm", "current", "item"], list(result))
+        self.assertTrue(all(20 < sensor < 30 for sensor in result["sensors"]), result)
+        self.sim.control("sim.set", {"tec_faults": [{"kind": "send_refused", "slot": 3}]})
+        missing = kelvanectl("--json", "tec", "3")
+        line = json.loads(missing.stdout)
+        self.assertEqual((1, True), (missing.returncode, line["result"]["missing"]))
+        self.assertTrue(line["result"]["line"].endswith("(null),(null) get null value."), line)
+
+        watch = subprocess.Popen([required_path("KELVANECTL"), "tec", "1", "--watch", "0.2"],
+                                 stdout=subprocess.PIPE, text=True)
+        readings = [watch.stdout.readline(), watch.stdout.readline()]
+        watch.send_signal(signal.SIGINT)
+        self.assertEqual(0, watch.wait(timeout=10))
+        watch.stdout.close()
+        self.assertNotEqual(readings[0][:23], readings[1][:23], "two readings, two time stamps")
 
     def test_progress_line_on_a_terminal_is_wiped_when_the_move_ends(self):
         main, terminal = pty.openpty()

@@ -76,6 +76,7 @@ const std::vector<std::pair<const char*, std::function<std::string(KelvaneHandle
     {"setIO", [](KelvaneHandle h) { return text(setIO(h, 10, 1)); }},
     {"setFanSpeed", [](KelvaneHandle h) { return std::to_string(setFanSpeed(h, 1, 50)); }},
     {"getFanSpeed", [](KelvaneHandle h) { return text(getFanSpeed(h, 1)); }},
+    {"tecTempRecord", [](KelvaneHandle h) { return text(tecTempRecord(h, 1)); }},
 };
 
 TEST(CApiWrapperTest, NullDestroyedAndUnknownHandlesGiveTheResultsOfNoSession) {

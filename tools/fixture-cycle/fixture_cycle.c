@@ -1,7 +1,7 @@
 /*
  * kelvane-fixture-cycle: drives one full fixture cycle through the C interface and prints each
  * step with its result and time: connect, initialise, tray in, DUT check, down, lock, fan,
- * IO line, unlock, up, out. Stops at the first step that fails.
+ * IO line, a TEC reading of slots 1 and 2, unlock, up, out. Stops at the first step that fails.
  *
  * Exit status: 0 cycle done, 1 a step failed, 2 the controller cannot be reached, 64 usage.
  * The library's step-by-step log (standard error) is hidden unless --log is given.
@@ -78,6 +78,23 @@ static StepResult setIoLine(KelvaneHandle device) {
     return holdingDone(setIO(device, cycleIoLine, cycleIoState));
 }
 
+/* Shows the reading without its time stamp and line end: sensors, PWM, current, test step. */
+static StepResult readTec(KelvaneHandle device, int slot) {
+    static const char missingMark[] = " get null value.\r\n";
+    const char* line = tecTempRecord(device, slot);
+    if (!line) return fromText(NULL, false);
+    size_t length = strlen(line);
+    bool missing = length >= sizeof missingMark - 1 &&
+                   strcmp(line + length - (sizeof missingMark - 1), missingMark) == 0;
+    const char* fields = strchr(line, ',');
+    StepResult result = fromText(fields && !missing ? fields + 1 : line, !missing);
+    result.text[strcspn(result.text, "\r\n")] = '\0';
+    return result;
+}
+
+static StepResult readTecSlot1(KelvaneHandle device) { return readTec(device, 1); }
+static StepResult readTecSlot2(KelvaneHandle device) { return readTec(device, 2); }
+
 static StepResult unlock(KelvaneHandle device) { return holdingDone(fixtureLock(device, "off")); }
 static StepResult moveUp(KelvaneHandle device) { return exactly(trayUp(device), "UP OK"); }
 static StepResult moveOut(KelvaneHandle device) { return exactly(trayOut(device), "OUT OK"); }
@@ -92,6 +109,8 @@ static const Step cycle[] = {
     {"setFanSpeed", setFan},
     {"getFanSpeed", readFan},
     {"setIO", setIoLine},
+    {"tecTempRecord 1", readTecSlot1},
+    {"tecTempRecord 2", readTecSlot2},
     {"fixtureLock off", unlock},
     {"trayUp", moveUp},
     {"trayOut", moveOut},
@@ -121,7 +140,8 @@ static void usage(FILE* out) {
     fprintf(out,
             "Usage: kelvane-fixture-cycle [--ip ADDRESS] [--log]\n"
             "Drives one fixture cycle through the C interface (controller port %d):\n"
-            "connect, initialise, tray in, DUT check, down, lock, fan, IO line, unlock, up, out.\n"
+            "connect, initialise, tray in, DUT check, down, lock, fan, IO line,\n"
+            "TEC reading of slots 1 and 2, unlock, up, out.\n"
             "  --ip ADDRESS  the fixture controller (default 127.0.0.1)\n"
             "  --log         show the library's step-by-step log on standard error\n"
             "Exit status: 0 cycle done, 1 a step failed, 2 the controller cannot be reached.\n",

@@ -1,5 +1,7 @@
 #include "commands.hpp"
 
+#include "tec_reading.hpp"
+
 #include <cstring>
 
 namespace kelvanectl {
@@ -96,6 +98,13 @@ DeviceCommand fanGetCommand(const Arguments& arguments) {
 DeviceCommand ioCommand(const Arguments& arguments) {
     return {"io", "Set an IO line to a state", false, [&arguments](KelvaneHandle device) {
                 return textHoldingDone(setIO(device, arguments.ioLine, arguments.ioState));
+            }};
+}
+
+DeviceCommand tecCommand(const Arguments& arguments) {
+    return {"tec", "Read a slot's TEC controller: four sensors, PWM, current, test step", false,
+            [&arguments](KelvaneHandle device) {
+                return tecReading(tecTempRecord(device, arguments.tecSlot));
             }};
 }
 

@@ -19,6 +19,8 @@ struct Arguments {
     int fanSpeed = 0;
     int ioLine = 0;
     int ioState = 0;
+    int tecSlot = 0;
+    double watchSeconds = 0;  // tec --watch
 };
 
 struct DeviceCommand {
@@ -36,5 +38,6 @@ DeviceCommand lockCommand(const Arguments& arguments);
 DeviceCommand fanSetCommand(const Arguments& arguments);
 DeviceCommand fanGetCommand(const Arguments& arguments);
 DeviceCommand ioCommand(const Arguments& arguments);
+DeviceCommand tecCommand(const Arguments& arguments);
 
 }  // namespace kelvanectl

@@ -2,6 +2,7 @@
 // nothing but the library's C interface, the same one the test station uses.
 #include "commands.hpp"
 #include "console.hpp"
+#include "interruption.hpp"
 #include "outcome.hpp"
 #include "progress.hpp"
 #include "report.hpp"
@@ -21,8 +22,9 @@ namespace {
 
 constexpr const char* helpFooter =
     "LEDs have no C interface and cannot be driven from here.\n"
-    "Exit status: 0 done, 1 the fixture refused or gave no reply, 2 the controller cannot be\n"
-    "reached, 64 usage error. The library's own step-by-step log is shown with --log.";
+    "Exit status: 0 done (also a watch ended with Ctrl-C), 1 the fixture refused or gave no\n"
+    "reply, 2 the controller cannot be reached, 64 usage error. The library's own step-by-step\n"
+    "log is shown with --log.";
 
 struct Settings {
     std::string ip = "127.0.0.1";
@@ -30,7 +32,8 @@ struct Settings {
     bool showLibraryLog = false;
 };
 
-using Action = std::function<Report(const Settings&, Console&)>;
+// Runs the chosen command, publishes what it gives, and returns the exit status.
+using Action = std::function<int(const Settings&, Console&)>;
 
 class Stopwatch {
 public:
@@ -43,15 +46,15 @@ private:
 };
 
 Outcome unreachable(const std::string& label, const Settings& settings) {
-    return failed(label == "connect" ? nlohmann::json(0) : nlohmann::json(nullptr),
+    return failed(label == "connect" ? Result(0) : Result(nullptr),
                   "cannot reach the fixture controller at " + settings.ip + ":" +
                       std::to_string(KELVANE_CONTROLLER_PORT) +
                       " (is it powered and on the network?)",
                   exitUnreachable);
 }
 
-Report runOnDevice(const DeviceCommand& command, const std::string& label, const Settings& settings,
-                   Console& console) {
+int runOnDevice(const DeviceCommand& command, const std::string& label, const Settings& settings,
+                Console& console) {
     Stopwatch stopwatch;
     KelvaneHandle device = createKelvaneDev(settings.ip.c_str());
     Outcome outcome;
@@ -66,7 +69,32 @@ Report runOnDevice(const DeviceCommand& command, const std::string& label, const
         outcome = command.run(device);  // copies the library's text before the next call
     }
     destroyKelvaneDev(device);
-    return {label, outcome, stopwatch.seconds(), command.moves};
+    return publish({label, outcome, stopwatch.seconds(), command.moves}, settings.json,
+                   console.messages());
+}
+
+// Runs the command every `period` (start to start) on one connection until Ctrl-C, publishing
+// each round; a failed round is reported and the next one follows.
+int repeatOnDevice(const DeviceCommand& command, const std::string& label,
+                   std::chrono::duration<double> period, const Settings& settings,
+                   Console& console) {
+    Interruption interruption;
+    Stopwatch connecting;
+    KelvaneHandle device = createKelvaneDev(settings.ip.c_str());
+    if (getConnectFlag(device) != 1) {
+        destroyKelvaneDev(device);
+        return publish({label, unreachable(label, settings), connecting.seconds()}, settings.json,
+                       console.messages());
+    }
+    std::chrono::duration<double> untilNext{};
+    do {
+        Stopwatch round;
+        Outcome outcome = interruption.during([&] { return command.run(device); });
+        publish({label, outcome, round.seconds()}, settings.json, console.messages());
+        untilNext = period - std::chrono::duration<double>(round.seconds());
+    } while (interruption.waitFor(untilNext));
+    destroyKelvaneDev(device);
+    return exitOk;
 }
 
 CLI::App* addDeviceCommand(CLI::App& parent, DeviceCommand command, std::string label,
@@ -78,6 +106,41 @@ CLI::App* addDeviceCommand(CLI::App& parent, DeviceCommand command, std::string 
         };
     });
     return sub;
+}
+
+// A day at most: the period must stay a finite wait.
+constexpr double longestWatchPeriod = 86400;
+
+std::string watchPeriodCheck(const std::string& text) {
+    try {
+        double seconds = std::stod(text);
+        if (seconds >= 0 && seconds <= longestWatchPeriod) return {};
+    } catch (const std::exception&) {
+    }
+    return "SECONDS must be a number from 0 to 86400";
+}
+
+void addTecCommand(CLI::App& app, Arguments& arguments, Action& chosen) {
+    DeviceCommand command = tecCommand(arguments);
+    CLI::App* tec = app.add_subcommand(command.name, command.description);
+    tec->add_option("slot", arguments.tecSlot, "Slot number, from 1")->required();
+    CLI::Option* watch =
+        tec->add_option("--watch", arguments.watchSeconds,
+                        "Read again every SECONDS until Ctrl-C, one line per reading")
+            ->option_text("SECONDS")
+            ->check(watchPeriodCheck);
+    tec->callback([&chosen, &arguments, watch, command = std::move(command)] {
+        if (watch->count() == 0) {
+            chosen = [command](const Settings& settings, Console& console) {
+                return runOnDevice(command, "tec", settings, console);
+            };
+            return;
+        }
+        std::chrono::duration<double> period(arguments.watchSeconds);
+        chosen = [command, period](const Settings& settings, Console& console) {
+            return repeatOnDevice(command, "tec", period, settings, console);
+        };
+    });
 }
 
 Report decodeHex(const std::string& hex) {
@@ -126,17 +189,25 @@ void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
     io->add_option("line", arguments.ioLine, "IO line")->required();
     io->add_option("state", arguments.ioState, "State")->required();
 
+    addTecCommand(app, arguments, chosen);
+
     CLI::App* hex =
         app.add_subcommand("hex", "Decode a hex text, e.g. 414243 gives ABC (no fixture needed)");
     hex->add_option("hex-text", inputs.hexText, "Pairs of hex digits")->required();
-    hex->callback(
-        [&] { chosen = [&](const Settings&, Console&) { return decodeHex(inputs.hexText); }; });
+    hex->callback([&] {
+        chosen = [&](const Settings& settings, Console& console) {
+            return publish(decodeHex(inputs.hexText), settings.json, console.messages());
+        };
+    });
 
     CLI::App* isFloat = app.add_subcommand(
         "is-float", "Tell whether a text is one floating-point number (no fixture needed)");
     isFloat->add_option("text", inputs.floatText, "The text to check")->required();
-    isFloat->callback(
-        [&] { chosen = [&](const Settings&, Console&) { return checkFloat(inputs.floatText); }; });
+    isFloat->callback([&] {
+        chosen = [&](const Settings& settings, Console& console) {
+            return publish(checkFloat(inputs.floatText), settings.json, console.messages());
+        };
+    });
 }
 
 int run(int argc, char** argv) {
@@ -163,7 +234,7 @@ int run(int argc, char** argv) {
         return status == 0 ? exitOk : exitUsage;
     }
     Console console(settings.showLibraryLog);
-    return publish(chosen(settings, console), settings.json, console.messages());
+    return chosen(settings, console);
 }
 
 }  // namespace

@@ -16,17 +16,21 @@ enum ExitStatus : int {
     exitUsage = 64,
 };
 
+// Keys stay in the order they were written, so a split reading reads as its line does.
+using Result = nlohmann::ordered_json;
+
 struct Outcome {
-    nlohmann::json result;  // the library's result: a text, null, a number or a boolean
+    Result result;  // the library's result: a text, null, a number, a boolean, or its fields
     bool ok = false;
     std::string problem;  // set when not ok
     ExitStatus failure = exitRefused;
+    std::string plain;  // the plain form when the result is split into fields; else empty
 };
 
-inline Outcome succeeded(nlohmann::json result) { return {std::move(result), true, {}, exitOk}; }
+inline Outcome succeeded(Result result) { return {std::move(result), true, {}, exitOk, {}}; }
 
-inline Outcome failed(nlohmann::json result, std::string problem, ExitStatus status = exitRefused) {
-    return {std::move(result), false, std::move(problem), status};
+inline Outcome failed(Result result, std::string problem, ExitStatus status = exitRefused) {
+    return {std::move(result), false, std::move(problem), status, {}};
 }
 
 }  // namespace kelvanectl

@@ -22,7 +22,9 @@ std::string jsonLine(const Report& report) {
     return line.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
-std::string plainResult(const json& result) {
+std::string plainResult(const Outcome& outcome) {
+    if (!outcome.plain.empty()) return outcome.plain;
+    const Result& result = outcome.result;
     return result.is_string() ? result.get<std::string>() : result.dump();
 }
 
@@ -33,7 +35,7 @@ int publish(const Report& report, bool json, std::FILE* messages) {
     if (json) {
         std::cout << jsonLine(report) << std::endl;
     } else if (outcome.ok) {
-        std::cout << plainResult(outcome.result);
+        std::cout << plainResult(outcome);
         if (report.showSeconds)
             std::cout << std::fixed << std::setprecision(2) << " (" << report.seconds << " s)";
         std::cout << std::endl;

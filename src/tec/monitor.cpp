@@ -1,0 +1,139 @@
+// Switching a slot's TEC worker on and off, the worker's loop, and stopping the workers of a
+// closed session.
+#include "tec/monitor.hpp"
+
+#include "session/fixture_control_private.hpp"
+#include "tec/sampling.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace kelvane {
+namespace {
+
+constexpr double pauseBetweenPassesSeconds = 1.5;
+constexpr std::string_view csvHeader =
+    "Timestamp,Sensor1,Sensor2,Sensor3,Sensor4,PWM,Current,subsubtestname\r\n";
+
+// The session whose worker runs on this thread, if any: close() called from there must not
+// wait for the worker it runs on.
+thread_local const FixtureControl* workerSessionOfThisThread = nullptr;
+
+std::string workerName(std::int32_t slot) { return fmt::format("Slot{}_TecTempThread", slot); }
+
+bool stopRequested(FixtureControl& session, const WorkerThread::Handle& self) {
+    return self.isCancelled() || FixtureControl::Private::of(session).closed;
+}
+
+void runWorker(FixtureControl& session, const WorkerThread::Handle& self, std::int32_t slot) {
+    workerSessionOfThisThread = &session;
+    const Value messageId = tec::canMessageId(slot);
+    Clock& clock = *FixtureControl::Private::of(session).platform.clock;
+    for (;;) {
+        if (stopRequested(session, self)) break;
+        session.saveTecMonitorLogInfo(
+            slot, fmt::format("TesterReporting {} Slot{} tecTempRecord running",
+                              describe(session.identifier), slot));
+        session.tecTempRecord(slot, messageId);
+        if (stopRequested(session, self)) break;
+        clock.sleepFor(pauseBetweenPassesSeconds);
+    }
+    workerSessionOfThisThread = nullptr;
+}
+
+std::string describeWorkers(const FixtureControl::Private& d) {
+    if (!d.tecTempThreadArray) return describe(Value());
+    Value names = Value::array();
+    for (const auto& worker : *d.tecTempThreadArray) names.push_back(worker->name());
+    return describe(names);
+}
+
+void switchOn(FixtureControl& session, std::int32_t slot) {
+    auto& d = FixtureControl::Private::of(session);
+    // Unlocked, as the station expects: a pass appending a record meanwhile races with it.
+    if (session.tecRecordArr.is_array()) session.tecRecordArr.clear();
+    session.creatTecTempThread(slot);
+    if (!d.tecTempThreadArray) return;
+    const std::string name = workerName(slot);
+    // By index: a start that throws leaves the array as it is.
+    for (std::size_t i = 0; i < d.tecTempThreadArray->size(); ++i) {
+        const auto worker = (*d.tecTempThreadArray)[i];
+        d.platform.log->write("TesterReporting thread name:" + worker->name());
+        if (worker->name() != name) continue;
+        session.saveTecTemplog(slot, std::string(csvHeader));
+        worker->start();  // throws WorkerAlreadyStarted for a worker that runs already
+    }
+}
+
+// The index moves on after a removal, so of two workers of the slot side by side only the first
+// is stopped: the station relies on that.
+void switchOff(FixtureControl& session, std::int32_t slot) {
+    auto& d = FixtureControl::Private::of(session);
+    if (!d.tecTempThreadArray) return;
+    auto& workers = *d.tecTempThreadArray;
+    const std::string name = workerName(slot);
+    for (std::size_t i = 0; i < workers.size(); ++i) {
+        if (workers[i]->name() != name) continue;
+        if (workers[i]->isCancelled()) {
+            d.platform.log->write(name + " is Cancelled");
+        } else {
+            workers[i]->cancel();
+        }
+        workers.erase(workers.begin() + static_cast<std::ptrdiff_t>(i));
+    }
+}
+
+}  // namespace
+
+void FixtureControl::tecTempGet(std::int32_t slot, const std::string& state) {
+    const std::string word = upperCased(state);
+    if (word == "ON" || word == "OFF") {
+        log(fmt::format("TesterReporting Slot{} tecTempRecord state:{}", slot, state));
+        if (word == "ON") {
+            switchOn(*this, slot);
+        } else {
+            switchOff(*this, slot);
+        }
+    }
+    log(fmt::format("After tecTempGet {}--->>>tecTempThreadArray is {}", state,
+                    describeWorkers(*d_)));
+}
+
+void FixtureControl::creatTecTempThread(std::int32_t slot) {
+    // The worker keeps the session alive while it runs; it lets go when its loop ends.
+    auto worker = std::make_shared<WorkerThread>(
+        workerName(slot),
+        [session = shared_from_this(), slot](const WorkerThread::Handle& self) mutable {
+            runWorker(*session, self, slot);
+            session.reset();
+        });
+    if (!d_->tecTempThreadArray) return;  // no set-up: the worker is neither kept nor started
+    d_->tecTempThreadArray->push_back(worker);
+    std::lock_guard lock(d_->workersMutex);
+    auto& live = d_->liveWorkers;
+    live.erase(std::remove_if(live.begin(), live.end(),
+                              [](const auto& w) { return w->handle().isFinished(); }),
+               live.end());
+    live.push_back(std::move(worker));
+    // A session closed meanwhile gets no running worker.
+    if (d_->closed) live.back()->cancel();
+}
+
+namespace tec {
+
+void stopWorkers(FixtureControl& session) {
+    auto& d = FixtureControl::Private::of(session);
+    std::vector<std::shared_ptr<WorkerThread>> workers;
+    {
+        std::lock_guard lock(d.workersMutex);
+        // Dropping them also lets go of unstarted workers, which hold the session.
+        workers.swap(d.liveWorkers);
+    }
+    for (const auto& worker : workers) worker->cancel();
+    if (workerSessionOfThisThread == &session) return;
+    for (const auto& worker : workers) worker->handle().waitUntilFinished();
+}
+
+}  // namespace tec
+}  // namespace kelvane
