@@ -20,20 +20,8 @@ protected:
     void set(const Value& changes) { sim.control("sim.set", Value::array({changes})); }
 };
 
-TEST_F(SimulatorTrayTest, FullCycleAcknowledgesEachMoveAndSensorsFollowTheTray) {
-    EXPECT_EQ(sensors(), outAndUp);
-    EXPECT_EQ(call(m::fixtureIn), "in_done");
-    EXPECT_EQ(call(m::outSensorRead), 0) << "OUT must drop as soon as the tray leaves";
-    ASSERT_TRUE(sensorsBecome(inAndUp));
-    EXPECT_TRUE(isNumberOne(call(m::inSensorRead))) << "sensors answer the number 1";
-    EXPECT_EQ(call(m::fixtureDown), "down_done");
-    ASSERT_TRUE(sensorsBecome(inAndDown));
-    EXPECT_EQ(call(m::fixtureUp), "up_done");
-    ASSERT_TRUE(sensorsBecome(inAndUp));
-    EXPECT_EQ(call(m::fixtureOut), "out_done");
-    ASSERT_TRUE(sensorsBecome(outAndUp));
-}
-
+// A whole cycle of acknowledged moves with the sensors following is the main job's
+// (tests/c/fixture_cycle.sh) and the fault campaign's healthy cycle.
 TEST_F(SimulatorTrayTest, ForbiddenMovesAreRefusedWithoutMovingAndNothingIsActiveWhileTravelling) {
     EXPECT_EQ(call(m::fixtureDown), "down_refused: tray is not in");
     set({{"tray", {{"horizontal", "IN"}, {"vertical", "DOWN"}}}});

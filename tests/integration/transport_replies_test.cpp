@@ -1,5 +1,5 @@
-// What RPCClientWrapper makes of each kind of answer a controller can give: silence, a late
-// reply, odd timeouts, and frames it must drop. Real sockets, kelvane-sim. (Results, null
+// What RPCClientWrapper makes of each kind of answer a controller can give: silence, odd
+// timeouts, a reply at the size limit, a flood. Real sockets, kelvane-sim. (Results, null
 // results and errors reaching the caller are shown in simulator_scripts_test.cpp.)
 #include "process_resources.hpp"
 #include "simulator_test_support.hpp"
@@ -51,27 +51,12 @@ TEST_F(TransportRepliesTest, OddTimeoutMsValuesNeitherOverflowNorLoseTheReply) {
     }
 }
 
-TEST_F(TransportRepliesTest, LateReplyIsDroppedAndNeverHandedToTheNextCall) {
-    // The first reply comes 800 ms after its request, while the second call is waiting.
-    script({{"method", fanSpeed}, {"reply", "late"}, {"delay_ms", 800}, {"times", 1}});
-    script({{"method", fanSpeed}, {"reply", "own"}, {"delay_ms", 500}, {"times", 1}});
-    EXPECT_EQ(timedFailure(shortWait).first, jsonrpc::timeoutError);
-    EXPECT_EQ(call(fanSpeed, {1}, {{"timeout_ms", 2000}}), "own");
-    EXPECT_EQ(call(fanSpeed, {1}), 0);
-}
-
-TEST_F(TransportRepliesTest, GarbageAndMisaddressedFramesAreDroppedAndTheNextCallWorks) {
+// (Late, garbage, misaddressed and oversize replies are dropped: the fault campaign.)
+TEST_F(TransportRepliesTest, ReplyOfExactlyTheMessageLimitIsAccepted) {
     constexpr long long limit = 1 << 20;
-    for (const char* action : {"garbage", "wrong_id"}) {
-        SCOPED_TRACE(action);
-        script({{"method", fanSpeed}, {"action", action}, {"reply", "not for you"}, {"bytes", limit + 1},
-                {"times", 1}});
-        EXPECT_EQ(timedFailure(shortWait).first, jsonrpc::timeoutError);
-        EXPECT_EQ(call(fanSpeed, {1}), 0);
-    }
     script({{"method", fanSpeed}, {"action", "oversize"}, {"bytes", limit}, {"times", 1}});
     Value atLimit = call(fanSpeed, {1}, {{"timeout_ms", 2000}});
-    ASSERT_TRUE(atLimit.is_string()) << "a reply of exactly the limit is accepted";
+    ASSERT_TRUE(atLimit.is_string());
     EXPECT_GT(atLimit.get<std::string>().size(), std::size_t(limit) - 100);
 }
 

@@ -3,7 +3,9 @@
 
 #include <kelvane/Platform.hpp>
 
+#include <functional>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace kelvane::testing {
@@ -21,10 +23,19 @@ public:
         return monotonic_;
     }
     void sleepFor(double seconds) override {
+        std::function<void()> hook;
+        {
+            std::lock_guard lock(mutex_);
+            sleeps_.push_back(seconds);
+            hook = std::exchange(atNextSleep_, nullptr);
+        }
+        if (hook) hook();
+        advance(seconds);
+    }
+    // Runs `hook` once, at the next sleep: in a poll loop, after the first look.
+    void atNextSleep(std::function<void()> hook) {
         std::lock_guard lock(mutex_);
-        sleeps_.push_back(seconds);
-        now_ += seconds;
-        monotonic_ += seconds;
+        atNextSleep_ = std::move(hook);
     }
     // Time passes: both clocks move.
     void advance(double seconds) {
@@ -47,6 +58,7 @@ private:
     double now_;
     double monotonic_ = 1000.0;
     std::vector<double> sleeps_;
+    std::function<void()> atNextSleep_;
 };
 
 }  // namespace kelvane::testing
