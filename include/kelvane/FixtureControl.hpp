@@ -2,7 +2,7 @@
 //
 // Every operation is synchronous on the calling thread and never throws, except where a
 // helper below documents a range error for input its callers never pass, and the second start
-// of a TEC worker (see tecTempGet). Only the TEC sampling passes take a lock (see below); the
+// of a TEC worker (see tecTempGet). Only the TEC members take locks (see below); the
 // host serialises fixture motion. An operation holds the session's client for its whole call,
 // so replacing `fixtureControlClient` meanwhile affects only later calls.
 //
