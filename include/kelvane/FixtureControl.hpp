@@ -2,7 +2,7 @@
 //
 // Every operation is synchronous on the calling thread and never throws, except where a
 // helper below documents a range error for input its callers never pass, and the second start
-// of a TEC worker (see tecTempGet). Only the TEC sampling passes take a lock (see below); the
+// of a TEC worker (see tecTempGet). Only the TEC members take locks (see below); the
 // host serialises fixture motion. An operation holds the session's client for its whole call,
 // so replacing `fixtureControlClient` meanwhile affects only later calls.
 //
@@ -117,7 +117,9 @@ public:
     // Call from one thread.
     void tecTempGet(std::int32_t slot, const std::string& state);
     // Creates the slot's worker "Slot<n>_TecTempThread", unstarted, and adds it to the worker
-    // array; without the set-up step the worker is dropped.
+    // array; without the set-up step the worker is dropped. A worker holds the session from
+    // here on: one never started keeps it until OFF has dropped it and a later ON or close()
+    // lets go.
     void creatTecTempThread(std::int32_t slot);
     // A snapshot of every slot's failure records (the slot plays no part).
     Value getTecRecord(std::int32_t slot);
