@@ -63,15 +63,20 @@ public:
     std::size_t rests() const { return rests_; }
 
     // Moves time from one sleep in a pass to the next until `done` holds; `done` is checked
-    // whenever a sleep or a rest begins. Fails the test when the workers stall.
+    // whenever a sleep or a rest begins, and every few milliseconds for what tells no clock
+    // (a worker that ended). Fails the test when the workers stall.
     void stepUntil(const std::function<bool()>& done) {
         for (;;) {
             std::unique_lock lock(mutex_);
             std::optional<double> wake;
-            bool woken = changed_.wait_for(lock, std::chrono::seconds(10), [&] {
+            const auto ready = [&] {
                 wake = nextWakeUp();
                 return done() || wake;
-            });
+            };
+            bool woken = false;
+            for (int poll = 0; poll < 1000 && !woken; ++poll) {
+                woken = changed_.wait_for(lock, std::chrono::milliseconds(10), ready);
+            }
             lock.unlock();
             if (!woken) return ADD_FAILURE() << "the workers stalled";
             if (done()) return;
@@ -292,8 +297,7 @@ TEST_F(TecSimulator, FourWorkersSteppedPassByPassRecordTheInjectedFaultsAndStopW
     stepper->wakeRestingWorkers();
     stepper->stepUntil([&] { return countOf(linesOf(monitorLog(2)), "resultStr") > answersBefore; });
     session->tecTempGet(2, "OFF");
-    stepper->stepUntil([&] { return stepper->rests() >= restsBefore + 3; });
-    worker.waitUntilFinished();
+    stepper->stepUntil([&] { return worker.isFinished() && stepper->rests() >= restsBefore + 3; });
     stepper->runPass(3);
 
     EXPECT_EQ(linesOf(csvFile(2)).size(), 1u + passes + 1) << "the pass under way was written";
