@@ -255,6 +255,15 @@ TEST_F(TecSimulator, FourWorkersSteppedPassByPassRecordTheInjectedFaultsAndStopW
     auto stepper = std::make_shared<PassStepper>();
     auto session = connect(stepper);
     ASSERT_NE(session, nullptr);
+    // However the test ends, the workers run free and end, so none outlives it.
+    struct StopWorkers {
+        PassStepper& clock;
+        FixtureControl& session;
+        ~StopWorkers() {
+            clock.releaseAll();
+            session.close();
+        }
+    } stopWorkers{*stepper, *session};
     // Pass 1 of each slot meets its faults: slot 1 a low sensor 4 (which the agreement check
     // leaves out), slot 2 sensors disagreeing, slot 3 a low sensor 1, which also disagrees with
     // sensors 2 and 3, slot 4 no answer to its power command.
@@ -303,9 +312,6 @@ TEST_F(TecSimulator, FourWorkersSteppedPassByPassRecordTheInjectedFaultsAndStopW
     EXPECT_EQ(linesOf(csvFile(2)).size(), 1u + passes + 1) << "the pass under way was written";
     for (int slot : {1, 3, 4}) EXPECT_EQ(linesOf(csvFile(slot)).size(), 1u + passes + 2) << slot;
     EXPECT_EQ(FixtureControl::Private::of(*session).tecTempThreadArray->size(), 3u);
-
-    stepper->releaseAll();
-    session->close();
 }
 
 }  // namespace
