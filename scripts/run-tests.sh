@@ -23,8 +23,8 @@ configure build-asan -DKELVANE_SANITIZE=ON -DKELVANE_BENCHMARKS=OFF
 cmake --build build-asan -j"$jobs"
 (cd build-asan && ctest --output-on-failure -j"$jobs")
 
-echo "=== ThreadSanitizer build (transport) ==="
+echo "=== ThreadSanitizer build (transport, TEC workers) ==="
 configure build-tsan -DKELVANE_TSAN=ON -DKELVANE_BENCHMARKS=OFF
-cmake --build build-tsan -j"$jobs" --target kelvane_integration_tests kelvane-sim
+cmake --build build-tsan -j"$jobs" --target kelvane_unit_tests kelvane_integration_tests kelvane-sim
 (cd build-tsan && TSAN_OPTIONS="suppressions=$PWD/../tests/tsan.supp halt_on_error=1" \
-   ctest --output-on-failure -j"$jobs" -R '^Transport')
+   ctest --output-on-failure -j"$jobs" -R '^(Transport|TecMonitor|TecSimulator|WorkerThread|PendingCalls)')

@@ -117,7 +117,9 @@ public:
     // Call from one thread.
     void tecTempGet(std::int32_t slot, const std::string& state);
     // Creates the slot's worker "Slot<n>_TecTempThread", unstarted, and adds it to the worker
-    // array; without the set-up step the worker is dropped.
+    // array; without the set-up step the worker is dropped. A worker holds the session from
+    // here on: one never started keeps it until OFF has dropped it and a later ON or close()
+    // lets go.
     void creatTecTempThread(std::int32_t slot);
     // A snapshot of every slot's failure records (the slot plays no part).
     Value getTecRecord(std::int32_t slot);

@@ -112,9 +112,11 @@ void FixtureControl::creatTecTempThread(std::int32_t slot) {
     d_->tecTempThreadArray->push_back(worker);
     std::lock_guard lock(d_->workersMutex);
     auto& live = d_->liveWorkers;
-    live.erase(std::remove_if(live.begin(), live.end(),
-                              [](const auto& w) { return w->handle().isFinished(); }),
-               live.end());
+    // Done with: ended, or switched off before it ever started.
+    const auto done = [](const std::shared_ptr<WorkerThread>& w) {
+        return w->handle().isFinished() || (w->isCancelled() && !w->isStarted());
+    };
+    live.erase(std::remove_if(live.begin(), live.end(), done), live.end());
     live.push_back(std::move(worker));
     // A session closed meanwhile gets no running worker.
     if (d_->closed) live.back()->cancel();

@@ -1,0 +1,233 @@
+#include "session_fixture.hpp"
+#include "stepped_clock.hpp"
+
+#include "platform/worker_thread.hpp"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <fstream>
+#include <regex>
+#include <thread>
+
+using kelvane::FixtureControl;
+using kelvane::Value;
+using kelvane::WorkerThread;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+constexpr double passPause = 1.5;
+
+// The pauses inside a pass (after each receive, the warm-up's) return at once unless a test
+// holds passes there; the pause between passes waits for the test's step.
+class PassClock final : public kelvane::Clock {
+public:
+    double now() override { return stepped.now(); }
+    double monotonic() override { return stepped.monotonic(); }
+    void sleepFor(double seconds) override {
+        if (seconds >= passPause || holdInPass) stepped.sleepFor(seconds);
+    }
+    kelvane::testing::SteppedClock stepped;
+    std::atomic<bool> holdInPass{false};
+};
+
+class TecMonitor : public ::testing::Test {
+protected:
+    TecMonitor() {
+        auto platform = fixture.platform();
+        platform.clock = clock;
+        session = FixtureControl::initWithIP(fixture.topology(), platform);
+        fixture.log->clear();
+        fixture.controller->clearCalls();
+        // Every TEC command is taken and answered "OK": a line of zeros, below the minimum.
+        fixture.controller->answer("can.open", Value("done"));
+        fixture.controller->answer("can.send", Value("done"));
+        fixture.controller->answer("can.recv", Value{{"data", {4, 'O', 'K', 3}}});
+    }
+    void TearDown() override {
+        clock->stepped.releaseAll();
+        if (session) session->close();
+    }
+
+    std::filesystem::path folder(std::int32_t slot) {
+        return fixture.root.path() /
+               fmt::format("Users/stnuser/Library/Logs/Korva/active/group2-slot{}/user", slot);
+    }
+    void setUpSlots() {
+        ASSERT_TRUE(session->setUpTecMonitoring(4));
+        for (std::int32_t slot = 1; slot <= 4; ++slot) std::filesystem::create_directories(folder(slot));
+        fixture.log->clear();
+    }
+    // A slot's CSV lines, the samples' time stamps cut off.
+    Lines csv(std::int32_t slot) {
+        std::ifstream file(folder(slot) / fmt::format("TecTemp_Fixture3_Unit{}.csv", slot));
+        Lines lines;
+        for (std::string line; std::getline(file, line);) {
+            lines.push_back(line[0] == 'T' ? line : line.substr(24));
+        }
+        return lines;
+    }
+    // The switch's own lines in the process log, then a fresh log.
+    Lines switchLog() {
+        const std::regex own("^(TesterReporting (thread|Slot. tecTempRecord state)|After|.* is Can)");
+        Lines lines;
+        for (const auto& line : fixture.log->lines()) {
+            if (std::regex_search(line, own)) lines.push_back(line);
+        }
+        fixture.log->clear();
+        return lines;
+    }
+    std::vector<std::shared_ptr<WorkerThread>>& workers() {
+        return *FixtureControl::Private::of(*session).tecTempThreadArray;
+    }
+    Lines workerNames() {
+        Lines names;
+        for (const auto& worker : workers()) names.push_back(worker->name());
+        return names;
+    }
+    void step(std::size_t running) {
+        clock->stepped.advance(passPause);
+        clock->stepped.waitForSleepers(running);
+    }
+
+    kelvane::testing::SessionFixture fixture;
+    std::shared_ptr<PassClock> clock = std::make_shared<PassClock>();
+    std::shared_ptr<FixtureControl> session;
+};
+
+const std::string header = "Timestamp,Sensor1,Sensor2,Sensor3,Sensor4,PWM,Current,subsubtestname\r";
+
+}  // namespace
+
+TEST_F(TecMonitor, OnStartsAWorkerThatSamplesPassByPassAndOffEndsItAfterThePassUnderWay) {
+    setUpSlots();
+    EXPECT_EQ(session->tecTempStableFlag, Value::array({"YES", "YES", "YES", "YES"}));
+    EXPECT_EQ(session->tecTempTimes, Value::array({0, 0, 0, 0}));
+    EXPECT_EQ(fixture.controller->calls().front().args, Value::array({500000}));
+    session->tecRecordItemNameArray[2] = "step";
+
+    session->tecTempGet(3, "on");
+    clock->stepped.waitForSleepers(1);
+    EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot3 tecTempRecord state:on",
+                                  "TesterReporting thread name:Slot3_TecTempThread",
+                                  "After tecTempGet on--->>>tecTempThreadArray is [\"Slot3_TecTempThread\"]"}));
+    ASSERT_EQ(workerNames(), Lines{"Slot3_TecTempThread"});
+    const std::string sample = "0.00,0.00,0.00,0.00,0.00,0.00,step\r";
+    EXPECT_EQ(csv(3), (Lines{header, sample}));
+    EXPECT_EQ(fixture.controller->calls()[1].args[0], 2082);  // slot + 2079
+
+    step(1);
+    EXPECT_EQ(csv(3), (Lines{header, sample, sample}));
+    const Value records = session->getTecRecord(0);
+    EXPECT_EQ(records.size(), 2u);
+    EXPECT_EQ(session->getTecRecord(99), records);
+
+    // Switched off in the middle of a pass: the pass ends, then the worker.
+    const auto worker = workers()[0];
+    clock->holdInPass = true;
+    step(1);
+    session->tecTempGet(3, "Off");
+    EXPECT_TRUE(worker->isCancelled());
+    EXPECT_TRUE(workers().empty());
+    clock->holdInPass = false;
+    clock->stepped.advance(passPause);
+    worker->handle().waitUntilFinished();
+    EXPECT_EQ(csv(3).size(), 4u);
+    std::ifstream monitorLog(folder(3) / "TecControlMonitor_Fixture3_Unit3.log");
+    const std::string monitor{std::istreambuf_iterator<char>(monitorLog), {}};
+    const std::regex running(":    TesterReporting Fixture3 Slot3 tecTempRecord running\r\n");
+    EXPECT_EQ(std::distance(std::sregex_iterator(monitor.begin(), monitor.end(), running), {}), 3);
+    EXPECT_EQ(session->getTecRecord(3).size(), 3u);
+    EXPECT_EQ(records.size(), 2u);  // a snapshot stays as taken
+
+    session->tecTempGet(3, "OFF");
+    session->tecTempGet(3, "START");
+    EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot3 tecTempRecord state:Off",
+                                  "After tecTempGet Off--->>>tecTempThreadArray is []",
+                                  "TesterReporting Slot3 tecTempRecord state:OFF",
+                                  "After tecTempGet OFF--->>>tecTempThreadArray is []",
+                                  "After tecTempGet START--->>>tecTempThreadArray is []"}));
+
+    // The on-demand reading writes nothing and records nothing.
+    EXPECT_EQ(session->tecTempRecord2(3).substr(24), sample + "\n");
+    EXPECT_EQ(csv(3).size(), 4u);
+    EXPECT_EQ(session->getTecRecord(3).size(), 3u);
+}
+
+TEST_F(TecMonitor, SecondOnFailsToRestartAndOffSkipsTheSecondOfTwoWorkersSideBySide) {
+    setUpSlots();
+    session->tecRecordItemNameArray = Value::array({"one", "two"});
+    session->tecTempGet(1, "ON");
+    clock->stepped.waitForSleepers(1);
+    EXPECT_EQ(session->getTecRecord(1).size(), 1u);
+
+    EXPECT_THROW(session->tecTempGet(1, "ON"), kelvane::WorkerAlreadyStarted);
+    EXPECT_EQ(workerNames(), Lines(2, "Slot1_TecTempThread"));
+    EXPECT_FALSE(workers()[1]->isStarted());
+    EXPECT_EQ(csv(1).back(), header);  // written again before the failed start
+    EXPECT_TRUE(session->getTecRecord(1).empty());
+
+    // Switching slot 2 on drops the records slot 1 collected.
+    step(1);
+    EXPECT_EQ(session->getTecRecord(1).size(), 1u);
+    session->tecTempGet(2, "ON");
+    clock->stepped.waitForSleepers(2);
+    const std::string slot2 = "0.00,0.00,0.00,0.00,0.00,0.00,two\r";
+    EXPECT_EQ(csv(2), (Lines{header, slot2}));
+    ASSERT_EQ(session->getTecRecord(2).size(), 1u);
+    EXPECT_EQ(session->getTecRecord(2)[0].get<std::string>().substr(24), slot2 + "\n");
+    switchLog();
+
+    const auto first = workers()[0];
+    session->tecTempGet(1, "OFF");
+    EXPECT_TRUE(first->isCancelled());
+    EXPECT_EQ(workerNames(), (Lines{"Slot1_TecTempThread", "Slot2_TecTempThread"}));
+    EXPECT_FALSE(workers()[0]->isCancelled());
+
+    workers()[0]->cancel();
+    session->tecTempGet(1, "OFF");
+    EXPECT_EQ(workerNames(), Lines{"Slot2_TecTempThread"});
+    EXPECT_EQ(switchLog()[3], "Slot1_TecTempThread is Cancelled");
+}
+
+TEST_F(TecMonitor, WithoutTheSetUpStepOnStartsNothingAndWritesNoHeader) {
+    EXPECT_FALSE(FixtureControl::Private::of(*session).tecTempThreadArray);  // creation: switch off
+    std::filesystem::create_directories(folder(1));
+    session->tecRecordArr = Value::array({"old"});
+    session->tecTempGet(1, "On");
+    EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot1 tecTempRecord state:On",
+                                  "After tecTempGet On--->>>tecTempThreadArray is (null)"}));
+    EXPECT_TRUE(session->tecRecordArr.empty());
+    EXPECT_TRUE(std::filesystem::is_empty(folder(1)));
+    EXPECT_EQ(session.use_count(), 1);  // the dropped worker holds no session
+
+    fixture.controller->forget("can.open");
+    EXPECT_FALSE(session->setUpTecMonitoring(4));
+    EXPECT_EQ(fixture.log->lines(), Lines{"need TEC,Config Can fail."});
+    EXPECT_FALSE(FixtureControl::Private::of(*session).tecTempThreadArray);
+}
+
+TEST_F(TecMonitor, CloseStopsEveryWorkerAndWaitsForThem) {
+    setUpSlots();
+    session->tecTempGet(1, "ON");
+    session->tecTempGet(2, "ON");
+    clock->stepped.waitForSleepers(2);
+    std::vector<WorkerThread::Handle> handles;
+    for (const auto& worker : workers()) handles.push_back(worker->handle());
+
+    std::thread closer([this] { session->close(); });
+    for (const auto& handle : handles) {
+        while (!handle.isCancelled()) std::this_thread::yield();
+    }
+    EXPECT_FALSE(handles[0].isFinished());  // asleep in its pause, close() waits
+    clock->stepped.advance(passPause);
+    closer.join();
+    for (const auto& handle : handles) EXPECT_TRUE(handle.isFinished());
+    EXPECT_EQ(csv(1).size(), 2u);  // no pass after the pause
+
+    std::weak_ptr<FixtureControl> alive = session;
+    session.reset();
+    EXPECT_TRUE(alive.expired());  // the workers let go of the session
+}
