@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <mutex>
 
 namespace kelvane {
 namespace {
@@ -51,8 +52,12 @@ std::string describeWorkers(const FixtureControl::Private& d) {
 
 void switchOn(FixtureControl& session, std::int32_t slot) {
     auto& d = FixtureControl::Private::of(session);
-    // Unlocked, as the station expects: a pass appending a record meanwhile races with it.
-    if (session.tecRecordArr.is_array()) session.tecRecordArr.clear();
+    // Under the records' own lock, so a pass of another slot appending a record meanwhile
+    // cannot tear the array; the order of events is the same as without it.
+    {
+        std::lock_guard lock(d.recordsMutex);
+        if (session.tecRecordArr.is_array()) session.tecRecordArr.clear();
+    }
     session.creatTecTempThread(slot);
     if (!d.tecTempThreadArray) return;
     const std::string name = workerName(slot);
