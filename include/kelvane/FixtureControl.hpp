@@ -117,9 +117,9 @@ public:
     // Call from one thread.
     void tecTempGet(std::int32_t slot, const std::string& state);
     // Creates the slot's worker "Slot<n>_TecTempThread", unstarted, and adds it to the worker
-    // array; without the set-up step the worker is dropped. A worker holds the session from
-    // here on: one never started keeps it until OFF has dropped it and a later ON or close()
-    // lets go.
+    // array; without the set-up step the worker is dropped. A worker holds the session while
+    // its loop runs; one never started does not hold it, so the session (which holds the
+    // worker) is never kept alive by a worker of its own that will never run.
     void creatTecTempThread(std::int32_t slot);
     // A snapshot of every slot's failure records (the slot plays no part).
     Value getTecRecord(std::int32_t slot);

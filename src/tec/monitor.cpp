@@ -106,12 +106,13 @@ void FixtureControl::tecTempGet(std::int32_t slot, const std::string& state) {
 }
 
 void FixtureControl::creatTecTempThread(std::int32_t slot) {
-    // The worker keeps the session alive while it runs; it lets go when its loop ends.
+    // The worker keeps the session alive while its loop runs and lets go when it ends. Until it
+    // starts it holds the session only weakly: the session holds the worker, and a worker that
+    // is never started (a second switch-on) must not keep the two alive for ever.
     auto worker = std::make_shared<WorkerThread>(
         workerName(slot),
-        [session = shared_from_this(), slot](const WorkerThread::Handle& self) mutable {
-            runWorker(*session, self, slot);
-            session.reset();
+        [weakSession = weak_from_this(), slot](const WorkerThread::Handle& self) {
+            if (auto session = weakSession.lock()) runWorker(*session, self, slot);
         });
     if (!d_->tecTempThreadArray) return;  // no set-up: the worker is neither kept nor started
     d_->tecTempThreadArray->push_back(worker);
@@ -134,7 +135,6 @@ void stopWorkers(FixtureControl& session) {
     std::vector<std::shared_ptr<WorkerThread>> workers;
     {
         std::lock_guard lock(d.workersMutex);
-        // Dropping them also lets go of unstarted workers, which hold the session.
         workers.swap(d.liveWorkers);
     }
     for (const auto& worker : workers) worker->cancel();
