@@ -3,6 +3,7 @@
 //   real time per iteration is the wall time of the four together (40 ms if they were serialised).
 // - LibraryCallsFrom8Threads / BareSocketsFrom8Threads: "server.mode" calls per second from eight
 //   threads through one client, against eight threads with a bare DEALER socket each.
+#include "bare_dealer.hpp"
 #include "rpc/json_rpc.hpp"
 #include "rpc/methods.hpp"
 #include "rpc/rpc_client_wrapper.hpp"
@@ -47,23 +48,7 @@ void LibraryCallsFrom8Threads(benchmark::State& state) {
 }
 
 void BareSocketsFrom8Threads(benchmark::State& state) {
-    zmq::context_t context{1};
-    zmq::socket_t dealer{context, zmq::socket_type::dealer};
-    dealer.set(zmq::sockopt::linger, 0);
-    dealer.connect(simulator->endpoint());
-    const std::string method(kelvane::methods::serverMode);
-    for (auto _ : state) {
-        std::string request = kelvane::jsonrpc::encodeRequest(
-            {bareIds.fetch_add(1), method, kelvane::Value::array(), nullptr});
-        dealer.send(zmq::message_t(), zmq::send_flags::sndmore);
-        dealer.send(zmq::buffer(request), zmq::send_flags::none);
-        std::vector<zmq::message_t> reply;
-        if (!zmq::recv_multipart(dealer, std::back_inserter(reply))) {
-            state.SkipWithError("no reply");
-            break;
-        }
-        benchmark::DoNotOptimize(reply);
-    }
+    kelvane::bench::bareDealerRoundTrips(state, simulator->endpoint(), bareIds);
     state.SetItemsProcessed(state.iterations());
 }
 

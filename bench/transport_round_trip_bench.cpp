@@ -1,6 +1,7 @@
 // One "server.mode" round trip through RPCClientWrapper, against the same round trip made with
 // a bare DEALER socket sending the same JSON text, both to one kelvane-sim. The ratio of the two
 // is what the client's own machinery (locking, id matching, JSON, waiting) costs.
+#include "bare_dealer.hpp"
 #include "rpc/json_rpc.hpp"
 #include "rpc/methods.hpp"
 #include "rpc/rpc_client_wrapper.hpp"
@@ -10,6 +11,7 @@
 #include <zmq.hpp>
 #include <zmq_addon.hpp>
 
+#include <atomic>
 #include <cstdio>
 #include <exception>
 #include <map>
@@ -42,24 +44,8 @@ void LibraryRoundTrip(benchmark::State& state) {
 }
 
 void BareDealerRoundTrip(benchmark::State& state) {
-    zmq::context_t context{1};
-    zmq::socket_t dealer{context, zmq::socket_type::dealer};
-    dealer.set(zmq::sockopt::linger, 0);
-    dealer.connect(simulator->endpoint());
-    std::int64_t id = 0;
-    const std::string method(kelvane::methods::serverMode);
-    for (auto _ : state) {
-        std::string request =
-            kelvane::jsonrpc::encodeRequest({++id, method, kelvane::Value::array(), nullptr});
-        dealer.send(zmq::message_t(), zmq::send_flags::sndmore);
-        dealer.send(zmq::buffer(request), zmq::send_flags::none);
-        std::vector<zmq::message_t> reply;
-        if (!zmq::recv_multipart(dealer, std::back_inserter(reply))) {
-            state.SkipWithError("no reply");
-            break;
-        }
-        benchmark::DoNotOptimize(reply);
-    }
+    std::atomic<std::int64_t> ids{1};
+    kelvane::bench::bareDealerRoundTrips(state, simulator->endpoint(), ids);
 }
 
 BENCHMARK(LibraryRoundTrip)->Name(libraryRun)->UseRealTime();

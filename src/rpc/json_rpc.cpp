@@ -13,18 +13,31 @@ namespace {
 // us with a frame of nothing but brackets. Real messages nest a handful of levels.
 constexpr int maxNestingDepth = 128;
 
+// Follows JSON text character by character to tell string literals from the rest.
+class StringLiterals {
+public:
+    // True when `c` belongs to a string literal, its quotes included.
+    bool take(char c) {
+        if (inString_) {
+            if (escaped_) escaped_ = false;
+            else if (c == '\\') escaped_ = true;
+            else if (c == '"') inString_ = false;
+            return true;
+        }
+        return inString_ = (c == '"');
+    }
+
+private:
+    bool inString_ = false;
+    bool escaped_ = false;
+};
+
 bool nestsTooDeep(std::string_view text) {
     int depth = 0;
-    bool inString = false;
-    bool escaped = false;
+    StringLiterals strings;
     for (char c : text) {
-        if (inString) {
-            if (escaped) escaped = false;
-            else if (c == '\\') escaped = true;
-            else if (c == '"') inString = false;
-        } else if (c == '"') {
-            inString = true;
-        } else if (c == '[' || c == '{') {
+        if (strings.take(c)) continue;
+        if (c == '[' || c == '{') {
             if (++depth > maxNestingDepth) return true;
         } else if (c == ']' || c == '}') {
             --depth;
@@ -71,17 +84,10 @@ bool overflowsDouble(std::string_view number) {
 std::string quoteOverflowingNumbers(std::string_view text) {
     std::string out;
     out.reserve(text.size() + 16);
-    bool inString = false;
-    bool escaped = false;
+    StringLiterals strings;
     for (std::size_t i = 0; i < text.size();) {
         char c = text[i];
-        if (inString) {
-            if (escaped) escaped = false;
-            else if (c == '\\') escaped = true;
-            else if (c == '"') inString = false;
-        } else if (c == '"') {
-            inString = true;
-        } else if (c == '-' || std::isdigit(static_cast<unsigned char>(c))) {
+        if (!strings.take(c) && (c == '-' || std::isdigit(static_cast<unsigned char>(c)))) {
             std::size_t end = i + 1;
             while (end < text.size() &&
                    (std::isdigit(static_cast<unsigned char>(text[end])) ||
