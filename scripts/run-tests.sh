@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Installs what is missing, then builds and runs every test twice: a normal build, and a build
 # with AddressSanitizer and UndefinedBehaviorSanitizer. The tests where threads meet (the
-# transport shared by several callers) run a third time under ThreadSanitizer. Last, clang with
-# libc++ (the standard library of the macOS toolchain), ASan and UBSan builds the library, the
-# tools and the unit tests, runs the unit tests, and runs each fuzz target for a few seconds.
+# transport shared by several callers, the TEC workers) run a third time under ThreadSanitizer.
+# Last, clang with libc++ (the standard library of the macOS toolchain), ASan and UBSan builds the
+# library, the tools and the tests, runs the unit tests, and runs each fuzz target for a few
+# seconds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -39,10 +40,10 @@ cmake --build build-tsan -j"$jobs" --target kelvane_unit_tests kelvane_integrati
 (cd build-tsan && TSAN_OPTIONS="suppressions=$PWD/../tests/tsan.supp halt_on_error=1" \
    ctest --output-on-failure -j"$jobs" -R '^(Transport|TecMonitor|TecSimulator|WorkerThread|PendingCalls)')
 
-echo "=== clang + libc++ + ASan/UBSan build (unit tests, fuzz targets) ==="
+echo "=== clang + libc++ + ASan/UBSan build (all tests built, unit tests run, fuzz targets) ==="
 CC=clang CXX=clang++ configure build-libcxx -DKELVANE_LIBCXX=ON -DKELVANE_SANITIZE=ON \
   -DKELVANE_FUZZ=ON -DKELVANE_BENCHMARKS=OFF
 cmake --build build-libcxx -j"$jobs" --target Kelvane kelvane-sim kelvanectl kelvane-fixture-cycle \
-  kelvane_unit_tests kelvane_fuzzers
+  kelvane_unit_tests kelvane_integration_tests kelvane_c_api_tests kelvane_fuzzers
 (cd build-libcxx && ctest --output-on-failure -j"$jobs" -L unit)
 fuzz/run.sh build-libcxx -max_total_time=5

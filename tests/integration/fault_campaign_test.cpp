@@ -380,9 +380,10 @@ TEST_F(FaultCampaign, EachFaultKindAloneGivesItsDocumentedResultAndTheSessionRec
         {Op::trayIn, "in", inTimeout}, {Op::trayDown, "down", downTimeout},
         {Op::trayUp, "up", upTimeout}, {Op::trayOut, "out", outTimeout}};
     for (const auto& [move, stall, timeout] : moves) {
-        auto results = runCycle(worker, [&](Op op) {
-            if (op != move) return;
-            sim.control("sim.set", Value::array({{{"stall", stall}}}));
+        // Copies: clang 14 lets no lambda capture a structured binding.
+        auto results = runCycle(worker, [&, target = move, axis = stall](Op op) {
+            if (op != target) return;
+            sim.control("sim.set", Value::array({{{"stall", axis}}}));
             clock->atNextSleep([&] { sim.kill(), sim.restart(); });
         });
         std::string context = "restart during " + std::string(row(move).name), result = results[std::size_t(move)];

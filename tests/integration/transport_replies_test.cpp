@@ -100,7 +100,9 @@ TEST(TransportFlood, IdleClientBuffersABoundedAmountOfUnaskedDataAndStillWorks) 
     while (sent < frames && peer.send(zmq::buffer(junk))) ++sent;
     peer.set(zmq::sockopt::sndtimeo, 5000);
     auto grown = static_cast<long long>(*residentBytes()) - static_cast<long long>(before);
-    EXPECT_LT(grown, 32ll << 20) << sent << " frames of 256 KiB sent unasked";
+    if (residentSizeIsMeaningful) {
+        EXPECT_LT(grown, 32ll << 20) << sent << " frames of 256 KiB sent unasked";
+    }
     EXPECT_TRUE(served()) << "the client reads past what nobody asked for";
 }
 
