@@ -37,7 +37,7 @@ public:
 // Makes a device with the test's platform and hands it out as a C handle.
 struct Device {
     explicit Device(Platform platform)
-        : handle(handleOf(std::make_shared<Kelvane>("10.1.2.3", std::move(platform)))) {}
+        : handle(handleOf(std::make_shared<Kelvane>("127.0.0.1", std::move(platform)))) {}
     ~Device() { destroyKelvaneDev(handle); }
     KelvaneHandle handle;
 };
@@ -82,7 +82,7 @@ const std::vector<std::pair<const char*, std::function<std::string(KelvaneHandle
 TEST(CApiWrapperTest, NullDestroyedAndUnknownHandlesGiveTheResultsOfNoSession) {
     SessionFixture fixture;
     KelvaneHandle noSession = handleOf(std::make_shared<Kelvane>());
-    KelvaneHandle destroyed = handleOf(std::make_shared<Kelvane>("10.1.2.3", fixture.platform()));
+    KelvaneHandle destroyed = handleOf(std::make_shared<Kelvane>("127.0.0.1", fixture.platform()));
     destroyKelvaneDev(destroyed);
     KelvaneHandle unknown = reinterpret_cast<KelvaneHandle>(&fixture);
 
