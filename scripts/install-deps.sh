@@ -3,7 +3,7 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake pkg-config binutils ccache
+  build-essential cmake pkg-config binutils ccache dpkg-dev file
   libzmq3-dev cppzmq-dev nlohmann-json3-dev libicu-dev libspdlog-dev libfmt-dev libcli11-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libc++-dev libc++abi-dev libclang-rt-dev googletest

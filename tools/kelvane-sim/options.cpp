@@ -1,5 +1,7 @@
 #include "options.hpp"
 
+#include <kelvane/version.h>
+
 #include <CLI/CLI.hpp>
 
 #include <map>
@@ -12,7 +14,8 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     int liftMs = static_cast<int>(options.world.lift.count());
     std::string dut = "present";
 
-    CLI::App app{"kelvane-sim: a simulated fixture controller board, serving JSON-RPC over ZeroMQ."};
+    CLI::App app{"kelvane-sim: a simulated fixture controller board, serving JSON-RPC over ZeroMQ.",
+                 "kelvane-sim"};
     app.add_option("--bind", options.bind,
                    "Endpoint to bind; port * or 0 picks a free port (default tcp://127.0.0.1:7805)");
     app.add_option("--travel-ms", travelMs, "Tray travel time between OUT and IN, in ms (default 300)")
@@ -25,6 +28,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
         ->check(CLI::Range(0, 16));
     app.add_option("--seed", options.world.seed, "Seed of the TEC sensors' noise (default 1)");
     app.add_flag("--quiet", options.quiet, "Log nothing on stderr");
+    app.set_version_flag("--version", "kelvane-sim (libKelvane) " KELVANE_VERSION_STRING);
 
     try {
         app.parse(argc, argv);

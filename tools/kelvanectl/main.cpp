@@ -8,6 +8,7 @@
 #include "report.hpp"
 
 #include <kelvane/kelvane.h>
+#include <kelvane/version.h>
 
 #include <CLI/CLI.hpp>
 
@@ -220,6 +221,7 @@ int run(int argc, char** argv) {
     app.add_flag("--json", settings.json, "Print one JSON object per command, for scripts");
     app.add_flag("--log", settings.showLibraryLog,
                  "Show the library's step-by-step log on standard error");
+    app.set_version_flag("--version", "kelvanectl (libKelvane) " KELVANE_VERSION_STRING);
     app.require_subcommand(1);
     app.fallthrough();
     app.footer(helpFooter);

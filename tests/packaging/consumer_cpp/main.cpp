@@ -1,0 +1,18 @@
+// Reads the position sensors through the C++ session; argv[1] is the controller's port.
+#include <kelvane/FixtureControl.hpp>
+#include <kelvane/version.h>
+
+#include <iostream>
+#include <string>
+
+int main(int argc, char** argv) {
+    if (argc != 2) return 64;
+    auto session = kelvane::FixtureControl::initWithIP(
+        {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", std::stoi(argv[1])}}},
+         {"identifier", "Consumer"}});
+    if (!session) return 2;
+    std::cout << "libKelvane " << KELVANE_VERSION_STRING << " sensors "
+              << session->checkPositionSensor() << "\n";
+    session->close();
+    return 0;
+}
