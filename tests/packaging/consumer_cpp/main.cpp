@@ -6,13 +6,10 @@
 #include <string>
 
 int main(int argc, char** argv) {
-    if (argc != 2) return 64;
     auto session = kelvane::FixtureControl::initWithIP(
-        {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", std::stoi(argv[1])}}},
-         {"identifier", "Consumer"}});
+        {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", argc > 1 ? std::stoi(argv[1]) : 0}}}});
     if (!session) return 2;
     std::cout << "libKelvane " << KELVANE_VERSION_STRING << " sensors "
               << session->checkPositionSensor() << "\n";
     session->close();
-    return 0;
 }
