@@ -1,6 +1,4 @@
 """Fixture: one test fixture driven through libKelvane, and the library's text helpers."""
-from __future__ import annotations
-
 import ctypes
 import weakref
 from typing import Optional

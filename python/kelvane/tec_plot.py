@@ -160,7 +160,7 @@ def _arguments(argv: Optional[Sequence[str]]) -> argparse.Namespace:
         description="Draw the TEC CSV files libKelvane writes (TecTemp_<fixture>_Unit<n>.csv) "
                     "as a PNG, and print their summary.")
     parser.add_argument("files", nargs="+", type=Path, metavar="CSV", help="TEC CSV files")
-    parser.add_argument("-o", "--output", type=Path, help="the PNG to write")
+    parser.add_argument("-o", "--output", type=Path, metavar="FILE", help="the PNG to write")
     parser.add_argument("--summary", action="store_true",
                         help="print each sensor's minimum, mean and maximum and the failure counts; "
                              "the last line's count is that of the library's failure records")
