@@ -15,9 +15,10 @@
 #include <condition_variable>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
