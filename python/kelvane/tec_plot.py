@@ -25,8 +25,8 @@ FILE_LINE_STYLES = ("-", "--", ":", "-.")
 
 @dataclass
 class SlotLog:
-    """One CSV file laid out for drawing: a gap (None) for each missing reading and before each
-    switch-on after the first, so that no line joins across them."""
+    """One CSV file laid out for drawing: a gap (None) for each reading with missing replies and
+    at each switch-on, so that no line joins across them."""
 
     name: str
     samples: List[Optional[TecRecord]] = field(default_factory=list)
@@ -62,7 +62,7 @@ def _column(samples: Sequence[Optional[TecRecord]], value) -> List[float]:
     return [math.nan if s is None else value(s) for s in samples]
 
 
-def _times(log: SlotLog) -> List[Optional[datetime]]:
+def _times(log: SlotLog) -> List[datetime]:
     # A gap takes the time of its neighbour, so the axis stays in order.
     times, last = [], None
     for sample in log.samples:
@@ -80,27 +80,9 @@ def draw(logs: List[SlotLog], output: Path, dpi: int, title: str) -> None:
 
     figure, (temperatures, power) = plt.subplots(
         2, 1, sharex=True, figsize=FIGURE_INCHES, gridspec_kw={"height_ratios": [2, 1]})
-    current_axis = power.twinx()
+    current = power.twinx()
     for index, log in enumerate(logs):
-        style = FILE_LINE_STYLES[index % len(FILE_LINE_STYLES)]
-        times = _times(log)
-        # Colour tells the sensor, line style the file.
-        for sensor in range(4):
-            temperatures.plot(times, _column(log.samples, lambda s: s.sensors[sensor]), style,
-                              color=SENSOR_COLOURS[sensor], linewidth=1,
-                              label=f"sensor {sensor + 1}")
-        temperatures.plot([], [], style, color="black", linewidth=1, label=log.name)
-        power.plot(times, _column(log.samples, lambda s: s.pwm), style, color="tab:red",
-                   linewidth=1)
-        current_axis.plot(times, _column(log.samples, lambda s: s.current), style,
-                          color="tab:brown", linewidth=1)
-        _mark_failures(temperatures, log)
-        for axis in (temperatures, power):
-            for moment in log.switch_ons:
-                axis.axvline(moment, color="grey", linestyle="--", linewidth=0.8)
-        if log.missing:
-            temperatures.plot(log.missing, [FLOOR_CELSIUS] * len(log.missing), "|",
-                              color="grey", markersize=12, label="missing reply")
+        _draw_slot(log, FILE_LINE_STYLES[index % len(FILE_LINE_STYLES)], temperatures, power, current)
     temperatures.axhline(FLOOR_CELSIUS, color="black", linewidth=0.8, label="21.5 °C floor")
     temperatures.plot([], [], "--", color="grey", linewidth=0.8, label="switch-on")
     temperatures.set_ylabel("°C")
@@ -113,12 +95,31 @@ def draw(logs: List[SlotLog], output: Path, dpi: int, title: str) -> None:
                         bbox_to_anchor=(1.01, 1.0))
     figure.subplots_adjust(left=0.07, right=0.78)
     power.set_ylabel("PWM (%)", color="tab:red")
-    current_axis.set_ylabel("current (A)", color="tab:brown")
+    current.set_ylabel("current (A)", color="tab:brown")
     power.xaxis.set_major_formatter(matplotlib.dates.DateFormatter("%H:%M:%S"))
     power.set_xlabel("time")
     figure.autofmt_xdate()
     figure.savefig(output, dpi=dpi, format="png")
     plt.close(figure)
+
+
+def _draw_slot(log: SlotLog, style: str, temperatures, power, current) -> None:
+    times = _times(log)
+    # Colour tells the sensor, line style the file.
+    for sensor in range(4):
+        temperatures.plot(times, _column(log.samples, lambda s: s.sensors[sensor]), style,
+                          color=SENSOR_COLOURS[sensor], linewidth=1, label=f"sensor {sensor + 1}")
+    temperatures.plot([], [], style, color="black", linewidth=1, label=log.name)
+    power.plot(times, _column(log.samples, lambda s: s.pwm), style, color="tab:red", linewidth=1)
+    current.plot(times, _column(log.samples, lambda s: s.current), style, color="tab:brown",
+                 linewidth=1)
+    _mark_failures(temperatures, log)
+    for axis in (temperatures, power):
+        for moment in log.switch_ons:
+            axis.axvline(moment, color="grey", linestyle="--", linewidth=0.8)
+    if log.missing:
+        temperatures.plot(log.missing, [FLOOR_CELSIUS] * len(log.missing), "|", color="grey",
+                          markersize=12, label="missing reply")
 
 
 def _mark_failures(axis, log: SlotLog) -> None:
