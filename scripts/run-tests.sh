@@ -43,7 +43,7 @@ cmake --build build-tsan -j"$jobs" --target kelvane_unit_tests kelvane_integrati
 echo "=== clang + libc++ + ASan/UBSan build (all tests built, unit tests run, fuzz targets) ==="
 CC=clang CXX=clang++ configure build-libcxx -DKELVANE_LIBCXX=ON -DKELVANE_SANITIZE=ON \
   -DKELVANE_FUZZ=ON -DKELVANE_BENCHMARKS=OFF
-cmake --build build-libcxx -j"$jobs" --target Kelvane kelvane-sim kelvanectl kelvane-fixture-cycle \
+cmake --build build-libcxx -j"$jobs" --target Kelvane kelvane-sim kelvanectl kelvane-fixture-cycle kelvane-tec-worker-run \
   kelvane_unit_tests kelvane_integration_tests kelvane_c_api_tests kelvane_fuzzers
 (cd build-libcxx && ctest --output-on-failure -j"$jobs" -L unit)
 fuzz/run.sh build-libcxx -max_total_time=5

@@ -1,41 +1,22 @@
-"""What the Python tests share: the library as a ctypes host loads it, and a kelvane-sim
-process on the C interface's fixed port with a pyzmq client for its "sim." methods.
-Not a test module itself (no "test_" prefix)."""
-import ctypes
+"""What the package's tests share: the built files ctest names in the environment, and a
+kelvane-sim process on the C interface's fixed port with a pyzmq client for its "sim." methods."""
 import itertools
 import json
 import os
 import subprocess
 
+import pytest
 import zmq
 
-# KELVANE_CONTROLLER_PORT of kelvane.h: the C interface always connects there.
+# The C interface always connects to port 7805.
 CONTROLLER_ENDPOINT = "tcp://127.0.0.1:7805"
 
 
-def required_path(variable):
+def built(variable):
     path = os.environ.get(variable)
     if not path or not os.path.exists(path):
         raise RuntimeError(f"{variable} must name the built file (got {path!r}); run through ctest")
     return path
-
-
-def load_library():
-    """libKelvane with the prototypes a station's sequencer would declare."""
-    lib = ctypes.CDLL(required_path("KELVANE_LIBRARY"))
-    handle, text, number = ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int
-    prototypes = {"createKelvaneDev": (handle, [text]), "destroyKelvaneDev": (None, [handle]),
-                  "getConnectFlag": (number, [handle]), "initialFixture": (ctypes.c_bool, [handle]),
-                  "fixtureLock": (text, [handle, text]), "setIO": (text, [handle, number, number]),
-                  "setFanSpeed": (number, [handle, number, number]),
-                  "getFanSpeed": (text, [handle, number])}
-    for name in ["checkPositionSensor", "checkDUTSensor", "trayUp", "trayDown", "trayIn", "trayOut",
-                 "fixtureInit"]:
-        prototypes[name] = (text, [handle])
-    for name, (result, arguments) in prototypes.items():
-        getattr(lib, name).restype = result
-        getattr(lib, name).argtypes = arguments
-    return lib
 
 
 class Simulator:
@@ -43,7 +24,7 @@ class Simulator:
 
     def __init__(self):
         self.process = subprocess.Popen(
-            [required_path("KELVANE_SIM"), "--bind", CONTROLLER_ENDPOINT, "--quiet"], stdout=subprocess.PIPE)
+            [built("KELVANE_SIM"), "--bind", CONTROLLER_ENDPOINT, "--quiet"], stdout=subprocess.PIPE)
         line = self.process.stdout.readline().decode(errors="replace")
         self.context = zmq.Context()
         self.socket = self.context.socket(zmq.DEALER)
@@ -76,3 +57,10 @@ class Simulator:
         self.process.terminate()
         self.process.wait(timeout=5)
         self.process.stdout.close()
+
+
+@pytest.fixture
+def simulator():
+    sim = Simulator()
+    yield sim
+    sim.close()

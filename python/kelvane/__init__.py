@@ -1,0 +1,18 @@
+"""Drive a Kelvane test fixture from Python through libKelvane's C interface.
+
+    import kelvane
+    with kelvane.Fixture("10.0.1.20") as fixture:
+        fixture.tray_up()
+        fixture.tray_in()
+
+libKelvane is found through the environment variable KELVANE_LIBRARY, else in the lib folders of
+the installation prefixes, else by the system's loader. The TEC parts (parse_tec_record,
+read_tec_csv and the kelvane-tec-plot command) need no library.
+"""
+from kelvane._library import LibraryNotFound
+from kelvane.fixture import Fixture, FixtureUnreachable, is_pure_float, string_from_hex
+from kelvane.tec import SwitchOn, TecRecord, parse_tec_record, read_tec_csv
+
+__all__ = ["Fixture", "FixtureUnreachable", "LibraryNotFound", "SwitchOn", "TecRecord",
+           "is_pure_float", "parse_tec_record", "read_tec_csv", "string_from_hex"]
+__version__ = "0.1.0"

@@ -1,0 +1,80 @@
+"""kelvane.Fixture and the module's helpers over the built library: a whole fixture cycle against
+kelvane-sim, and what needs no controller (the export list, the text helpers, an unreachable
+controller, finding the library, reading a TEC line)."""
+import ctypes.util
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+import pytest
+
+import kelvane
+from conftest import built
+from kelvane import _library
+
+HEADER = Path(__file__).resolve().parents[2] / "include" / "kelvane" / "kelvane.h"
+
+
+def test_a_fixture_cycle_with_texts_no_replies_and_tec_readings(simulator):
+    with kelvane.Fixture("127.0.0.1") as fixture:
+        assert fixture.connected and fixture.initial_fixture()
+        assert "done" in fixture.fixture_init()
+        assert (fixture.tray_down(), fixture.tray_in()) == ("Please IN first!", "IN OK")
+        assert (fixture.position_sensors(), fixture.dut_sensor()) == ("1;0;1;0", "dut_sensor_on")
+        assert fixture.tray_down() == "DOWN OK"
+        assert "done" in fixture.fixture_lock("on") and fixture.fixture_lock("ON") == "Unknown state!"
+        assert fixture.set_fan_speed(3, 40) and fixture.fan_speed(3) == "40"
+        assert "done" in fixture.set_io(10, 1)
+        assert simulator.state()["lock"] == "on" and simulator.state()["io"]["10"] == 1
+
+        line = fixture.tec_record(1)
+        assert line.endswith(",(null)\r\n"), line
+        reading = fixture.tec_reading(2)
+        assert reading.complete and reading.item is None, reading
+        assert all(20 < sensor < 30 for sensor in reading.sensors) and reading.pwm < 0 < reading.current
+        simulator.control("sim.set", {"tec_faults": [{"kind": "send_refused", "slot": 3, "times": 1}]})
+        reading = fixture.tec_reading(3)
+        assert (reading.missing, reading.sensors, reading.pwm) == (("sensor1",), (None,) * 4, None)
+
+        simulator.control("sim.script", {"method": "vantrel.get_fan_speed", "action": "error",
+                                         "error": {"code": 1, "message": "busy"}})
+        assert fixture.fan_speed(3) is None, "no reply"
+    assert not fixture.connected
+    fixture.close()
+    with pytest.raises(ValueError, match="closed"):
+        fixture.tray_up()
+
+
+def test_exports_helpers_lookup_and_an_unreachable_controller(monkeypatch):
+    declared = set(re.findall(r"KELVANE_API\s+[^;(]*?\b(\w+)\s*\(", HEADER.read_text()))
+    listing = subprocess.run(["nm", "-D", "--defined-only", built("KELVANE_LIBRARY")],
+                             check=True, capture_output=True, text=True).stdout
+    exported = {fields[2].split("@")[0] for fields in map(str.split, listing.splitlines())
+                if len(fields) == 3 and fields[1] in ("T", "W", "i") and not fields[2].startswith("_")}
+    assert len(declared) >= 18, "the header parse found too few functions"
+    assert declared == exported == _library.EXPORTS, "header, library and package differ"
+
+    assert (kelvane.string_from_hex("414243"), kelvane.string_from_hex("")) == ("ABC", None)
+    assert kelvane.string_from_hex("41ff42") == "A\ufffdB"
+    assert (kelvane.is_pure_float(" -1e-3 "), kelvane.is_pure_float("1.5V")) == (True, False)
+    with pytest.raises(ValueError):
+        kelvane.is_pure_float("1\0")
+    with pytest.raises(kelvane.FixtureUnreachable, match="127.0.0.1"):
+        kelvane.Fixture("127.0.0.1")  # nothing listens on port 7805
+
+    monkeypatch.setenv("KELVANE_LIBRARY", "/nonexistent/libKelvane.so.0")
+    with pytest.raises(kelvane.LibraryNotFound, match="KELVANE_LIBRARY=/nonexistent"):
+        _library._open([])
+    monkeypatch.delenv("KELVANE_LIBRARY")
+    monkeypatch.setattr(_library, "FILE_NAMES", ("libKelvane-absent.so.0",))
+    monkeypatch.setattr(ctypes.util, "find_library", lambda name: None)
+    with pytest.raises(kelvane.LibraryNotFound) as failure:
+        _library._open([])
+    assert f"{sys.prefix}/lib/libKelvane-absent.so.0\n" in str(failure.value)
+    assert str(failure.value).endswith("libKelvane-absent.so.0 through the system loader")
+
+    # An item name may hold commas; a header is no reading.
+    assert kelvane.parse_tec_record("01/02/2026 03:04:05.006,1,2,3,4,5,6,Soak, 2\r\n").item == "Soak, 2"
+    with pytest.raises(ValueError):
+        kelvane.parse_tec_record(kelvane.tec.CSV_HEADER)

@@ -1,0 +1,90 @@
+"""kelvanectl as a station engineer and a script use it: exit statuses, the one-line JSON
+reports, the messages on standard error, and the progress line that only a terminal gets."""
+import json
+import os
+import pty
+import signal
+import subprocess
+
+from conftest import built
+
+UNREACHABLE = "cannot reach the fixture controller at 127.0.0.1:7805"
+
+
+def kelvanectl(*args, stderr=subprocess.PIPE):
+    return subprocess.run([built("KELVANECTL"), *args], stdout=subprocess.PIPE,
+                          stderr=stderr, text=True, timeout=60)
+
+
+def test_unreachable_controller_exits_2_and_text_helpers_and_bad_usage_need_none():
+    plain = kelvanectl("tray-in")
+    assert (plain.returncode, plain.stdout) == (2, "") and UNREACHABLE in plain.stderr
+    report = kelvanectl("--json", "connect")
+    line = json.loads(report.stdout)
+    assert (report.returncode, line["command"], line["result"], line["ok"]) == (2, "connect", 0, False)
+    assert UNREACHABLE in line["error"]
+
+    decoded = kelvanectl("hex", "414243")
+    assert (decoded.returncode, decoded.stdout) == (0, "ABC\n")
+    checked = json.loads(kelvanectl("--json", "is-float", "1.5V").stdout)
+    assert (checked["result"], checked["ok"]) == (False, True)
+    for usage in [(), ("hex", ""), ("lock", "ON"), ("fan", "set", "1")]:
+        assert kelvanectl(*usage).returncode == 64, usage
+
+
+def test_reports_refusals_tec_readings_and_the_progress_line_against_the_simulator(simulator):
+    refused = kelvanectl("tray-down")
+    assert refused.returncode == 1 and "Please IN first!" in refused.stderr
+
+    # On a terminal a progress line shows while the tray moves, and is wiped when it ends.
+    main, terminal = pty.openpty()
+    moved = kelvanectl("tray-in", stderr=terminal)
+    os.close(terminal)
+    shown = b""
+    try:
+        while chunk := os.read(main, 4096):
+            shown += chunk
+    except OSError:  # the terminal's other end is closed: all read
+        pass
+    os.close(main)
+    assert (moved.returncode, moved.stdout.split(" (")[0]) == (0, "IN OK")
+    assert b"tray-in" in shown and shown.endswith(b"\r\x1b[K"), shown
+
+    moved = kelvanectl("tray-out", "--json")
+    assert (moved.returncode, moved.stderr) == (0, ""), "the library's log stays hidden without --log"
+    line = json.loads(moved.stdout)
+    assert list(line) == ["command", "result", "ok", "seconds"]
+    assert (line["command"], line["result"], line["ok"]) == ("tray-out", "OUT OK", True)
+    assert simulator.state()["tray"]["horizontal"] == "OUT"
+    assert "Connect Fixture seccussful" in kelvanectl("--log", "sensors").stderr
+
+    assert kelvanectl("fan", "set", "3", "40").returncode == 0
+    assert json.loads(kelvanectl("--json", "fan", "get", "3").stdout)["result"] == "40"
+    assert kelvanectl("lock", "on").returncode == 0
+    assert (simulator.state()["fans"]["3"], simulator.state()["lock"]) == (40, "on")
+    simulator.control("sim.script", {"method": "vantrel.fixture_up", "reply": "up_refused: jammed"},
+                      {"method": "vantrel.set_fan_speed", "reply": "busy"})
+    jammed = kelvanectl("--json", "tray-up")
+    line = json.loads(jammed.stdout)
+    assert (jammed.returncode, line["ok"], line["result"]) == (1, False, "up_refused: jammed")
+    assert kelvanectl("fan", "set", "1", "10").returncode == 1
+
+    plain = kelvanectl("tec", "1")
+    fields = plain.stdout.rstrip("\n").split(",")
+    assert (plain.returncode, len(fields), fields[7]) == (0, 8, "(null)"), plain.stdout
+    result = json.loads(kelvanectl("--json", "tec", "2").stdout)["result"]
+    assert list(result) == ["timestamp", "sensors", "pwm", "current", "item"]
+    assert all(20 < sensor < 30 for sensor in result["sensors"]), result
+    simulator.control("sim.set", {"tec_faults": [{"kind": "send_refused", "slot": 3}]})
+    missing = kelvanectl("--json", "tec", "3")
+    line = json.loads(missing.stdout)
+    assert (missing.returncode, line["result"]["missing"]) == (1, True)
+    assert line["result"]["line"].endswith("(null),(null) get null value."), line
+
+    watch = subprocess.Popen([built("KELVANECTL"), "tec", "1", "--watch", "0.2"],
+                             stdout=subprocess.PIPE, text=True)
+    readings = [watch.stdout.readline(), watch.stdout.readline()]
+    watch.send_signal(signal.SIGINT)
+    assert watch.wait(timeout=10) == 0
+    watch.stdout.close()
+    assert readings[0][:23] != readings[1][:23], "two readings, two time stamps"
