@@ -20,10 +20,6 @@ protected:
         std::filesystem::create_directories(stationFile().parent_path());
         std::ofstream(stationFile(), std::ios::binary) << text;
     }
-    std::string fixtureLogText() const {
-        std::ifstream file(fixtureLog(), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
 
     SessionFixture fixture;
     std::shared_ptr<kelvane::FixtureControl> session = fixture.connect();
@@ -58,7 +54,7 @@ TEST_F(Station, FixtureLogAppendsAsciiLinesAndDropsOthersWhole) {
     session->saveSamplelog("first");
     session->saveSamplelog("caf\xc3\xa9");
     session->saveSamplelog("second");
-    EXPECT_EQ(fixtureLogText(), "first\r\nsecond\r\n");
+    EXPECT_EQ(kelvane::testing::fileText(fixtureLog()), "first\r\nsecond\r\n");
 }
 
 TEST_F(Station, EepromReadGoesThroughTheBaseBoardOfTheFirstUnit) {
