@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <tuple>
 
 using kelvane::Value;
 using kelvane::testing::FakeRpcClient;
@@ -30,14 +31,12 @@ TEST_F(Station, InfoGivesTextsAndNumbersAndEmptyTextForEverythingElse) {
 
     writeStationFile(R"({"station": {"id": "ZT-7", "line": 12, "gain": 1.5, "list": [1],
                         "nothing": null, "flag": true}, "flat": 3})");
-    EXPECT_EQ(session->GetZtJsonInfo("station", "id"), "ZT-7");
-    EXPECT_EQ(session->GetZtJsonInfo("station", "line"), "12");
-    EXPECT_EQ(session->GetZtJsonInfo("station", "gain"), "1.5");
-    EXPECT_EQ(session->GetZtJsonInfo("station", "list"), "");
-    EXPECT_EQ(session->GetZtJsonInfo("station", "nothing"), "");
-    EXPECT_EQ(session->GetZtJsonInfo("station", "missing"), "");
-    EXPECT_EQ(session->GetZtJsonInfo("missing", "id"), "");
-    EXPECT_EQ(session->GetZtJsonInfo("flat", "id"), "");
+    for (const auto& [section, key, text] : {std::tuple{"station", "id", "ZT-7"}, {"station", "line", "12"},
+                                              {"station", "gain", "1.5"}, {"station", "list", ""},
+                                              {"station", "nothing", ""}, {"station", "missing", ""},
+                                              {"missing", "id", ""}, {"flat", "id", ""}}) {
+        EXPECT_EQ(session->GetZtJsonInfo(section, key), text) << section << "." << key;
+    }
 
     for (const char* broken : {"{", "[1, 2]", "", "\xff\xfe{}"}) {
         writeStationFile(broken);
