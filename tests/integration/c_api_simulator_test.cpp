@@ -4,30 +4,18 @@
 // device's connector sends the fixed controller port to the simulator's port; its virtual clock
 // makes deadlines instant.
 #include "session_fixture.hpp"
-#include "simulator_process.hpp"
-#include "virtual_clock.hpp"
-
-#include "rpc/rpc_client_wrapper.hpp"
+#include "simulator_test_support.hpp"
 
 #include <kelvane/Kelvane.hpp>
 #include <kelvane/kelvane.h>
-
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <string>
-#include <thread>
 
 namespace kelvane::testing {
 namespace {
 
 std::string text(const char* result) { return result ? result : "(NULL)"; }
 
-class CApiSimulatorTest : public ::testing::Test {
+class CApiSimulatorTest : public SimulatorTest {
 protected:
-    CApiSimulatorTest() : device(connect()) {}
-    ~CApiSimulatorTest() override { destroyKelvaneDev(device); }
-
     KelvaneHandle connect() {
         Platform platform = fakes.platform();
         platform.clock = clock;
@@ -36,23 +24,16 @@ protected:
         };
         return handleOf(std::make_shared<Kelvane>("127.0.0.1", platform));
     }
-
-    void set(const Value& changes) { sim.control("sim.set", Value::array({changes})); }
-
-    // Returns once the simulator has received a call of `method`, the newest in its journal.
-    void awaitRequest(const std::string& method) {
-        for (int attempt = 0; attempt < 2000; ++attempt) {
+    // Once the simulator has received a call of `method`, the newest in its journal.
+    bool received(const std::string& method) {
+        return eventually([&] {
             Value journal = sim.control("sim.journal");
-            if (!journal.empty() && journal.back()["method"] == method) return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        FAIL() << method << " never reached the simulator";
+            return !journal.empty() && journal.back()["method"] == method;
+        });
     }
 
-    SimulatorProcess sim;
     SessionFixture fakes;  // log and file root
     std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>();
-    KelvaneHandle device;
 };
 
 // A station aborting a run destroys the handle while another thread is inside a call: the call
@@ -64,7 +45,7 @@ TEST_F(CApiSimulatorTest, DestroyWhileAnotherThreadIsInsideACallEndsThatCallEarl
     };
 
     KelvaneHandle moving = connect();
-    set({{"tray", {{"horizontal", "IN"}, {"vertical", "DOWN"}}}, {"stall", "up"}});
+    sim.control("sim.set", Value::array({{{"tray", {{"horizontal", "IN"}, {"vertical", "DOWN"}}}, {"stall", "up"}}}));
     clock->atNextSleep([&] { destroyFromAnotherThread(moving); });
     EXPECT_EQ(text(trayUp(moving)), "Fixture up action is executed,but up sensor is not OK\uFF01");
     EXPECT_EQ(clock->sleeps().size(), 1u) << "the poll loop stops at its next step";
@@ -77,7 +58,7 @@ TEST_F(CApiSimulatorTest, DestroyWhileAnotherThreadIsInsideACallEndsThatCallEarl
         KelvaneHandle handle = connect();
         std::string result;
         std::thread caller([&] { result = text(operation(handle)); });
-        awaitRequest(method);
+        EXPECT_TRUE(received(method)) << method << " never reached the simulator";
         destroyFromAnotherThread(handle);
         caller.join();
         return result;

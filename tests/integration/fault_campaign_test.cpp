@@ -321,7 +321,9 @@ protected:
         });
         std::string context = fault.how.kind + " on " + std::string(fault.method);
         expectCycle(results, {{fault.op, fault.expected}}, context, inPlay({&fault}));
-        faults[fault.how.kind] += scriptedCalls(fault.method);
+        const int met = scriptedCalls(fault.method);
+        EXPECT_EQ(met, 1) << context << ": the scripted fault was met " << met << " times";
+        faults[fault.how.kind] += met;
         expectRecovery(context);
     }
 

@@ -1,10 +1,57 @@
-// The fixture's other parts: session, DUT presence, lock, fans, IO lines and LEDs.
+// The simulated fixture: the tray moves only as a real fixture allows and the sensors follow;
+// session, DUT presence, lock, fans, IO lines and LEDs.
 #include "simulator_test_support.hpp"
 
 namespace kelvane::testing {
 namespace {
 
 namespace m = kelvane::methods;
+
+const Value outAndUp = {{"down", 0}, {"in", 0}, {"out", 1}, {"up", 1}};
+const Value inAndUp = {{"down", 0}, {"in", 1}, {"out", 0}, {"up", 1}};
+const Value inAndDown = {{"down", 1}, {"in", 1}, {"out", 0}, {"up", 0}};
+
+class SimulatorTrayTest : public SimulatorTest {
+protected:
+    SimulatorTrayTest() : SimulatorTest({"--travel-ms", "150", "--lift-ms", "100"}) {}
+    Value sensors() { return sim.control("sim.state")["sensors"]; }
+    bool sensorsBecome(const Value& expected) {
+        return eventually([&] { return sensors() == expected; });
+    }
+    void set(const Value& changes) { sim.control("sim.set", Value::array({changes})); }
+};
+
+// A whole cycle of acknowledged moves with the sensors following is the main job's
+// (tests/c/fixture_cycle.sh) and the fault campaign's healthy cycle.
+TEST_F(SimulatorTrayTest, ForbiddenMovesAreRefusedWithoutMovingAndNothingIsActiveWhileTravelling) {
+    EXPECT_EQ(call(m::fixtureDown), "down_refused: tray is not in");
+    set({{"tray", {{"horizontal", "IN"}, {"vertical", "DOWN"}}}});
+    EXPECT_EQ(call(m::fixtureOut), "out_refused: tray is not up");
+    EXPECT_EQ(call(m::fixtureIn), "in_refused: tray is not up");
+    EXPECT_EQ(sensors(), inAndDown);
+    EXPECT_EQ(call(m::fixtureUp), "up_done") << "rising is always allowed";
+    ASSERT_TRUE(sensorsBecome(inAndUp));
+
+    set({{"travel_ms", 60000}});
+    EXPECT_EQ(call(m::fixtureOut), "out_done");
+    EXPECT_EQ(sensors(), (Value{{"down", 0}, {"in", 0}, {"out", 0}, {"up", 1}}));
+    EXPECT_EQ(call(m::fixtureDown), "down_refused: tray is not in");
+}
+
+TEST_F(SimulatorTrayTest, StuckSensorReadsItsValueAndStalledMoveNeverCompletesUntilCleared) {
+    set({{"stuck", {{"up", 0}, {"in", "1"}}}});
+    EXPECT_EQ(call(m::upSensorRead), 0);
+    EXPECT_EQ(call(m::inSensorRead), "1");
+    EXPECT_EQ(call(m::fixtureIn), "in_done") << "a stuck sensor does not block the mechanics";
+    set({{"stuck", nullptr}});
+    ASSERT_TRUE(sensorsBecome(inAndUp));
+
+    set({{"stall", "out"}, {"travel_ms", 0}});
+    EXPECT_EQ(call(m::fixtureOut), "out_done");
+    EXPECT_EQ(call(m::outSensorRead), 0) << "even an instant move stays under way";
+    set({{"stall", nullptr}});
+    ASSERT_TRUE(sensorsBecome(outAndUp));
+}
 
 using SimulatorModelsTest = SimulatorTest;
 
@@ -34,6 +81,7 @@ TEST_F(SimulatorModelsTest, EachPartAnswersAndKeepsItsStateUntilReset) {
     EXPECT_TRUE(state["fans"].empty() && state["io"].empty() && state["leds"].empty());
 }
 
+// sim.set refuses what it does not know with an error, not a text.
 TEST_F(SimulatorModelsTest, MalformedArgumentsAreRefusedWithATextAndChangeNothing) {
     const std::vector<std::pair<std::string_view, Value>> malformed = {
         {m::magnetControl, {"ON"}},        {m::magnetControl, Value::array()},
@@ -44,6 +92,11 @@ TEST_F(SimulatorModelsTest, MalformedArgumentsAreRefusedWithATextAndChangeNothin
     };
     for (const auto& [method, params] : malformed)
         EXPECT_TRUE(describedContains(call(method, params), "_refused: ")) << method << params.dump();
+    for (Value bad : {Value{{"stall", "sideways"}}, Value{{"gravity", 1}}, Value{{"travel_ms", -1}}}) {
+        std::optional<RpcError> error;
+        sim.control("sim.set", Value::array({bad}), &error);
+        EXPECT_TRUE(error && error->code == jsonrpc::invalidParamsError) << bad.dump();
+    }
     Value state = sim.control("sim.state");
     EXPECT_EQ(state["lock"], "off");
     EXPECT_TRUE(state["fans"].empty() && state["io"].empty() && state["leds"].empty());

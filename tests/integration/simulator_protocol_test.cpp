@@ -1,10 +1,15 @@
-// The wire protocol as any client meets it, the journal, and the process's start-up failures.
+// The wire protocol as any client meets it, the journal, scripted answers as a client sees them
+// through the real transport, and the process's start-up failures. (Broken replies, as each
+// operation meets them, are the fault campaign's; a delayed reply holding nobody up is shown in
+// transport_connection_test.cpp.)
 #include "simulator_test_support.hpp"
 
 namespace kelvane::testing {
 namespace {
 
 namespace m = kelvane::methods;
+
+const std::string fanSpeed(m::getFanSpeed);
 
 using SimulatorProtocolTest = SimulatorTest;
 
@@ -43,6 +48,54 @@ TEST_F(SimulatorProtocolTest, JournalRecordsControllerRequestsInOrderButNotContr
     call(m::serverMode);
     sim.control("sim.reset");
     EXPECT_EQ(sim.control("sim.journal"), Value::array());
+}
+
+using SimulatorScriptsTest = SimulatorTest;
+
+TEST_F(SimulatorScriptsTest, ReplyAndErrorScriptsOverrideTheModelForTheirTimesInQueueOrder) {
+    script({{"method", fanSpeed}, {"action", "reply"}, {"reply", "first"}, {"times", 2}});
+    script({{"method", fanSpeed}, {"action", "error"}, {"error", {{"code", 7}, {"message", "boom"}}}, {"times", 2}});
+    EXPECT_EQ(call(fanSpeed, {1}), "first");
+    EXPECT_EQ(call(fanSpeed, {1}), "first");
+    auto [reply, error] = ask(fanSpeed, {1});
+    EXPECT_TRUE(reply.is_null());
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, 7);
+    EXPECT_EQ(error->message, "boom");
+    EXPECT_TRUE(client->call(fanSpeed, {1}, nullptr, nullptr).is_null()) << "no error slot is fine";
+    EXPECT_EQ(call(fanSpeed, {1}), 0) << "scripts used up: the model answers again";
+
+    script({{"method", fanSpeed}, {"reply", nullptr}});
+    EXPECT_EQ(call(fanSpeed, {1}), nullptr) << "a null reply is a reply, not an error";
+    EXPECT_EQ(call(fanSpeed, {1}), nullptr) << "without times a script stays";
+    sim.control("sim.clear_scripts");
+    EXPECT_EQ(call(fanSpeed, {1}), 0);
+}
+
+TEST_F(SimulatorScriptsTest, ReplyScriptWithoutValueLetsTheModelActAndNoReplySwallowsTheRequest) {
+    script({{"method", m::magnetControl}, {"action", "reply"}, {"times", 1}});
+    EXPECT_EQ(call(m::magnetControl, {"on"}), "done");
+    EXPECT_EQ(sim.control("sim.state")["lock"], "on");
+
+    script({{"method", m::magnetControl}, {"action", "no_reply"}, {"times", 1}});
+    EXPECT_EQ(failure(m::magnetControl, {"off"}, {{"timeout_ms", 100}}), jsonrpc::timeoutError);
+    EXPECT_EQ(sim.control("sim.state")["lock"], "on") << "a swallowed request does not act";
+}
+
+TEST_F(SimulatorScriptsTest, MalformedScriptIsRejectedAndNoneOfTheBatchIsAdded) {
+    std::optional<RpcError> error;
+    Value batch = {{{"method", fanSpeed}, {"reply", 1}}, {{"method", fanSpeed}, {"action", "explode"}}};
+    sim.control("sim.script", Value::array({batch}), &error);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, jsonrpc::invalidParamsError);
+    EXPECT_NE(error->message.find("script 2"), std::string::npos) << error->message;
+    for (Value bad : {Value{{"method", fanSpeed}, {"action", "error"}}, Value{{"method", fanSpeed}, {"times", 0}},
+                      Value{{"method", fanSpeed}, {"delay", 5}}, Value{{"reply", 1}},
+                      Value{{"method", fanSpeed}, {"action", "raw"}}}) {
+        sim.control("sim.script", Value::array({bad}), &error);
+        EXPECT_TRUE(error && error->message.find("no script given") == std::string::npos) << bad.dump();
+    }
+    EXPECT_EQ(call(fanSpeed, {1}), 0);
 }
 
 TEST(SimulatorProcessTest, MissingBinaryOrBadOptionsFailToStart) {

@@ -1,5 +1,5 @@
-// RPCClientWrapper against a controller that is not there, goes away, comes back, or is still
-// busy when the client is closed. Real sockets, kelvane-sim processes.
+// RPCClientWrapper against a controller that is not there, goes away, comes back, is slow for one
+// of several threads, or is still busy when the client is closed. Real sockets, kelvane-sim.
 #include "simulator_test_support.hpp"
 
 #include <future>
@@ -44,16 +44,9 @@ TEST(TransportConnection, NothingListeningFailsWithinAboutASecondThenAtOnceAndCl
 
 using TransportOutageTest = SimulatorTest;
 
-// A controller killed and restarted: calls in flight and during the outage fail at once, and the
-// same client serves again; the fault campaign's dead-controller part.
 // ZeroMQ ends a session for a protocol error for good; the client must connect anew by itself.
+// (A reply frame over the message size limit: the fault campaign's oversize frames.)
 TEST_F(TransportOutageTest, ProtocolErrorsDoNotWedgeTheClientItRecoversOnItsOwn) {
-    // A reply frame over the message size limit: the call fails at once, later calls work again.
-    script({{"method", fanSpeed}, {"action", "oversize"}, {"bytes", (1 << 20) + 1}, {"times", 1}});
-    EXPECT_EQ(errorOf(*client, fanSpeed, longWait), jsonrpc::notConnectedError);
-    EXPECT_TRUE(eventually([&] { return errorOf(*client, serverMode) == 0; }))
-        << "still wedged after an oversize frame";
-
     // A peer of the wrong socket type answers on the port for a moment, then the controller.
     sim.kill();
     {
@@ -72,6 +65,21 @@ TEST_F(TransportOutageTest, ProtocolErrorsDoNotWedgeTheClientItRecoversOnItsOwn)
     sim.restart();
     EXPECT_TRUE(eventually([&] { return errorOf(*client, serverMode) == 0; }))
         << "still wedged after a peer of the wrong socket type";
+}
+
+// One client shared by several threads, as the TEC workers and the host share the session's
+// client: a slow call holds nobody up. (Threads getting their own replies while others time out
+// or meet faults: the fault campaign's mixed part.)
+using TransportConcurrencyTest = SimulatorTest;
+
+TEST_F(TransportConcurrencyTest, SlowCallDoesNotHoldUpOtherThreadsCalls) {
+    script({{"method", fanSpeed}, {"reply", "slow"}, {"delay_ms", 2000}, {"times", 1}});
+    auto slow = std::async(std::launch::async, [this] { return ask(fanSpeed, {1}, {{"timeout_ms", 5000}}).first; });
+    ASSERT_TRUE(eventually([&] { return sim.control("sim.journal").size() == 1; }));
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(call(serverMode), "normal");
+    EXPECT_EQ(slow.wait_for(std::chrono::seconds(0)), std::future_status::timeout)
+        << "the quick calls finished while the slow one was still waiting";
+    EXPECT_EQ(slow.get(), "slow");
 }
 
 TEST_F(TransportOutageTest, ClosingWithCallsInFlightFailsThemAndReturnsPromptly) {

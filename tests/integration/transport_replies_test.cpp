@@ -1,6 +1,6 @@
 // What RPCClientWrapper makes of each kind of answer a controller can give: silence, odd
 // timeouts, a reply at the size limit, a flood. Real sockets, kelvane-sim. (Results, null
-// results and errors reaching the caller are shown in simulator_scripts_test.cpp.)
+// results and errors reaching the caller are shown in simulator_protocol_test.cpp.)
 #include "process_resources.hpp"
 #include "simulator_test_support.hpp"
 

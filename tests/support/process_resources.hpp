@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <optional>
 #include <string>
 
@@ -38,12 +39,7 @@ inline std::optional<std::size_t> entriesIn(const char* directory) {
     std::error_code error;
     std::filesystem::directory_iterator entries(directory, error);
     if (error) return std::nullopt;
-    std::size_t count = 0;
-    for (const auto& entry : entries) {
-        (void)entry;
-        ++count;
-    }
-    return count;
+    return static_cast<std::size_t>(std::distance(entries, {}));
 }
 
 inline std::optional<std::size_t> threadCount() { return entriesIn("/proc/self/task"); }

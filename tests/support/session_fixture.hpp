@@ -10,6 +10,8 @@
 #include <kelvane/FixtureControl.hpp>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
@@ -29,6 +31,12 @@ struct FixtureControlTestAccess {
 };
 
 namespace testing {
+
+// A file's bytes as they are; empty when it cannot be read.
+inline std::string fileText(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
 
 class TemporaryDirectory {
 public:

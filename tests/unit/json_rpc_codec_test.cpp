@@ -1,5 +1,9 @@
-// The JSON-RPC messages as text: what a controller receives and what the client accepts back.
+// The JSON-RPC messages as text: what a controller receives and what the client accepts back,
+// and the methods a controller must answer.
 #include "rpc/json_rpc.hpp"
+#include "rpc/methods.hpp"
+
+#include "session_fixture.hpp"
 
 #include <gtest/gtest.h>
 
@@ -98,6 +102,17 @@ TEST(JsonRpcReply, DeeplyNestedFrameIsRefusedWithoutExhaustingTheStack) {
     ASSERT_TRUE(reply);
     EXPECT_EQ(reply->result.get<std::string>().size(), 1002u);
     EXPECT_TRUE(decodeReply(R"({"id":3,"result":{"data":[[[1,2,3]]]}})"));
+}
+
+// The protocol document lists every controller method the library calls, so a controller
+// written from the document alone answers everything the library may ask.
+TEST(JsonRpcMethodTable, EveryMethodTheLibraryCallsIsDocumentedForControllerWriters) {
+    const std::string document = kelvane::testing::fileText(std::string(KELVANE_SOURCE_DIR) + "/docs/protocol.md");
+    ASSERT_FALSE(document.empty()) << "docs/protocol.md is missing";
+    for (std::string_view method : methods::all) {
+        EXPECT_NE(document.find("`" + std::string(method) + "`"), std::string::npos)
+            << method << " is not in docs/protocol.md";
+    }
 }
 
 }  // namespace

@@ -53,26 +53,21 @@ std::shared_ptr<FixtureControl> readyToMove(SessionFixture& fixture, const Move&
 
 }  // namespace
 
-TEST(TrayMotion, ReplyThatIsNotTheExactAcknowledgementIsReturnedWithoutPolling) {
+// A reply that is not the exact acknowledgement is returned without polling; after the
+// acknowledgement, only the number 1 from the target sensor is success.
+TEST(TrayMotion, ExactAcknowledgementThenTheNumberOneFromTheTargetSensorIsSuccess) {
     for (const auto& move : moves) {
-        for (Value reply : {Value(), Value(move.ack + "\r"), Value(kelvane::upperCased(move.ack)), Value(1)}) {
+        for (Value reply : {Value(), Value(move.ack + "\r"), Value(kelvane::upperCased(move.ack)), Value(1),
+                            Value(move.ack)}) {
             SCOPED_TRACE(move.moveMethod + " answered " + reply.dump());
             SessionFixture fixture;
-            auto session = readyToMove(fixture, move, reply, {1});
-            EXPECT_EQ(((*session).*move.start)(), reply);
-            EXPECT_EQ(fixture.controller->methods().back(), move.moveMethod);
+            auto session = readyToMove(fixture, move, reply, {0, "1", Value(), 1});
+            const bool acknowledged = reply == move.ack;
+            EXPECT_EQ(((*session).*move.start)(), acknowledged ? Value(move.successResult) : reply);
+            EXPECT_EQ(fixture.controller->methods().back(), acknowledged ? move.sensor : move.moveMethod);
+            if (acknowledged) EXPECT_THAT(fixture.clock->sleeps(), ElementsAre(0.5, 0.5, 0.5));
+            if (acknowledged) EXPECT_EQ(fixture.log->lines().back(), move.successLog);
         }
-    }
-}
-
-TEST(TrayMotion, SuccessOnlyWhenTheTargetSensorAnswersTheNumberOne) {
-    for (const auto& move : moves) {
-        SCOPED_TRACE(move.moveMethod);
-        SessionFixture fixture;
-        auto session = readyToMove(fixture, move, move.ack, {0, "1", Value(), 1});
-        EXPECT_EQ(((*session).*move.start)(), move.successResult);
-        EXPECT_THAT(fixture.clock->sleeps(), ElementsAre(0.5, 0.5, 0.5));
-        EXPECT_EQ(fixture.log->lines().back(), move.successLog);
     }
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <tuple>
 
 using kelvane::Value;
 using kelvane::testing::FakeRpcClient;
@@ -20,10 +21,6 @@ protected:
         std::filesystem::create_directories(stationFile().parent_path());
         std::ofstream(stationFile(), std::ios::binary) << text;
     }
-    std::string fixtureLogText() const {
-        std::ifstream file(fixtureLog(), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
 
     SessionFixture fixture;
     std::shared_ptr<kelvane::FixtureControl> session = fixture.connect();
@@ -34,14 +31,12 @@ TEST_F(Station, InfoGivesTextsAndNumbersAndEmptyTextForEverythingElse) {
 
     writeStationFile(R"({"station": {"id": "ZT-7", "line": 12, "gain": 1.5, "list": [1],
                         "nothing": null, "flag": true}, "flat": 3})");
-    EXPECT_EQ(session->GetZtJsonInfo("station", "id"), "ZT-7");
-    EXPECT_EQ(session->GetZtJsonInfo("station", "line"), "12");
-    EXPECT_EQ(session->GetZtJsonInfo("station", "gain"), "1.5");
-    EXPECT_EQ(session->GetZtJsonInfo("station", "list"), "");
-    EXPECT_EQ(session->GetZtJsonInfo("station", "nothing"), "");
-    EXPECT_EQ(session->GetZtJsonInfo("station", "missing"), "");
-    EXPECT_EQ(session->GetZtJsonInfo("missing", "id"), "");
-    EXPECT_EQ(session->GetZtJsonInfo("flat", "id"), "");
+    for (const auto& [section, key, text] : {std::tuple{"station", "id", "ZT-7"}, {"station", "line", "12"},
+                                              {"station", "gain", "1.5"}, {"station", "list", ""},
+                                              {"station", "nothing", ""}, {"station", "missing", ""},
+                                              {"missing", "id", ""}, {"flat", "id", ""}}) {
+        EXPECT_EQ(session->GetZtJsonInfo(section, key), text) << section << "." << key;
+    }
 
     for (const char* broken : {"{", "[1, 2]", "", "\xff\xfe{}"}) {
         writeStationFile(broken);
@@ -58,7 +53,7 @@ TEST_F(Station, FixtureLogAppendsAsciiLinesAndDropsOthersWhole) {
     session->saveSamplelog("first");
     session->saveSamplelog("caf\xc3\xa9");
     session->saveSamplelog("second");
-    EXPECT_EQ(fixtureLogText(), "first\r\nsecond\r\n");
+    EXPECT_EQ(kelvane::testing::fileText(fixtureLog()), "first\r\nsecond\r\n");
 }
 
 TEST_F(Station, EepromReadGoesThroughTheBaseBoardOfTheFirstUnit) {

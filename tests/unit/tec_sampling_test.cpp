@@ -5,10 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <map>
 #include <regex>
-#include <sstream>
 
 using kelvane::Value;
 using Lines = std::vector<std::string>;
@@ -157,11 +155,7 @@ TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
     const Value identifier = "Fixture3";
     const kelvane::tec::TecFiles files{platform, identifier};
     const auto folder = fixture.root.path() / "Users/stnuser/Library/Logs/Korva/active/group2-slot2/user";
-    const auto read = [](const std::filesystem::path& path) {
-        std::ostringstream text;
-        text << std::ifstream(path, std::ios::binary).rdbuf();
-        return text.str();
-    };
+    using kelvane::testing::fileText;
 
     files.appendCsv(2, "a\r\n");  // no folder: lost without a message
     EXPECT_FALSE(std::filesystem::exists(folder));
@@ -169,12 +163,12 @@ TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
     files.appendCsv(2, "a\r\n");
     files.appendCsv(2, "25\xc2\xb0" "C\r\n");
     files.appendCsv(2, "b\r\n");
-    EXPECT_EQ(read(folder / "TecTemp_Fixture3_Unit2.csv"), "a\r\nb\r\n");
+    EXPECT_EQ(fileText(folder / "TecTemp_Fixture3_Unit2.csv"), "a\r\nb\r\n");
 
     // 30 December 2024 lies in week 1 of 2025: the week-based year shows.
     fixture.clock->advance(1'735'560'000.5 - fixture.clock->now());
     files.appendMonitorLine(2, "running");
-    EXPECT_TRUE(std::regex_match(read(folder / "TecControlMonitor_Fixture3_Unit2.log"),
+    EXPECT_TRUE(std::regex_match(fileText(folder / "TecControlMonitor_Fixture3_Unit2.log"),
                                  std::regex("2025-12-30 \\d\\d:\\d\\d:\\d\\d:5000:    running\r\n")));
     EXPECT_TRUE(fixture.log->lines().empty());
 
