@@ -6,6 +6,27 @@
 
 namespace kelvane::sim {
 
+namespace {
+
+void addReplayOptions(CLI::App& app, Options& options) {
+    auto* replay = app.add_option("--replay", options.replayFile,
+                                  "Answer from a trace recorded with KELVANE_TRACE (see docs/trace.md)");
+    app.add_option_function<std::string>(
+           "--replay-timing",
+           [&options](const std::string& timing) { options.replayRecordedTiming = timing == "recorded"; },
+           "fast: answer at once (default); recorded: wait each exchange's recorded duration")
+        ->check(CLI::IsMember({"fast", "recorded"}))
+        ->needs(replay);
+    app.add_flag("--replay-strict", options.replayStrict,
+                 "Answer a request the trace has no exchange for with an error, not the model")
+        ->needs(replay);
+    app.add_flag("--replay-exit", options.replayExit,
+                 "Stop (and report) once every recorded exchange was asked for")
+        ->needs(replay);
+}
+
+}  // namespace
+
 std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     Options options;
     int travelMs = static_cast<int>(options.world.travel.count());
@@ -25,6 +46,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
         ->check(CLI::Range(0, 16));
     app.add_option("--seed", options.world.seed, "Seed of the TEC sensors' noise (default 1)");
     app.add_flag("--quiet", options.quiet, "Log nothing on stderr");
+    addReplayOptions(app, options);
 
     try {
         app.parse(argc, argv);
