@@ -5,6 +5,7 @@ import os
 import pty
 import signal
 import subprocess
+import tempfile
 import unittest
 
 from kelvane_host import Simulator, required_path
@@ -64,6 +65,20 @@ class WithSimulatorTest(unittest.TestCase):
         line = json.loads(jammed.stdout)
         self.assertEqual((1, False, "up_refused: jammed"), (jammed.returncode, line["ok"], line["result"]))
         self.assertEqual(1, kelvanectl("fan", "set", "1", "10").returncode)
+
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        trace = os.path.join(folder.name, "refusals.trace")
+        self.assertEqual(1, kelvanectl("--trace", trace, "tray-down").returncode)
+        self.sim.control("sim.script", {"method": "vantrel.get_fan_speed", "action": "error",
+                                        "error": {"code": 5, "message": "fan gone"}})
+        self.assertEqual(1, kelvanectl("fan", "get", "2", "--trace", trace).returncode)
+        timeline = kelvanectl("trace", trace).stdout.splitlines()
+        self.assertRegex(timeline[0], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z server\.mode +\[\] +result ")
+        self.assertRegex(timeline[-1], r"vantrel\.get_fan_speed +\[2\] +error .* 5 fan gone$")
+        stats = {line.split()[0]: line.split()[1:4] for line in kelvanectl("trace", trace, "--stats").stdout.splitlines()}
+        self.assertEqual(["2", "0", "0"], stats["server.mode"])
+        self.assertEqual(["1", "1", "0"], stats["vantrel.get_fan_speed"])
 
     def test_tec_reading_plain_split_missing_and_watched_until_ctrl_c(self):
         plain = kelvanectl("tec", "1")

@@ -7,6 +7,7 @@
 #include "server.hpp"
 #include "simulated_fixture.hpp"
 
+#include <chrono>
 #include <csignal>
 #include <iostream>
 #include <optional>
@@ -16,6 +17,8 @@
 namespace {
 
 volatile std::sig_atomic_t stopSignalled = 0;
+
+constexpr std::chrono::milliseconds replayExitGrace{300};
 
 void requestStop(int) { stopSignalled = 1; }
 
@@ -52,8 +55,16 @@ int main(int argc, char** argv) {
         std::string endpoint = server.bind(options->bind);
         std::cout << "listening on " << endpoint << std::endl;
         const ReplayBook* book = server.replayBook();
-        bool exitWhenUsed = options->replayExit;
-        server.run([&] { return stopSignalled != 0 || (exitWhenUsed && book->allUsed() && !server.holdsRepliesBack()); });
+        std::optional<std::chrono::steady_clock::time_point> usedUp;
+        // The last reply gets a moment to be read before the connection goes: a client fails
+        // the calls in flight when its controller disconnects.
+        auto replayDone = [&] {
+            if (!options->replayExit || !book->allUsed() || server.holdsRepliesBack()) return false;
+            auto now = std::chrono::steady_clock::now();
+            if (!usedUp) usedUp = now;
+            return now - *usedUp >= replayExitGrace;
+        };
+        server.run([&] { return stopSignalled != 0 || replayDone(); });
         if (book) std::cout << book->reportText() << std::flush;
     } catch (const std::exception& error) {
         std::cerr << "kelvane-sim: " << error.what() << " (" << options->bind << ")\n";

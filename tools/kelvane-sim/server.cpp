@@ -14,7 +14,6 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr milliseconds longestPollWait{100};
-constexpr milliseconds closingLinger{200};
 // A client that sends more than this in one message is disconnected by ZeroMQ.
 constexpr std::int64_t largestRequestBytes = std::int64_t{16} << 20;
 constexpr std::size_t longestLoggedText = 300;
@@ -50,15 +49,6 @@ Server::Server(SimulatedFixture& fixture, bool quiet, std::optional<ReplaySettin
     : fixture_(fixture), quiet_(quiet), replay_(std::move(replay)) {
     router_.set(zmq::sockopt::linger, 0);
     router_.set(zmq::sockopt::maxmsgsize, largestRequestBytes);
-}
-
-// Replies still queued when the server stops (the last one of a replay, say) get a moment to
-// leave rather than be dropped with the socket.
-Server::~Server() {
-    try {
-        router_.set(zmq::sockopt::linger, static_cast<int>(closingLinger.count()));
-    } catch (const zmq::error_t&) {
-    }
 }
 
 std::string Server::bind(const std::string& endpoint) {

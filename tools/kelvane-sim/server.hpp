@@ -27,7 +27,6 @@ struct ReplaySettings {
 class Server {
 public:
     Server(SimulatedFixture& fixture, bool quiet, std::optional<ReplaySettings> replay = {});
-    ~Server();
 
     // Binds and gives the endpoint bound, with the port the system chose for "*" or 0.
     // Throws zmq::error_t when the endpoint cannot be bound.
