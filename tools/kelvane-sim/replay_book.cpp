@@ -1,9 +1,13 @@
 #include "replay_book.hpp"
 
+#include <algorithm>
 #include <fstream>
 
 namespace kelvane::sim {
 namespace {
+
+// A day: longer recorded durations (or nonsense ones) are cut to it, a wait the server can hold.
+constexpr double longestRecordedMs = 86'400'000;
 
 std::string keyOf(const std::string& method, const Value& params) {
     return method + '\n' + jsonrpc::toJson(params.is_array() ? params : Value::array());
@@ -16,7 +20,7 @@ Value requestText(const std::string& method, const Value& params) {
 // The exchange of one trace line; a text saying what is wrong with it otherwise.
 std::variant<std::optional<ReplayedAnswer>, std::string> answerOf(const Value& line) {
     auto outcome = line.value("outcome", std::string());
-    auto milliseconds = line.value("ms", 0.0);
+    auto milliseconds = std::clamp(line.value("ms", 0.0), 0.0, longestRecordedMs);
     ReplayedAnswer answer{std::nullopt, std::chrono::milliseconds(static_cast<long long>(milliseconds))};
     if (outcome == "result") {
         answer.outcome = Outcome::reply(line.value("result", Value()));
