@@ -10,11 +10,13 @@ namespace {
 
 void addReplayOptions(CLI::App& app, Options& options) {
     auto* replay = app.add_option("--replay", options.replayFile,
-                                  "Answer from a trace recorded with KELVANE_TRACE (see docs/trace.md)");
+                                  "Answer from a trace recorded with KELVANE_TRACE (see docs/trace.md)")
+                      ->option_text("FILE");
     app.add_option_function<std::string>(
            "--replay-timing",
            [&options](const std::string& timing) { options.replayRecordedTiming = timing == "recorded"; },
            "fast: answer at once (default); recorded: wait each exchange's recorded duration")
+        ->option_text("fast|recorded")
         ->check(CLI::IsMember({"fast", "recorded"}))
         ->needs(replay);
     app.add_flag("--replay-strict", options.replayStrict,
