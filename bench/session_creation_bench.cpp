@@ -1,6 +1,7 @@
 // How long creating a session takes (what createKelvaneDev does, on a port of our choosing):
 // against a loopback port where nothing listens (the connect grace), and against a live
 // kelvane-sim (the "server.mode" probe).
+#include "simulator_main.hpp"
 #include "simulator_process.hpp"
 
 #include <kelvane/FixtureControl.hpp>
@@ -41,17 +42,9 @@ BENCHMARK(CreateSessionLiveSimulator)->UseRealTime()->Unit(benchmark::kMilliseco
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    try {
+    auto findClosedPort = [](SimulatorProcess&) {
         closedPort = SimulatorProcess().port();  // just given up, so nothing listens
-        SimulatorProcess sim;
-        simulator = &sim;
-        benchmark::RunSpecifiedBenchmarks();
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "cannot run the session creation benchmarks: %s\n", failure.what());
-        return 1;
-    }
-    benchmark::Shutdown();
-    return 0;
+    };
+    return kelvane::bench::runWithSimulator(argc, argv, simulator,
+                                            {"the session creation benchmarks", findClosedPort});
 }

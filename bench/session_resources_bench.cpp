@@ -4,6 +4,7 @@
 // - ResourcesPerSession: threads, descriptors and resident memory that each of 16 sessions adds.
 // Single iterations: these are counts, not speeds; the counters carry the figures.
 #include "process_resources.hpp"
+#include "simulator_main.hpp"
 #include "simulator_process.hpp"
 
 #include <kelvane/FixtureControl.hpp>
@@ -78,16 +79,6 @@ BENCHMARK(ResourcesPerSession)->Iterations(1)->Unit(benchmark::kMillisecond);
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    try {
-        SimulatorProcess sim;
-        simulator = &sim;
-        benchmark::RunSpecifiedBenchmarks();
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "cannot run the session resource benchmarks: %s\n", failure.what());
-        return 1;
-    }
-    benchmark::Shutdown();
-    return 0;
+    return kelvane::bench::runWithSimulator(argc, argv, simulator,
+                                            {"the session resource benchmarks"});
 }

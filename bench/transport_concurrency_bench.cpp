@@ -7,6 +7,7 @@
 #include "rpc/json_rpc.hpp"
 #include "rpc/methods.hpp"
 #include "rpc/rpc_client_wrapper.hpp"
+#include "simulator_main.hpp"
 #include "simulator_process.hpp"
 
 #include <benchmark/benchmark.h>
@@ -59,21 +60,12 @@ BENCHMARK(BareSocketsFrom8Threads)->Threads(8)->UseRealTime();
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    try {
-        SimulatorProcess sim;
-        simulator = &sim;
+    auto prepare = [](SimulatorProcess& sim) {
         sim.control("sim.script", kelvane::Value::array({{{"method", kelvane::methods::getFanSpeed},
                                                            {"reply", "slow"},
                                                            {"delay_ms", slowReplyMs}}}));
         shared = kelvane::RPCClientWrapper::initWithIP("127.0.0.1", sim.port());
-        benchmark::RunSpecifiedBenchmarks();
-        shared.reset();
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "cannot run the concurrency benchmarks: %s\n", failure.what());
-        return 1;
-    }
-    benchmark::Shutdown();
-    return 0;
+    };
+    return kelvane::bench::runWithSimulator(argc, argv, simulator,
+                                            {"the concurrency benchmarks", prepare, [] { shared.reset(); }});
 }

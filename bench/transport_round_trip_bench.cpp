@@ -1,10 +1,12 @@
 // One "server.mode" round trip through RPCClientWrapper, against the same round trip made with
 // a bare DEALER socket sending the same JSON text, both to one kelvane-sim. The ratio of the two
-// is what the client's own machinery (locking, id matching, JSON, waiting) costs.
+// is what the client's own machinery (locking, id matching, JSON, waiting) costs. The library's
+// round trip is also made with a trace written (KELVANE_TRACE): that ratio is what tracing costs.
 #include "bare_dealer.hpp"
 #include "rpc/json_rpc.hpp"
 #include "rpc/methods.hpp"
 #include "rpc/rpc_client_wrapper.hpp"
+#include "simulator_main.hpp"
 #include "simulator_process.hpp"
 
 #include <benchmark/benchmark.h>
@@ -13,7 +15,9 @@
 
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <numeric>
@@ -26,11 +30,23 @@ using kelvane::testing::SimulatorProcess;
 
 constexpr const char* libraryRun = "LibraryRoundTrip";
 constexpr const char* bareRun = "BareDealerRoundTrip";
+constexpr const char* tracedRun = "TracedLibraryRoundTrip";
 
 SimulatorProcess* simulator = nullptr;
 
-void LibraryRoundTrip(benchmark::State& state) {
+const std::filesystem::path tracePath =
+    std::filesystem::temp_directory_path() / "kelvane-transport-bench.trace";
+
+// The environment is read when a client is made: set only for the traced one.
+std::shared_ptr<kelvane::RPCClientWrapper> makeClient(bool traced) {
+    if (traced) ::setenv("KELVANE_TRACE", tracePath.c_str(), 1);
     auto client = kelvane::RPCClientWrapper::initWithIP("127.0.0.1", simulator->port());
+    ::unsetenv("KELVANE_TRACE");
+    return client;
+}
+
+void libraryRoundTrips(benchmark::State& state, bool traced) {
+    auto client = makeClient(traced);
     const std::string method(kelvane::methods::serverMode);
     for (auto _ : state) {
         std::optional<kelvane::RpcError> error;
@@ -43,6 +59,9 @@ void LibraryRoundTrip(benchmark::State& state) {
     }
 }
 
+void LibraryRoundTrip(benchmark::State& state) { libraryRoundTrips(state, false); }
+void TracedLibraryRoundTrip(benchmark::State& state) { libraryRoundTrips(state, true); }
+
 void BareDealerRoundTrip(benchmark::State& state) {
     std::atomic<std::int64_t> ids{1};
     kelvane::bench::bareDealerRoundTrips(state, simulator->endpoint(), ids);
@@ -50,6 +69,7 @@ void BareDealerRoundTrip(benchmark::State& state) {
 
 BENCHMARK(LibraryRoundTrip)->Name(libraryRun)->UseRealTime();
 BENCHMARK(BareDealerRoundTrip)->Name(bareRun)->UseRealTime();
+BENCHMARK(TracedLibraryRoundTrip)->Name(tracedRun)->UseRealTime();
 
 // Prints as usual and keeps each benchmark's real times, for the ratio line at the end: the
 // median over repetitions when there are several (robust against a busy machine), else the mean.
@@ -69,14 +89,19 @@ public:
         }
     }
 
-    void printRatio() const {
-        double library = typical(libraryRun);
-        double bare = typical(bareRun);
-        if (library <= 0 || bare <= 0) return;
-        std::printf("library/bare round-trip ratio: %.3f (aim: at most 1.2)\n", library / bare);
+    void printRatios() const {
+        printRatio("library/bare", libraryRun, bareRun, 1.2);
+        printRatio("traced/untraced", tracedRun, libraryRun, 1.1);
     }
 
 private:
+    void printRatio(const char* label, const char* run, const char* base, double aim) const {
+        double measured = typical(run);
+        double reference = typical(base);
+        if (measured <= 0 || reference <= 0) return;
+        std::printf("%s round-trip ratio: %.3f (aim: at most %.1f)\n", label, measured / reference, aim);
+    }
+
     struct Times {
         std::vector<double> iterations;
         double median = 0;
@@ -98,18 +123,12 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    try {
-        SimulatorProcess sim;
-        simulator = &sim;
-        RatioReporter reporter;
-        benchmark::RunSpecifiedBenchmarks(&reporter);
-        reporter.printRatio();
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "cannot run the transport benchmarks: %s\n", failure.what());
-        return 1;
-    }
-    benchmark::Shutdown();
-    return 0;
+    RatioReporter reporter;
+    auto finish = [&reporter] {
+        reporter.printRatios();
+        std::filesystem::remove(tracePath);
+        std::filesystem::remove(std::filesystem::path(tracePath).concat(".1"));
+    };
+    return kelvane::bench::runWithSimulator(argc, argv, simulator,
+                                            {"the transport benchmarks", nullptr, finish, &reporter});
 }

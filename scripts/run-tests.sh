@@ -38,7 +38,7 @@ echo "=== ThreadSanitizer build (transport, TEC workers) ==="
 configure build-tsan -DKELVANE_TSAN=ON -DKELVANE_BENCHMARKS=OFF
 cmake --build build-tsan -j"$jobs" --target kelvane_unit_tests kelvane_integration_tests kelvane-sim
 (cd build-tsan && TSAN_OPTIONS="suppressions=$PWD/../tests/tsan.supp halt_on_error=1" \
-   ctest --output-on-failure -j"$jobs" -R '^(Transport|TecMonitor|TecSimulator|WorkerThread|PendingCalls)')
+   ctest --output-on-failure -j"$jobs" -R '^(Transport|TecMonitor|TecSimulator|WorkerThread|PendingCalls|TraceWriter)')
 
 echo "=== clang + libc++ + ASan/UBSan build (all tests built, unit tests run, fuzz targets) ==="
 CC=clang CXX=clang++ configure build-libcxx -DKELVANE_LIBCXX=ON -DKELVANE_SANITIZE=ON \

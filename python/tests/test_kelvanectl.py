@@ -3,6 +3,7 @@ reports, the messages on standard error, and the progress line that only a termi
 import json
 import os
 import pty
+import re
 import signal
 import subprocess
 
@@ -32,7 +33,7 @@ def test_unreachable_controller_exits_2_and_text_helpers_and_bad_usage_need_none
         assert kelvanectl(*usage).returncode == 64, usage
 
 
-def test_reports_refusals_tec_readings_and_the_progress_line_against_the_simulator(simulator):
+def test_reports_refusals_traces_tec_readings_and_the_progress_line_against_the_simulator(simulator, tmp_path):
     refused = kelvanectl("tray-down")
     assert refused.returncode == 1 and "Please IN first!" in refused.stderr
 
@@ -68,6 +69,17 @@ def test_reports_refusals_tec_readings_and_the_progress_line_against_the_simulat
     line = json.loads(jammed.stdout)
     assert (jammed.returncode, line["ok"], line["result"]) == (1, False, "up_refused: jammed")
     assert kelvanectl("fan", "set", "1", "10").returncode == 1
+
+    trace = str(tmp_path / "refusals.trace")
+    assert kelvanectl("--trace", trace, "tray-down").returncode == 1
+    simulator.control("sim.script", {"method": "vantrel.get_fan_speed", "action": "error",
+                                     "error": {"code": 5, "message": "fan gone"}})
+    assert kelvanectl("fan", "get", "2", "--trace", trace).returncode == 1
+    timeline = kelvanectl("trace", trace).stdout.splitlines()
+    assert re.match(r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z server\.mode +\[\] +result ", timeline[0])
+    assert re.search(r"vantrel\.get_fan_speed +\[2\] +error .* 5 fan gone$", timeline[-1])
+    stats = {line.split()[0]: line.split()[1:4] for line in kelvanectl("trace", trace, "--stats").stdout.splitlines()}
+    assert stats["server.mode"] == ["2", "0", "0"] and stats["vantrel.get_fan_speed"] == ["1", "1", "0"]
 
     plain = kelvanectl("tec", "1")
     fields = plain.stdout.rstrip("\n").split(",")

@@ -1,6 +1,12 @@
 #include "platform/file_append.hpp"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <fstream>
+#include <system_error>
 
 namespace kelvane {
 
@@ -16,6 +22,33 @@ bool appendToFile(const std::filesystem::path& path, std::string_view bytes) {
     if (!file) return false;
     file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     return true;
+}
+
+AppendingFile::AppendingFile(const std::filesystem::path& path) {
+    fd_ = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    struct stat status {};
+    if (fd_ >= 0 && ::fstat(fd_, &status) == 0) sizeAtOpen_ = static_cast<std::uint64_t>(status.st_size);
+}
+
+AppendingFile::~AppendingFile() {
+    if (fd_ >= 0) ::close(fd_);
+}
+
+bool AppendingFile::write(std::string_view bytes) {
+    if (fd_ < 0) return false;
+    while (!bytes.empty()) {
+        auto written = ::write(fd_, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+bool replaceFile(const std::filesystem::path& from, const std::filesystem::path& to) {
+    std::error_code error;
+    std::filesystem::rename(from, to, error);
+    return !error;
 }
 
 }  // namespace kelvane

@@ -1,6 +1,7 @@
 // Appending lines to the station's text files.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string_view>
 
@@ -13,5 +14,30 @@ bool isAscii(std::string_view text);
 // Creates the file when it is missing (never its folder) and appends the bytes at its end.
 // False when the file cannot be opened, e.g. because its folder does not exist.
 bool appendToFile(const std::filesystem::path& path, std::string_view bytes);
+
+// A file kept open for appending, for writers that add many lines: each write() goes to the
+// end of the file in one system call, so lines from several writers (even other processes)
+// never interleave within a line.
+class AppendingFile {
+public:
+    // Opens (creating) the file; isOpen() tells whether that worked.
+    explicit AppendingFile(const std::filesystem::path& path);
+    ~AppendingFile();
+    AppendingFile(const AppendingFile&) = delete;
+    AppendingFile& operator=(const AppendingFile&) = delete;
+
+    bool isOpen() const { return fd_ >= 0; }
+    // The file's size when it was opened.
+    std::uint64_t sizeAtOpen() const { return sizeAtOpen_; }
+    // False when not all bytes were written.
+    bool write(std::string_view bytes);
+
+private:
+    int fd_ = -1;
+    std::uint64_t sizeAtOpen_ = 0;
+};
+
+// Renames `from` to `to`, replacing `to`. False when it cannot.
+bool replaceFile(const std::filesystem::path& from, const std::filesystem::path& to);
 
 }  // namespace kelvane

@@ -4,6 +4,7 @@
 #include "rpc/dealer_link.hpp"
 #include "rpc/json_rpc.hpp"
 #include "rpc/pending_calls.hpp"
+#include "trace/call_trace.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -39,9 +40,13 @@ std::chrono::milliseconds callTimeout(const Value& kwargs,
 // comes from a thread of the client's own, the watcher's.
 struct RPCClientWrapper::Impl {
     Impl(std::string endpoint, Options options)
-        : options(options), link(context, std::move(endpoint), options.maxReplyBytes) {}
+        : options(options),
+          trace(CallTrace::fromEnvironment(endpoint)),
+          link(context, std::move(endpoint), options.maxReplyBytes) {}
 
     const Options options;
+    // Null unless the host's environment asked for a trace when the client was made.
+    const std::shared_ptr<CallTrace> trace;
     const SteadyClock::time_point created = SteadyClock::now();
     std::atomic<std::int64_t> nextId{1};
     // Set by the watcher for the reader, which connects anew at its next step.
@@ -71,13 +76,25 @@ struct RPCClientWrapper::Impl {
 
     Value call(const std::string& method, const Value& args, const Value& kwargs,
                RpcErrorSlot error) {
+        auto id = nextId.fetch_add(1);
+        if (!trace) return exchange(id, method, args, kwargs, error);
+        auto start = trace->begin();
+        std::optional<RpcError> failure;
+        Value result = exchange(id, method, args, kwargs, &failure);
+        trace->record(start, {id, method, args, kwargs, result, failure});
+        if (error) *error = std::move(failure);
+        return result;
+    }
+
+    // The call's whole life: every outcome a call can have is decided here.
+    Value exchange(std::int64_t id, const std::string& method, const Value& args,
+                   const Value& kwargs, RpcErrorSlot error) {
         auto fail = [&](int code, std::string message) -> Value {
             if (error) *error = RpcError{code, std::move(message)};
             return nullptr;
         };
         auto timeout = callTimeout(kwargs, options);
         auto deadline = SteadyClock::now() + timeout;
-        auto id = nextId.fetch_add(1);
         std::string request = jsonrpc::encodeRequest({id, method, args, kwargs});
 
         CallerPresence presence(calls);

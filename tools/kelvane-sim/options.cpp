@@ -8,6 +8,29 @@
 
 namespace kelvane::sim {
 
+namespace {
+
+void addReplayOptions(CLI::App& app, Options& options) {
+    auto* replay = app.add_option("--replay", options.replayFile,
+                                  "Answer from a trace recorded with KELVANE_TRACE (see docs/trace.md)")
+                      ->option_text("FILE");
+    app.add_option_function<std::string>(
+           "--replay-timing",
+           [&options](const std::string& timing) { options.replayRecordedTiming = timing == "recorded"; },
+           "fast: answer at once (default); recorded: wait each exchange's recorded duration")
+        ->option_text("fast|recorded")
+        ->check(CLI::IsMember({"fast", "recorded"}))
+        ->needs(replay);
+    app.add_flag("--replay-strict", options.replayStrict,
+                 "Answer a request the trace has no exchange for with an error, not the model")
+        ->needs(replay);
+    app.add_flag("--replay-exit", options.replayExit,
+                 "Stop (and report) once every recorded exchange was asked for")
+        ->needs(replay);
+}
+
+}  // namespace
+
 std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     Options options;
     int travelMs = static_cast<int>(options.world.travel.count());
@@ -29,6 +52,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     app.add_option("--seed", options.world.seed, "Seed of the TEC sensors' noise (default 1)");
     app.add_flag("--quiet", options.quiet, "Log nothing on stderr");
     app.set_version_flag("--version", "kelvane-sim (libKelvane) " KELVANE_VERSION_STRING);
+    addReplayOptions(app, options);
 
     try {
         app.parse(argc, argv);

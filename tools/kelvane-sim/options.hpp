@@ -12,6 +12,11 @@ struct Options {
     std::string bind = "tcp://127.0.0.1:7805";
     WorldSettings world;
     bool quiet = false;
+    // Answer from this trace file (docs/trace.md) rather than from the model.
+    std::string replayFile;
+    bool replayRecordedTiming = false;
+    bool replayStrict = false;
+    bool replayExit = false;  // stop once every recorded exchange was asked for
 };
 
 // The options, or nothing with `exitCode` set when the program should stop at once (after

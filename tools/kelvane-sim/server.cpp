@@ -17,6 +17,10 @@ constexpr milliseconds longestPollWait{100};
 // A client that sends more than this in one message is disconnected by ZeroMQ.
 constexpr std::int64_t largestRequestBytes = std::int64_t{16} << 20;
 constexpr std::size_t longestLoggedText = 300;
+// The replay's own control method: the report so far, as JSON.
+constexpr std::string_view replayReportMethod = "sim.replay_report";
+// Answered under --replay-strict to a request the trace has no exchange for.
+constexpr int noRecordedMatchError = -32010;
 
 std::string shortened(std::string text) {
     if (text.size() > longestLoggedText) {
@@ -41,7 +45,8 @@ std::optional<std::pair<Frames, std::string>> splitMessage(std::vector<zmq::mess
 
 }  // namespace
 
-Server::Server(SimulatedFixture& fixture, bool quiet) : fixture_(fixture), quiet_(quiet) {
+Server::Server(SimulatedFixture& fixture, bool quiet, std::optional<ReplaySettings> replay)
+    : fixture_(fixture), quiet_(quiet), replay_(std::move(replay)) {
     router_.set(zmq::sockopt::linger, 0);
     router_.set(zmq::sockopt::maxmsgsize, largestRequestBytes);
 }
@@ -92,6 +97,10 @@ void Server::handle(const Frames& envelope, std::string_view text) {
     }
     const auto& request = std::get<jsonrpc::Request>(read);
     log(request.method + " " + shortened(jsonrpc::toJson(request.params)));
+    if (request.method == replayReportMethod && replay_) {
+        reply(envelope, jsonrpc::encodeResult(request.id, replay_->book.report()));
+        return;
+    }
     if (ControlSurface::handles(request.method)) {
         reply(envelope, encodeOutcome(request.id, control_.call(request)));
         return;
@@ -101,6 +110,7 @@ void Server::handle(const Frames& envelope, std::string_view text) {
 
 void Server::serveControllerRequest(const Frames& envelope, const jsonrpc::Request& request) {
     journal_.record(request);
+    if (replay_ && replayAnswer(envelope, request)) return;
     auto script = scripts_.take(request.method);
     if (!script) {
         reply(envelope, encodeOutcome(request.id, modelAnswer(request)));
@@ -121,6 +131,31 @@ void Server::serveControllerRequest(const Frames& envelope, const jsonrpc::Reque
         return;
     }
     send(frames);
+}
+
+bool Server::replayAnswer(const Frames& envelope, const jsonrpc::Request& request) {
+    auto answer = replay_->book.take(request);
+    if (!answer) {
+        if (!replay_->strict) return false;
+        log("  (replay: no recorded match)");
+        reply(envelope, jsonrpc::encodeError(request.id, RpcError{noRecordedMatchError,
+            "no recorded exchange for " + request.method + " " + jsonrpc::toJson(request.params)}));
+        return true;
+    }
+    if (!answer->outcome) {
+        log("  (replay: no reply, as recorded)");
+        return true;
+    }
+    // The recorded answer goes out under the id of the request asking now.
+    Frames frames = envelope;
+    frames.emplace_back();
+    frames.push_back(encodeOutcome(request.id, *answer->outcome));
+    if (replay_->recordedTiming && answer->recordedDuration.count() > 0) {
+        delayed_.schedule(Clock::now() + answer->recordedDuration, std::move(frames));
+        return true;
+    }
+    send(frames);
+    return true;
 }
 
 Outcome Server::modelAnswer(const jsonrpc::Request& request) {

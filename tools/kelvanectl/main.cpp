@@ -6,6 +6,7 @@
 #include "outcome.hpp"
 #include "progress.hpp"
 #include "report.hpp"
+#include "trace_reading.hpp"
 
 #include <kelvane/kelvane.h>
 #include <kelvane/version.h>
@@ -14,7 +15,9 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
+#include <iostream>
 #include <optional>
 #include <string>
 
@@ -25,12 +28,14 @@ constexpr const char* helpFooter =
     "LEDs have no C interface and cannot be driven from here.\n"
     "Exit status: 0 done (also a watch ended with Ctrl-C), 1 the fixture refused or gave no\n"
     "reply, 2 the controller cannot be reached, 64 usage error. The library's own step-by-step\n"
-    "log is shown with --log.";
+    "log is shown with --log; --trace FILE records every controller call of the command\n"
+    "(see docs/trace.md), and \"kelvanectl trace FILE\" reads such a file.";
 
 struct Settings {
     std::string ip = "127.0.0.1";
     bool json = false;
     bool showLibraryLog = false;
+    std::string traceFile;  // empty: the environment's KELVANE_TRACE, if any, stands
 };
 
 // Runs the chosen command, publishes what it gives, and returns the exit status.
@@ -159,10 +164,24 @@ Report checkFloat(const std::string& text) {
     return {"is-float", succeeded(pure), stopwatch.seconds()};
 }
 
+// Prints the trace's timeline, or its figures per method.
+int readTraceFile(const std::string& path, bool stats) {
+    std::ifstream file(path);
+    if (!file) {
+        std::cerr << "kelvanectl: cannot read " << path << "\n";
+        return exitUsage;
+    }
+    Trace trace = readTrace(file);
+    std::cout << (stats ? statistics(trace) : timeline(trace));
+    return exitOk;
+}
+
 struct Inputs {
     Arguments arguments;
     std::string hexText;
     std::string floatText;
+    std::string traceFile;
+    bool traceStats = false;
 };
 
 void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
@@ -209,6 +228,18 @@ void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
             return publish(checkFloat(inputs.floatText), settings.json, console.messages());
         };
     });
+
+    CLI::App* trace = app.add_subcommand(
+        "trace", "Show a trace file as a timeline, or --stats per method (no fixture needed)");
+    trace->add_option("file", inputs.traceFile, "A file written with --trace or KELVANE_TRACE")
+        ->required();
+    trace->add_flag("--stats", inputs.traceStats,
+                    "Calls, errors, timeouts and p50/p90/p99/max ms per method");
+    trace->callback([&] {
+        chosen = [&](const Settings&, Console&) {
+            return readTraceFile(inputs.traceFile, inputs.traceStats);
+        };
+    });
 }
 
 int run(int argc, char** argv) {
@@ -222,6 +253,9 @@ int run(int argc, char** argv) {
     app.add_flag("--log", settings.showLibraryLog,
                  "Show the library's step-by-step log on standard error");
     app.set_version_flag("--version", "kelvanectl (libKelvane) " KELVANE_VERSION_STRING);
+    app.add_option("--trace", settings.traceFile,
+                   "Append one line per controller call to FILE (as KELVANE_TRACE does)")
+        ->option_text("FILE");
     app.require_subcommand(1);
     app.fallthrough();
     app.footer(helpFooter);
@@ -235,6 +269,8 @@ int run(int argc, char** argv) {
         int status = app.exit(error);
         return status == 0 ? exitOk : exitUsage;
     }
+    // The library reads it when the command's device is made.
+    if (!settings.traceFile.empty()) ::setenv("KELVANE_TRACE", settings.traceFile.c_str(), 1);
     Console console(settings.showLibraryLog);
     return chosen(settings, console);
 }

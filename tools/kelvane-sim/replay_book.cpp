@@ -1,0 +1,121 @@
+#include "replay_book.hpp"
+
+#include <algorithm>
+#include <fstream>
+
+namespace kelvane::sim {
+namespace {
+
+// A day: longer recorded durations (or nonsense ones) are cut to it, a wait the server can hold.
+constexpr double longestRecordedMs = 86'400'000;
+
+std::string keyOf(const std::string& method, const Value& params) {
+    return method + '\n' + jsonrpc::toJson(params.is_array() ? params : Value::array());
+}
+
+Value requestText(const std::string& method, const Value& params) {
+    return {{"method", method}, {"params", params}};
+}
+
+// The exchange of one trace line; a text saying what is wrong with it otherwise.
+std::variant<std::optional<ReplayedAnswer>, std::string> answerOf(const Value& line) {
+    auto outcome = line.value("outcome", std::string());
+    auto milliseconds = std::clamp(line.value("ms", 0.0), 0.0, longestRecordedMs);
+    ReplayedAnswer answer{std::nullopt, std::chrono::milliseconds(static_cast<long long>(milliseconds))};
+    if (outcome == "result") {
+        answer.outcome = Outcome::reply(line.value("result", Value()));
+    } else if (outcome == "error") {
+        const Value& error = line.value("error", Value::object());
+        if (!error.is_object()) return std::string("\"error\" is not an object");
+        answer.outcome = Outcome::failure(error.value("code", 0), error.value("message", std::string()));
+    } else if (outcome == "closed") {
+        return std::optional<ReplayedAnswer>{};
+    } else if (outcome != "timeout" && outcome != "not_reachable") {
+        return "unknown outcome \"" + outcome + "\"";
+    }
+    return std::optional<ReplayedAnswer>{answer};
+}
+
+}  // namespace
+
+std::variant<ReplayBook, std::string> ReplayBook::load(const std::string& path) {
+    std::ifstream file(path);
+    if (!file) return "cannot open " + path;
+    ReplayBook book;
+    std::string text;
+    for (int number = 1; std::getline(file, text); ++number) {
+        if (text.empty()) continue;
+        auto where = path + ":" + std::to_string(number) + ": ";
+        Value line = Value::parse(text, nullptr, false);
+        if (line.is_discarded() || !line.is_object() || !line.contains("method") ||
+            !line["method"].is_string()) {
+            return where + "not a trace line";
+        }
+        try {
+            auto answer = answerOf(line);
+            if (auto* problem = std::get_if<std::string>(&answer)) return where + *problem;
+            auto& recorded = std::get<std::optional<ReplayedAnswer>>(answer);
+            if (!recorded) continue;
+            book.add({line["method"].get<std::string>(), line.value("params", Value::array()),
+                      *recorded});
+        } catch (const Value::exception& error) {
+            return where + error.what();
+        }
+    }
+    return book;
+}
+
+void ReplayBook::add(Exchange exchange) {
+    byRequest_[keyOf(exchange.method, exchange.params)].unused.push_back(exchanges_.size());
+    exchanges_.push_back(std::move(exchange));
+}
+
+std::optional<ReplayedAnswer> ReplayBook::take(const jsonrpc::Request& request) {
+    auto queue = byRequest_.find(keyOf(request.method, request.params));
+    if (queue == byRequest_.end()) {
+        unmatched_.push_back(requestText(request.method, request.params));
+        return std::nullopt;
+    }
+    auto& [unused, last] = queue->second;
+    if (unused.empty()) {
+        ++repeated_;
+        return exchanges_[*last].answer;
+    }
+    last = unused.front();
+    unused.pop_front();
+    exchanges_[*last].used = true;
+    ++replayed_;
+    return exchanges_[*last].answer;
+}
+
+Value ReplayBook::report() const {
+    Value neverAsked = Value::array();
+    for (const auto& exchange : exchanges_) {
+        if (!exchange.used) neverAsked.push_back(requestText(exchange.method, exchange.params));
+    }
+    return {{"recorded", exchanges_.size()},
+            {"replayed", replayed_},
+            {"repeated", repeated_},
+            {"unmatched", unmatched_},
+            {"never_asked", neverAsked}};
+}
+
+std::string ReplayBook::reportText() const {
+    Value summary = report();
+    auto list = [](const Value& requests) {
+        std::string text;
+        for (const auto& request : requests) {
+            text += "  " + request["method"].get<std::string>() + " " +
+                    jsonrpc::toJson(request["params"]) + "\n";
+        }
+        return text;
+    };
+    return "replay: " + std::to_string(replayed_) + " of " + std::to_string(exchanges_.size()) +
+           " recorded exchanges replayed, " + std::to_string(repeated_) +
+           " answers repeated\n" + "requests with no recorded match: " +
+           std::to_string(unmatched_.size()) + "\n" + list(unmatched_) +
+           "recorded exchanges never asked for: " + std::to_string(summary["never_asked"].size()) +
+           "\n" + list(summary["never_asked"]);
+}
+
+}  // namespace kelvane::sim
