@@ -26,21 +26,20 @@ class Simulator:
         self.process = subprocess.Popen(
             [built("KELVANE_SIM"), "--bind", CONTROLLER_ENDPOINT, "--quiet"], stdout=subprocess.PIPE)
         line = self.process.stdout.readline().decode(errors="replace")
-        self.context = zmq.Context()
-        self.socket = self.context.socket(zmq.DEALER)
+        if not line.startswith("listening on "):
+            self.process.kill()
+            raise RuntimeError(f"kelvane-sim did not start on {CONTROLLER_ENDPOINT} (port busy?): {line!r}")
+        self.socket = zmq.Context.instance().socket(zmq.DEALER)
         self.socket.setsockopt(zmq.LINGER, 0)
         self.socket.setsockopt(zmq.RCVTIMEO, 3000)
         self.socket.connect(CONTROLLER_ENDPOINT)
         self.ids = itertools.count(1)
-        if not line.startswith("listening on "):
-            self.close()
-            raise RuntimeError(f"kelvane-sim did not start on {CONTROLLER_ENDPOINT} (port busy?): {line!r}")
 
     def control(self, method, *params):
         """The result of a "sim." call; raises on an error reply or none within 3 s."""
         request_id = next(self.ids)
-        request = {"jsonrpc": "2.0", "id": request_id, "method": method, "params": list(params)}
-        self.socket.send_multipart([b"", json.dumps(request).encode()])
+        self.socket.send_multipart([b"", json.dumps(
+            {"jsonrpc": "2.0", "id": request_id, "method": method, "params": list(params)}).encode()])
         reply = {}
         while reply.get("id") != request_id:
             reply = json.loads(self.socket.recv_multipart()[-1])
@@ -48,12 +47,8 @@ class Simulator:
             raise RuntimeError(f"{method}: {reply['error']}")
         return reply["result"]
 
-    def state(self):
-        return self.control("sim.state")
-
     def close(self):
         self.socket.close()
-        self.context.term()
         self.process.terminate()
         self.process.wait(timeout=5)
         self.process.stdout.close()

@@ -26,7 +26,8 @@ def test_a_fixture_cycle_with_texts_no_replies_and_tec_readings(simulator):
         assert "done" in fixture.fixture_lock("on") and fixture.fixture_lock("ON") == "Unknown state!"
         assert fixture.set_fan_speed(3, 40) and fixture.fan_speed(3) == "40"
         assert "done" in fixture.set_io(10, 1)
-        assert simulator.state()["lock"] == "on" and simulator.state()["io"]["10"] == 1
+        state = simulator.control("sim.state")
+        assert (state["lock"], state["io"]["10"]) == ("on", 1)
 
         line = fixture.tec_record(1)
         assert line.endswith(",(null)\r\n"), line

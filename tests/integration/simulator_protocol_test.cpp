@@ -15,21 +15,33 @@ using SimulatorProtocolTest = SimulatorTest;
 
 // "method not found: <method>" for unknown methods is what the fault campaign's probe relies on.
 TEST_F(SimulatorProtocolTest, ReqPeersAreServedAndUnreadableRequestsAreDroppedOrRejected) {
-    auto answers = rawExchange({"not json", R"({"jsonrpc":"2.0","method":"server.mode","params":[]})",
-                                R"({"jsonrpc":"2.0","id":5,"params":[]})",
-                                jsonrpc::encodeRequest({6, std::string(m::serverMode), Value::array(), nullptr})},
-                               2);
+    zmq::context_t context;
+    zmq::socket_t dealer(context, zmq::socket_type::dealer), req(context, zmq::socket_type::req);
+    for (auto* socket : {&dealer, &req}) {
+        socket->set(zmq::sockopt::linger, 0);
+        socket->set(zmq::sockopt::rcvtimeo, 5000);
+        socket->connect(sim.endpoint());
+    }
+    // Raw requests past the client's checks; only the last two have an id to answer.
+    const std::string requests[] = {"not json", R"({"jsonrpc":"2.0","method":"server.mode","params":[]})",
+                                    R"({"jsonrpc":"2.0","id":5,"params":[]})",
+                                    jsonrpc::encodeRequest({6, std::string(m::serverMode), Value::array(), nullptr})};
+    for (const auto& text : requests) {
+        dealer.send(zmq::message_t(), zmq::send_flags::sndmore);
+        dealer.send(zmq::buffer(text));
+    }
+    std::vector<std::string> answers;
+    for (std::vector<zmq::message_t> parts; answers.size() < 2; parts.clear()) {
+        ASSERT_TRUE(zmq::recv_multipart(dealer, std::back_inserter(parts)));
+        ASSERT_EQ(parts.size(), 2u) << "an empty delimiter, then the reply";
+        answers.push_back(parts.back().to_string());
+    }
     auto rejected = jsonrpc::decodeReply(answers[0]);
-    ASSERT_TRUE(rejected && rejected->error) << "the first two had no id to answer";
+    ASSERT_TRUE(rejected && rejected->error);
     EXPECT_EQ(rejected->id, 5);
     EXPECT_EQ(rejected->error->code, jsonrpc::invalidRequestError);
     EXPECT_EQ(jsonrpc::decodeReply(answers[1])->result, "normal");
 
-    zmq::context_t context;
-    zmq::socket_t req(context, zmq::socket_type::req);
-    req.set(zmq::sockopt::linger, 0);
-    req.set(zmq::sockopt::rcvtimeo, 5000);
-    req.connect(sim.endpoint());
     req.send(zmq::buffer(jsonrpc::encodeRequest({9, std::string(m::dutSensorRead), Value::array(), nullptr})));
     zmq::message_t answer;
     ASSERT_TRUE(req.recv(answer));

@@ -44,27 +44,6 @@ protected:
         EXPECT_EQ(sim.control("sim.script", Value::array({description})), "done");
     }
 
-    // Sends each text as a request on a raw DEALER socket, bypassing the client's checks, and
-    // returns the texts of the first `replies` answers ("" for one that did not come).
-    std::vector<std::string> rawExchange(const std::vector<std::string>& requests, std::size_t replies) {
-        zmq::context_t context;
-        zmq::socket_t dealer(context, zmq::socket_type::dealer);
-        dealer.set(zmq::sockopt::linger, 0);
-        dealer.set(zmq::sockopt::rcvtimeo, 5000);
-        dealer.connect(sim.endpoint());
-        for (const auto& text : requests) {
-            dealer.send(zmq::message_t(), zmq::send_flags::sndmore);
-            dealer.send(zmq::buffer(text));
-        }
-        std::vector<std::string> answers;
-        for (std::vector<zmq::message_t> parts; answers.size() < replies; parts.clear()) {
-            EXPECT_TRUE(zmq::recv_multipart(dealer, std::back_inserter(parts)));
-            EXPECT_EQ(parts.size(), 2u) << "an empty delimiter, then the reply";
-            answers.push_back(parts.empty() ? "" : parts.back().to_string());
-        }
-        return answers;
-    }
-
     // Polls (a real process, so real time) until the condition holds or a generous bound passes.
     static bool eventually(const std::function<bool()>& condition) {
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);

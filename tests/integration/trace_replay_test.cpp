@@ -23,7 +23,6 @@ namespace {
 
 namespace m = kelvane::methods;
 using ::testing::Contains;
-using ::testing::IsEmpty;
 using Results = std::vector<std::string>;
 
 constexpr std::chrono::milliseconds callWait{300}, callMargin{100};
@@ -43,8 +42,7 @@ Results stationSequence(FixtureControl& s) {
 }
 
 Value script(std::string_view method, Value how) {
-    how["method"] = std::string(method);
-    how["times"] = 1;
+    how["method"] = std::string(method), how["times"] = 1;
     return how;
 }
 
@@ -59,16 +57,11 @@ protected:
             return RPCClientWrapper::initWithIP(ip, port, options);
         };
         if (traced) ::setenv("KELVANE_TRACE", trace.c_str(), 1);
-        Platform platform{std::make_shared<VirtualClock>(), std::make_shared<CapturingLog>(), root.path(),
-                          connectTransport};
         auto session = FixtureControl::initWithIP(
             {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", controller.port()}}}, {"identifier", "Fixture3"}},
-            platform);
+            {std::make_shared<VirtualClock>(), std::make_shared<CapturingLog>(), root.path(), connectTransport});
         ::unsetenv("KELVANE_TRACE");
-        EXPECT_NE(session, nullptr);
-        if (session) {
-            EXPECT_TRUE(session->setUpTecMonitoring(4));
-        }
+        EXPECT_TRUE(session && session->setUpTecMonitoring(4));
         return session;
     }
 
@@ -94,10 +87,9 @@ TEST_F(TraceReplay, ARecordedCycleWithFaultsReplaysExactlyAndAChangedOneIsReport
     const Results recorded = recordWithFaults();
     ASSERT_FALSE(recorded.empty());
     // The faults took effect, so the replay has failures to reproduce.
-    EXPECT_EQ(recorded[2], "<no reply>");
-    EXPECT_EQ(recorded[4], "Fixture down action is executed,but down sensor is not OK\uFF01");
-    EXPECT_EQ(recorded[6], "io board busy (code 17)");
-    EXPECT_EQ(recorded[8], "(null)");
+    EXPECT_EQ(std::tie(recorded[2], recorded[4], recorded[6], recorded[8]),
+              std::tie("<no reply>", "Fixture down action is executed,but down sensor is not OK\uFF01",
+                       "io board busy (code 17)", "(null)"));
     EXPECT_THAT(recorded[9], ::testing::EndsWith(",(null) get null value.\r\n"));
 
     std::ifstream file(trace);
@@ -115,10 +107,9 @@ TEST_F(TraceReplay, ARecordedCycleWithFaultsReplaysExactlyAndAChangedOneIsReport
         EXPECT_EQ(stationSequence(*session), recorded);
         session.reset();
         Value report = replay.control("sim.replay_report");
-        EXPECT_EQ(report["recorded"], lines);
-        EXPECT_EQ(report["replayed"], lines);
-        EXPECT_THAT(report["unmatched"], IsEmpty());
-        EXPECT_THAT(report["never_asked"], IsEmpty());
+        report.erase("repeated");
+        EXPECT_EQ(report, (Value{{"recorded", lines}, {"replayed", lines}, {"unmatched", Value::array()},
+                                 {"never_asked", Value::array()}}));
     }
 
     // Another host: the cycle cut short, and a fan speed never recorded. Without --replay-strict

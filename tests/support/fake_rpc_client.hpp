@@ -5,15 +5,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
 #include <deque>
 #include <functional>
 #include <map>
 #include <mutex>
-#include <optional>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 namespace kelvane::testing {
 
@@ -42,8 +38,7 @@ public:
     // terminator) ends the test instead of hanging it.
     void limitCalls(std::size_t budget) {
         std::lock_guard lock(mutex_);
-        budget_ = budget;
-        spent_ = 0;
+        budget_ = budget, spent_ = 0;
     }
 
     // Answers queued for one method are used in order; the last one stays for later calls until
@@ -76,8 +71,8 @@ public:
         calls_.push_back(recorded);
         auto& queue = answers_[method];
         if (queue.empty()) return nullptr;
-        queue.front().used = true;
         ScriptedAnswer scripted = queue.front();
+        queue.front().used = true;
         if (queue.size() > 1) queue.pop_front();
         if (scripted.error && error) *error = scripted.error;
         return scripted.reply;

@@ -15,22 +15,20 @@ namespace kelvane::testing {
 
 // Whether resident size tells what the code holds: under ThreadSanitizer it also counts the
 // sanitizer's shadow of every page touched, several times the memory itself.
-#if defined(__SANITIZE_THREAD__)
-inline constexpr bool residentSizeIsMeaningful = false;
-#elif defined(__has_feature)
+#if defined(__has_feature)
 #if __has_feature(thread_sanitizer)
-inline constexpr bool residentSizeIsMeaningful = false;
-#else
-inline constexpr bool residentSizeIsMeaningful = true;
+#define KELVANE_TEST_UNDER_TSAN
 #endif
+#endif
+#if defined(__SANITIZE_THREAD__) || defined(KELVANE_TEST_UNDER_TSAN)
+inline constexpr bool residentSizeIsMeaningful = false;
 #else
 inline constexpr bool residentSizeIsMeaningful = true;
 #endif
 
 inline std::optional<std::size_t> residentBytes() {
     std::ifstream statm("/proc/self/statm");
-    std::size_t totalPages = 0;
-    std::size_t residentPages = 0;
+    std::size_t totalPages = 0, residentPages = 0;
     if (!(statm >> totalPages >> residentPages)) return std::nullopt;
     return residentPages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
 }

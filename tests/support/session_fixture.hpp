@@ -57,12 +57,7 @@ struct SessionFixture {
     SessionFixture() { controller->answer("server.mode", Value("normal")); }
 
     Platform platform() {
-        Platform platform;
-        platform.clock = clock;
-        platform.log = log;
-        platform.fileRoot = root.path();
-        platform.connect = [client = controller](const std::string&, std::uint32_t) { return client; };
-        return platform;
+        return {clock, log, root.path(), [client = controller](const std::string&, std::uint32_t) { return client; }};
     }
 
     static Value topology(Value scanSN = nullptr) {

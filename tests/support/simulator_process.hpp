@@ -32,7 +32,6 @@ public:
 
     std::uint32_t port() const { return port_; }
     std::string endpoint() const;  // "tcp://127.0.0.1:<port>"
-    bool running() const { return pid_ > 0; }
 
     // A call to the simulator (usually a "sim." method) through a client of this object's own.
     // With no error slot, an error or a missing reply is reported as a test failure.

@@ -3,39 +3,26 @@
 // real sleeping and no spinning. Poll loops on the test's own thread use VirtualClock instead.
 #pragma once
 
-#include <kelvane/Platform.hpp>
+#include "virtual_clock.hpp"
 
+#include <algorithm>
 #include <condition_variable>
-#include <cstddef>
-#include <list>
-#include <mutex>
+#include <set>
 
 namespace kelvane::testing {
 
 class SteppedClock final : public Clock {
 public:
-    explicit SteppedClock(double start = 1'700'000'000.0) : now_(start) {}
-
-    double now() override {
-        std::lock_guard lock(mutex_);
-        return now_;
-    }
-    double monotonic() override {
-        std::lock_guard lock(mutex_);
-        return monotonic_;
-    }
+    double now() override { return time_.now(); }
+    double monotonic() override { return time_.monotonic(); }
     void sleepFor(double seconds) override {
         std::unique_lock lock(mutex_);
         if (seconds <= 0) return;
-        if (free_) {
-            now_ += seconds;
-            monotonic_ += seconds;
-            return;
-        }
-        auto sleeper = sleepers_.insert(sleepers_.end(), Sleeper{monotonic_ + seconds});
+        if (free_) return time_.advance(seconds);
+        auto wakeUp = wakeUps_.insert(time_.monotonic() + seconds);
         changed_.notify_all();
-        changed_.wait(lock, [&] { return sleeper->woken; });
-        sleepers_.erase(sleeper);
+        changed_.wait(lock, [&] { return free_ || *wakeUp <= time_.monotonic(); });
+        wakeUps_.erase(wakeUp);
     }
 
     // Blocks until at least `count` threads sleep and have not been woken.
@@ -47,9 +34,7 @@ public:
     // asleep, even before their threads run again).
     void advance(double seconds) {
         std::lock_guard lock(mutex_);
-        now_ += seconds;
-        monotonic_ += seconds;
-        for (auto& sleeper : sleepers_) sleeper.woken = sleeper.woken || sleeper.wakeAt <= monotonic_;
+        time_.advance(seconds);
         changed_.notify_all();
     }
     // Wakes every sleeper, and from now on sleeps return at once (moving the clocks), so
@@ -57,28 +42,20 @@ public:
     void releaseAll() {
         std::lock_guard lock(mutex_);
         free_ = true;
-        for (auto& sleeper : sleepers_) sleeper.woken = true;
         changed_.notify_all();
     }
 
 private:
-    struct Sleeper {
-        double wakeAt;
-        bool woken = false;
-    };
-
-    std::size_t asleep() const {
-        std::size_t count = 0;
-        for (const auto& sleeper : sleepers_) count += sleeper.woken ? 0 : 1;
-        return count;
+    std::size_t asleep() {
+        const double at = time_.monotonic();
+        return free_ ? 0 : std::size_t(std::count_if(wakeUps_.begin(), wakeUps_.end(), [at](double w) { return w > at; }));
     }
 
-    mutable std::mutex mutex_;
+    std::mutex mutex_;
     std::condition_variable changed_;
-    double now_;
-    double monotonic_ = 1000.0;
+    VirtualClock time_;
     bool free_ = false;
-    std::list<Sleeper> sleepers_;
+    std::multiset<double> wakeUps_;
 };
 
 }  // namespace kelvane::testing

@@ -23,7 +23,6 @@
 
 namespace {
 
-using kelvane::Value;
 
 // The workers' rest between passes. Every sleep is shortened by the speed-up so that a run of
 // a few passes takes seconds; the controller's sensors still settle in real time.
@@ -41,10 +40,8 @@ public:
     void sleepFor(double seconds) override {
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [&] { return open_; });
-        if (seconds == workerRestSeconds) {
-            ++rests_;
-            changed_.notify_all();
-        }
+        rests_ += seconds == workerRestSeconds;
+        changed_.notify_all();
         lock.unlock();
         system_->sleepFor(seconds / speedUp);
     }
@@ -67,11 +64,6 @@ private:
     long rests_ = 0;
 };
 
-class Silent final : public kelvane::LogSink {
-public:
-    void write(std::string_view) override {}
-};
-
 std::string slotFolder(int slot) {
     return fmt::format("Users/stnuser/Library/Logs/Korva/active/group0-slot{}/user", slot);
 }
@@ -82,7 +74,7 @@ long runSwitchOn(int port, const std::filesystem::path& root, long passes,
     auto clock = std::make_shared<RunClock>();
     kelvane::Platform platform = kelvane::Platform::defaults();
     platform.clock = clock;
-    platform.log = std::make_shared<Silent>();
+    platform.log = std::make_shared<kelvane::CapturingLog>();  // kept from the output
     platform.fileRoot = root;
     auto session = kelvane::FixtureControl::initWithIP(
         {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", port}}}, {"identifier", identifier}}, platform);
@@ -105,10 +97,7 @@ int main(int argc, char** argv) {
         return 64;
     }
     try {
-        const int port = std::stoi(argv[1]);
         const std::filesystem::path root = argv[2];
-        const long passes = std::stol(argv[3]);
-        const int switchOns = std::stoi(argv[4]);
         std::vector<int> slots;
         for (int i = 5; i < argc; ++i) slots.push_back(std::stoi(argv[i]));
         std::sort(slots.begin(), slots.end());
@@ -116,13 +105,11 @@ int main(int argc, char** argv) {
         for (int slot : slots) std::filesystem::create_directories(root / slotFolder(slot));
 
         long records = 0;
-        for (int i = 0; i < switchOns; ++i) records += runSwitchOn(port, root, passes, slots);
-        std::printf("%ld\n", records);
-        for (int slot : slots) {
-            std::printf("%s\n", (root / slotFolder(slot) /
-                                 fmt::format("TecTemp_{}_Unit{}.csv", identifier, slot))
-                                    .c_str());
-        }
+        for (int left = std::stoi(argv[4]); left > 0; --left)  // SWITCH_ONS
+            records += runSwitchOn(std::stoi(argv[1]), root, std::stol(argv[3]), slots);
+        fmt::print("{}\n", records);
+        for (int slot : slots)
+            fmt::print("{}\n", (root / slotFolder(slot) / fmt::format("TecTemp_{}_Unit{}.csv", identifier, slot)).string());
         return 0;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "kelvane-tec-worker-run: %s\n", error.what());

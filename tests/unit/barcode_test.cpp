@@ -29,9 +29,7 @@ protected:
 
 TEST_F(Barcode, SecurityCheckStopsAtTheFirstCameraWithTheWrongSlot) {
     FixtureControlTestAccess::setSlotNumber(*session, 3);
-    auto first = addScanner(1);
-    auto second = addScanner(2);
-    auto third = addScanner(3);
+    auto first = addScanner(1), second = addScanner(2), third = addScanner(3);
     answerHealthy(*first, "slot1");
     answerHealthy(*second, "slot1");
 

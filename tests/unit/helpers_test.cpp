@@ -15,14 +15,8 @@ protected:
     std::shared_ptr<kelvane::FixtureControl> session = fixture.connect();
 };
 
-TEST_F(Helpers, HexTextHasTwoLowerCaseDigitsPerUtf8Byte) {
-    EXPECT_EQ(session->hexStringFromString("A"), "41");
-    EXPECT_EQ(session->hexStringFromString("\n"), "0a");
-    EXPECT_EQ(session->hexStringFromString(""), "");
-    EXPECT_EQ(session->hexStringFromString("°"), "c2b0");
-}
-
-TEST_F(Helpers, DecimalValuesFollowTheControllersCharacterTable) {
+TEST_F(Helpers, HexTextHasTwoLowerCaseDigitsPerUtf8ByteAndDecimalValuesFollowTheControllersTable) {
+    EXPECT_EQ(session->hexStringFromString("A\n°") + session->hexStringFromString(""), "410ac2b0");
     EXPECT_EQ(session->decimalFromHexString("1A2b"), Value::array({26, 43}));
     EXPECT_EQ(fixture.log->lines(), std::vector<std::string>{"decimalStr: [26,43]"});
     // Characters outside 0-9, A-F are valued c-87, unchecked: 'G' gives -16.
@@ -70,13 +64,10 @@ TEST(PureFloat, WholeTextMustBeOneNumber) {
 }
 
 TEST(Value, PrintsRepliesTheWayLogLinesShowThem) {
-    EXPECT_EQ(kelvane::describe(nullptr), "(null)");
-    EXPECT_EQ(kelvane::describe("up_done"), "up_done");
-    EXPECT_EQ(kelvane::describe(42), "42");
-    EXPECT_EQ(kelvane::describe(2.0), "2");
-    EXPECT_EQ(kelvane::describe(1.25), "1.25");
-    EXPECT_EQ(kelvane::describe(true), "1");
-    EXPECT_EQ(kelvane::describe(Value::array({10, 0})), "[10,0]");
+    std::string shown;
+    for (Value reply : {Value(), Value("up_done"), Value(42), Value(2.0), Value(1.25), Value(true), Value::array({10, 0})})
+        shown += kelvane::describe(reply) + " ";
+    EXPECT_EQ(shown, "(null) up_done 42 2 1.25 1 [10,0] ");
 }
 
 TEST(Value, IntegerValueReadsLeadingDigitsAndTreatsEverythingElseAsZero) {
@@ -90,15 +81,10 @@ TEST(Value, IntegerValueReadsLeadingDigitsAndTreatsEverythingElseAsZero) {
     EXPECT_EQ(kelvane::integerValue(1e300), LLONG_MAX);
 }
 
-TEST(Value, OnlyTheNumberOneIsActiveNotTheTextOne) {
-    EXPECT_TRUE(kelvane::isNumberOne(1));
-    EXPECT_TRUE(kelvane::isNumberOne(1.0));
-    EXPECT_FALSE(kelvane::isNumberOne("1"));
-    EXPECT_FALSE(kelvane::isNumberOne(2));
-    EXPECT_FALSE(kelvane::isNumberOne(nullptr));
-}
-
-TEST(Value, ExactTextAndSubstringTestsDiffer) {
+// Only the number one is active, not the text "1"; exact text and substring tests differ.
+TEST(Value, NumberOneExactTextAndSubstringTests) {
+    EXPECT_TRUE(kelvane::isNumberOne(1) && kelvane::isNumberOne(1.0));
+    EXPECT_FALSE(kelvane::isNumberOne("1") || kelvane::isNumberOne(2) || kelvane::isNumberOne(nullptr));
     EXPECT_TRUE(kelvane::isText("up_done", "up_done"));
     EXPECT_FALSE(kelvane::isText("up_done\r", "up_done"));
     EXPECT_FALSE(kelvane::isText(nullptr, "(null)"));
@@ -107,8 +93,4 @@ TEST(Value, ExactTextAndSubstringTestsDiffer) {
     EXPECT_TRUE(kelvane::describedContains(nullptr, "null"));
 }
 
-TEST(Value, UpperCasingIsUnicodeAware) {
-    EXPECT_EQ(kelvane::upperCased("blue"), "BLUE");
-    EXPECT_EQ(kelvane::upperCased("straße"), "STRASSE");
-    EXPECT_EQ(kelvane::upperCased("é"), "É");
-}
+TEST(Value, UpperCasingIsUnicodeAware) { EXPECT_EQ(kelvane::upperCased("blue straße é"), "BLUE STRASSE É"); }

@@ -3,9 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <map>
-#include <string>
-#include <vector>
 
 using kelvane::FixtureControl;
 using kelvane::Value;
@@ -79,7 +78,7 @@ TEST(TrayMotion, DeadlineCountsFromTheMoveReplyOnTheSteadyClockAndAllowsOneReadP
             SessionFixture fixture;
             auto session = readyToMove(fixture, move, move.ack, {0});
             double moveReturned = 0;
-            size_t linesAtMove = 0;
+            std::size_t linesAtMove = 0;
             std::vector<double> readStarts;
             fixture.controller->onCall([&](const kelvane::testing::RecordedCall& call) {
                 if (call.method == move.moveMethod) {
@@ -94,11 +93,8 @@ TEST(TrayMotion, DeadlineCountsFromTheMoveReplyOnTheSteadyClockAndAllowsOneReadP
             });
             EXPECT_EQ(((*session).*move.start)(), move.timeoutResult);
             // Reads start every 0.75 s from the move's reply; exactly one starts past the deadline.
-            ASSERT_GE(readStarts.size(), 2u);
+            ASSERT_EQ(readStarts.size(), std::size_t(std::ceil(move.deadline / 0.75)) + 1);
             for (size_t i = 0; i < readStarts.size(); ++i) EXPECT_EQ(readStarts[i], 0.75 * i);
-            EXPECT_LT(readStarts[readStarts.size() - 2], move.deadline);
-            EXPECT_GE(readStarts.back(), move.deadline);
-            EXPECT_LT(readStarts.back(), move.deadline + 0.5);
             EXPECT_EQ(fixture.log->lines().size(), linesAtMove);  // nothing logged on timeout
         }
     }

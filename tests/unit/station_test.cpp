@@ -65,10 +65,8 @@ TEST_F(Station, EepromReadGoesThroughTheBaseBoardOfTheFirstUnit) {
     board->answer("base_board.lock_read_eeprom_string", Value("FX-0042"));
     EXPECT_EQ(session->getFixtureIDFromEEPROMWithTimeout(2000), Value("FX-0042"));
     auto call = board->calls().front();
-    EXPECT_EQ(call.args.size(), 3u);
-    EXPECT_EQ(call.args[1], 32);
-    EXPECT_EQ(call.args[2], 30);
-    EXPECT_EQ(call.kwargs, (Value{{"timeout_ms", 2000}}));
+    EXPECT_EQ(Value::array({call.args.size(), call.args[1], call.args[2], call.kwargs}),
+              Value::array({3, 32, 30, Value{{"timeout_ms", 2000}}}));
 
     board->fail("base_board.lock_read_eeprom_string", {3, "locked"});
     fixture.log->clear();
