@@ -86,7 +86,8 @@ def test_reports_refusals_traces_tec_readings_and_the_progress_line_against_the_
     fields = plain.stdout.rstrip("\n").split(",")
     assert (plain.returncode, len(fields), fields[7]) == (0, 8, "(null)"), plain.stdout
     result = json.loads(kelvanectl("--json", "tec", "2").stdout)["result"]
-    assert list(result) == ["timestamp", "sensors", "pwm", "current", "item"] and len(result["sensors"]) == 4, result
+    assert list(result) == ["timestamp", "sensors", "pwm", "current", "item"]
+    assert all(20 < sensor < 30 for sensor in result["sensors"]), result
     simulator.control("sim.set", {"tec_faults": [{"kind": "send_refused", "slot": 3}]})
     missing = kelvanectl("--json", "tec", "3")
     line = json.loads(missing.stdout)

@@ -21,7 +21,8 @@ class PyzmqController:
 
     def __init__(self, answers):
         self.answers, self.requests = answers, []
-        self._socket = zmq.Context.instance().socket(zmq.REP)
+        self._context = zmq.Context()  # terminated on close, which frees the port at once
+        self._socket = self._context.socket(zmq.REP)
         self._socket.setsockopt(zmq.LINGER, 0)
         self._socket.bind(CONTROLLER_ENDPOINT)
         self._stop = threading.Event()
@@ -32,6 +33,7 @@ class PyzmqController:
         self._stop.set()
         self._thread.join(timeout=10)
         self._socket.close()
+        self._context.term()
 
     def _serve(self):
         while not self._stop.is_set():

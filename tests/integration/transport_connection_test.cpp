@@ -1,8 +1,13 @@
 // RPCClientWrapper against a controller that is not there, goes away, comes back, is slow for one
-// of several threads, or is still busy when the client is closed. Real sockets, kelvane-sim.
+// of several threads, or is still busy when the client is closed; and what it makes of each kind
+// of answer a controller can give: silence, odd timeouts, a reply at the size limit, a flood.
+// Real sockets, kelvane-sim. (Results, null results and errors reaching the caller are shown in
+// simulator_protocol_test.cpp.)
+#include "process_resources.hpp"
 #include "simulator_test_support.hpp"
 
 #include <future>
+#include <limits>
 
 namespace kelvane::testing {
 namespace {
@@ -12,7 +17,7 @@ using Stopwatch = std::chrono::steady_clock;
 
 const std::string serverMode(methods::serverMode);
 const std::string fanSpeed(methods::getFanSpeed);
-const Value longWait = {{"timeout_ms", 20000}};
+const Value longWait = {{"timeout_ms", 20000}}, shortWait = {{"timeout_ms", 100}};
 
 milliseconds since(Stopwatch::time_point start) {
     return std::chrono::duration_cast<milliseconds>(Stopwatch::now() - start);
@@ -94,6 +99,96 @@ TEST_F(TransportOutageTest, ClosingWithCallsInFlightFailsThemAndReturnsPromptly)
     client.reset();
     EXPECT_LT(since(start), milliseconds(2000));
     for (auto& call : inFlight) EXPECT_EQ(call.get(), jsonrpc::clientClosedError);
+}
+
+class TransportRepliesTest : public SimulatorTest {
+protected:
+    // The error code (0 when answered) of a call to fanSpeed, and how long it took.
+    std::pair<int, milliseconds> timedFailure(const Value& kwargs) {
+        auto start = Stopwatch::now();
+        auto [reply, error] = ask(fanSpeed, {1}, kwargs);
+        EXPECT_TRUE(!error || reply.is_null()) << "a failed call has no reply";
+        return {error ? error->code : 0,
+                std::chrono::duration_cast<milliseconds>(Stopwatch::now() - start)};
+    }
+};
+
+TEST_F(TransportRepliesTest, SilentControllerTimesOutAfterTimeoutMsPlusMarginOrTheDefaultThreeSeconds) {
+    script({{"method", fanSpeed}, {"action", "no_reply"}, {"times", 2}});
+    auto [code, took] = timedFailure(shortWait);
+    EXPECT_EQ(code, jsonrpc::timeoutError);
+    EXPECT_GE(took, milliseconds(600)) << "timeout_ms 100 plus the 500 ms margin";
+    EXPECT_LT(took, milliseconds(3000));
+    std::tie(code, took) = timedFailure(nullptr);
+    EXPECT_EQ(code, jsonrpc::timeoutError);
+    EXPECT_GE(took, milliseconds(3000));
+    EXPECT_LT(took, milliseconds(6000));
+
+    // The margin lets the controller's own answer arrive after timeout_ms has passed.
+    script({{"method", fanSpeed}, {"reply", "slow but in time"}, {"delay_ms", 300}, {"times", 1}});
+    EXPECT_EQ(call(fanSpeed, {1}, {{"timeout_ms", 0}}), "slow but in time");
+}
+
+TEST_F(TransportRepliesTest, OddTimeoutMsValuesNeitherOverflowNorLoseTheReply) {
+    for (Value timeout : {Value(std::numeric_limits<std::int64_t>::max()), Value(-5), Value(1.5),
+                          Value("soon"), Value(nullptr)}) {
+        EXPECT_EQ(call(fanSpeed, {1}, {{"timeout_ms", timeout}}), 0) << describe(timeout);
+    }
+}
+
+// (Late, garbage, misaddressed and oversize replies are dropped: the fault campaign.)
+TEST_F(TransportRepliesTest, ReplyOfExactlyTheMessageLimitIsAccepted) {
+    constexpr long long limit = 1 << 20;
+    script({{"method", fanSpeed}, {"action", "oversize"}, {"bytes", limit}, {"times", 1}});
+    Value atLimit = call(fanSpeed, {1}, {{"timeout_ms", 2000}});
+    ASSERT_TRUE(atLimit.is_string());
+    EXPECT_GT(atLimit.get<std::string>().size(), std::size_t(limit) - 100);
+}
+
+// A peer that sends frames nobody asked for while the client is idle costs a bounded amount of
+// memory, and the client still gets its replies afterwards.
+TEST(TransportFlood, IdleClientBuffersABoundedAmountOfUnaskedDataAndStillWorks) {
+    if (!residentBytes()) GTEST_SKIP() << "no /proc/self/statm: resident memory is not readable here";
+    zmq::context_t context;
+    zmq::socket_t peer(context, zmq::socket_type::dealer);
+    peer.set(zmq::sockopt::linger, 0);
+    peer.set(zmq::sockopt::sndhwm, 1);  // the flood is not to pile up on this side either
+    peer.set(zmq::sockopt::sndtimeo, 200);
+    peer.set(zmq::sockopt::rcvtimeo, 5000);
+    peer.bind("tcp://127.0.0.1:*");
+    auto endpoint = peer.get(zmq::sockopt::last_endpoint);
+    auto port = static_cast<std::uint32_t>(std::stoul(endpoint.substr(endpoint.rfind(':') + 1)));
+    auto client = RPCClientWrapper::initWithIP("127.0.0.1", port);
+    ASSERT_TRUE(client);
+    // Answers one request of the client with "served".
+    auto serveOne = [&] {
+        std::vector<zmq::message_t> request;
+        if (!zmq::recv_multipart(peer, std::back_inserter(request)) || request.size() != 2) return false;
+        auto decoded = jsonrpc::decodeRequest(request[1].to_string_view());
+        if (!decoded) return false;
+        peer.send(zmq::message_t(), zmq::send_flags::sndmore);
+        return peer.send(zmq::buffer(jsonrpc::encodeResult(decoded->id, "served"))).has_value();
+    };
+    auto served = [&] {
+        auto reply = std::async(std::launch::async, [&] { return client->rpc("server.mode", nullptr); });
+        EXPECT_TRUE(serveOne());
+        return reply.get() == "served";
+    };
+    ASSERT_TRUE(served());
+
+    auto before = *residentBytes();
+    constexpr std::size_t frameBytes = 256 << 10;
+    constexpr int frames = 1000;  // 250 MiB, were it all kept
+    const std::string junk(frameBytes, 'x');
+    int sent = 0;
+    // Single frames, so a send refused for back-pressure leaves no message half sent.
+    while (sent < frames && peer.send(zmq::buffer(junk))) ++sent;
+    peer.set(zmq::sockopt::sndtimeo, 5000);
+    auto grown = static_cast<long long>(*residentBytes()) - static_cast<long long>(before);
+    if (residentSizeIsMeaningful) {
+        EXPECT_LT(grown, 32ll << 20) << sent << " frames of 256 KiB sent unasked";
+    }
+    EXPECT_TRUE(served()) << "the client reads past what nobody asked for";
 }
 
 }  // namespace
