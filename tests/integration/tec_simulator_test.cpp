@@ -1,8 +1,15 @@
-// TEC monitoring of a session over the real transport against kelvane-sim: four slots' workers
-// run pass by pass in virtual time with faults injected per slot. (A reading on demand through
-// the real transport is kelvanectl's test, tests/python/test_kelvanectl.py.)
+// TEC through kelvane-sim. The CAN bridge and the TEC controllers behind it, fed the frames the
+// library cuts and read back through the library's receiver, with raw "can.send"/"can.recv" calls
+// where the library would hide what the bridge does. Then TEC monitoring of a session over the
+// real transport: four slots' workers run pass by pass in virtual time with faults injected per
+// slot. (A reading on demand through the real transport is kelvanectl's test,
+// tests/python/test_kelvanectl.py.)
 #include "session_fixture.hpp"
-#include "simulator_process.hpp"
+#include "simulator_test_support.hpp"
+#include "virtual_clock.hpp"
+
+#include "can/frames.hpp"
+#include "can/receiver.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,15 +21,92 @@
 #include <fstream>
 #include <regex>
 
+namespace kelvane::testing {
 namespace {
 
-using kelvane::FixtureControl;
-using kelvane::Value;
-using kelvane::testing::SimulatorProcess;
-using kelvane::testing::TemporaryDirectory;
+namespace m = kelvane::methods;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::UnorderedElementsAre;
+
+constexpr int slotOneId = 2080;
+
+class SimulatorCanTest : public SimulatorTest {
+protected:
+    std::vector<can::Frame> frames(const std::string& command) { return can::framesForCommand(bridge, command, 1); }
+    void send(int slot, const std::vector<can::Frame>& frames) {
+        for (const auto& frame : frames) ASSERT_EQ(call(m::canSend, {slotOneId + slot - 1, frame, "EXTEND"}), "done");
+    }
+    std::string exchange(int slot, const std::string& command) {
+        send(slot, frames(command));
+        return can::receiveAnswer(bridge, slot);
+    }
+    Value slotState(int slot) { return sim.control("sim.state")["tec"][std::to_string(slot)]; }
+
+    VirtualClock clock;
+    CapturingLog log;
+    can::Bridge bridge{client, clock, log, [](std::int32_t, const std::string&) {}};
+};
+
+TEST_F(SimulatorCanTest, ControllersReassembleEveryFrameShapeAndAnswerInFrames) {
+    EXPECT_EQ(call(m::canOpen, {500000}, {{"timeout_ms", 3000}}), "done");
+    const std::regex power(R"(TEC : 12\.00 V, \d+\.\d\d A, \d+\.\d\d W ,PWM: -\d+\.\d\d% OK\x03)");
+    const std::pair<const char*, int> shapes[] = {{"ver", 1}, {"get ver", 2}, {"get tec power", 3},
+                                                  {"set tec target:25.00 C", 4}};
+    for (const auto& [command, count] : shapes) {
+        ASSERT_EQ(frames(command).size(), std::size_t(count)) << command;
+        const int before = slotState(3)["frames_in"].get<int>();
+        const std::string answer = exchange(3, command);
+        EXPECT_EQ(slotState(3)["last_command"], command);
+        EXPECT_EQ(slotState(3)["frames_in"], before + count) << command;
+        if (count == 3) EXPECT_TRUE(std::regex_match(answer, power)) << answer << " (cooling: PWM negative)";
+        else EXPECT_EQ(answer, "ERR\x03") << command << ": unknown commands get no OK";
+    }
+
+    auto iso = frames("set tec target:25.00 C");
+    iso[2][0] = 0x22, iso[3][0] = 0x23;
+    send(3, iso);
+    EXPECT_EQ(can::receiveAnswer(bridge, 3), "") << "an ISO-style sequence is not the controllers' shape";
+    EXPECT_EQ(slotState(3)["rejected_frames"], 2) << "the 0x22 out of turn, then the 0x23";
+    EXPECT_EQ(call(m::canSend, {slotOneId, frames("get tec power")[0]}),
+              "can_send_refused: the message id needs \"EXTEND\" (above 0x7FF)");
+}
+
+TEST_F(SimulatorCanTest, FaultsApplyToTheirSlotAndCommandForTheirTimesUntilReset) {
+    Value faults = Value::array({
+        {{"kind", "fail"}, {"slot", 1}, {"command", "get tec power"}, {"times", 1}},
+        {{"kind", "low_reading"}, {"slot", 1}, {"sensor", 3}},
+        {{"kind", "empty_answer"}, {"slot", 2}, {"command", "get tec temp:2"}},
+        {{"kind", "no_answer"}, {"slot", 2}},
+        {{"kind", "recv_nothing"}, {"slot", 3}, {"times", 1}},
+        {{"kind", "send_refused"}, {"slot", 4}, {"times", 1}},
+        {{"kind", "send_error"}, {"slot", 4}, {"times", 1}},
+        {{"kind", "no_ok"}, {"slot", 4}},
+        {{"kind", "sensor_offset"}, {"slot", 4}, {"sensor", 2}},
+    });
+    EXPECT_EQ(sim.control("sim.set", Value::array({{{"tec_faults", faults}}})), "done");
+
+    EXPECT_TRUE(exchange(1, "get tec power").ends_with("% FAIL\x03"));
+    EXPECT_TRUE(exchange(1, "get tec power").ends_with("% OK\x03")) << "used up after one time";
+    EXPECT_EQ(exchange(1, "get tec temp:3"), "TEC temp: 18.00 C OK\x03");
+    EXPECT_EQ(exchange(1, "get tec temp:3"), "TEC temp: 18.00 C OK\x03") << "without times: until cleared";
+    EXPECT_EQ(exchange(2, "get tec temp:1"), "") << "nothing queued: can.recv answers {}";
+    send(2, frames("get tec temp:2"));
+    EXPECT_EQ(call(m::canRecv), (Value{{"data", {0, 3}}})) << "an empty answer: one frame without text";
+    send(3, frames("get ver"));
+    EXPECT_TRUE(call(m::canRecv).is_null()) << "the frame waits, the bridge reports nothing";
+    EXPECT_EQ(can::receiveAnswer(bridge, 3), "ERR\x03");
+    EXPECT_EQ(call(m::canSend, {slotOneId + 3, frames("ver")[0], "EXTEND"}), "busy");
+    EXPECT_EQ(failure(m::canSend, {slotOneId + 3, frames("ver")[0], "EXTEND"}), -32000);
+    EXPECT_TRUE(exchange(4, "get tec power").ends_with("%\x03")) << "no OK";
+    std::string one = exchange(4, "get tec temp:1"), two = exchange(4, "get tec temp:2");
+    EXPECT_GT(std::stod(two.substr(10)) - std::stod(one.substr(10)), 3.0) << one << " / " << two;
+    EXPECT_EQ(slotState(1)["faults"].size(), 1u);
+
+    sim.control("sim.reset");
+    EXPECT_TRUE(exchange(1, "get tec temp:3").starts_with("TEC temp: 2"));
+    EXPECT_NE(exchange(2, "get tec temp:1"), "");
+}
 
 constexpr double restBetweenPasses = 1.5;
 
@@ -30,7 +114,7 @@ constexpr double restBetweenPasses = 1.5;
 // time at once. A worker's 1.5 s rest after a pass waits for the test instead, which lets all the
 // resting workers go together: left to the clock alone, a rest would end while other slots still
 // run their passes, and the slots' pass counts would drift apart.
-class PassStepper final : public kelvane::Clock {
+class PassStepper final : public Clock {
 public:
     double now() override { return time_.now(); }
     double monotonic() override { return time_.monotonic(); }
@@ -61,7 +145,7 @@ public:
     }
 
 private:
-    kelvane::testing::VirtualClock time_;
+    VirtualClock time_;
     std::mutex mutex_;
     std::condition_variable changed_;
     std::size_t rests_ = 0, round_ = 0;
@@ -105,8 +189,7 @@ TEST(TecSimulator, FourWorkersRunPassByPassAndRecordTheInjectedFaults) {
     SimulatorProcess sim;
     TemporaryDirectory root;
     auto stepper = std::make_shared<PassStepper>();
-    kelvane::Platform platform{stepper, std::make_shared<kelvane::CapturingLog>(), root.path(),
-                               kelvane::Platform::defaults().connect};
+    Platform platform{stepper, std::make_shared<CapturingLog>(), root.path(), Platform::defaults().connect};
     auto session = FixtureControl::initWithIP(
         {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", sim.port()}}}, {"identifier", "Fixture3"}}, platform);
     ASSERT_NE(session, nullptr);
@@ -156,3 +239,4 @@ TEST(TecSimulator, FourWorkersRunPassByPassAndRecordTheInjectedFaults) {
 }
 
 }  // namespace
+}  // namespace kelvane::testing
