@@ -133,11 +133,9 @@ Results fieldsOf(const std::string& summary) {
     return fields;
 }
 
-// How kelvane-sim answers the first call of a method: sim.script keys besides "method", "times".
-struct How {
-    std::string kind;  // as docs/reliability.md counts them
-    Value script;
-};
+// How kelvane-sim answers the first call of a method: the kind, as docs/reliability.md counts
+// them, and the sim.script keys besides "method" and "times".
+struct How { std::string kind; Value script; };
 How late(std::optional<Value> reply = {}) {
     Value script = {{"delay_ms", lateDelayMs}};
     if (reply) script["reply"] = *reply;
@@ -151,12 +149,7 @@ How error(int code, const char* message) {
 }
 // A fault on the first call of `method`, the operation of a cycle that meets it, and exactly
 // what that operation returns ("{speed}": the speed set).
-struct Fault {
-    How how;
-    std::string_view method;
-    Op op;
-    std::string expected;
-};
+struct Fault { How how; std::string_view method; Op op; std::string expected; };
 
 // Faults that ZeroMQ's own limits do not involve, each kind on several methods. Wrong JSON
 // types, one per position of a reply: anything but the request's integer id is another call's

@@ -54,7 +54,7 @@ TEST(TraceWriter, LinesCarryTheCallAndBothClocksAndEachOutcomeHasItsName) {
     clock->stepWallClock(-3600);  // a time sync: the wall time jumps, the trace's seconds do not
     clock->advance(1.5);
     namespace rpc = kelvane::jsonrpc;
-    const std::pair<int, const char*> failures[] = {{-32601, "error"}, {rpc::timeoutError, "timeout"},
+    const std::pair<int, std::string> failures[] = {{-32601, "error"}, {rpc::timeoutError, "timeout"},
         {rpc::notConnectedError, "not_reachable"}, {rpc::clientClosedError, "closed"}};
     for (auto [code, outcome] : failures) traceCall(trace, 8, nullptr, RpcError{code, outcome});
 
