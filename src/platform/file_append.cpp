@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
 #include <system_error>
 
 namespace kelvane {
@@ -18,10 +17,8 @@ bool isAscii(std::string_view text) {
 }
 
 bool appendToFile(const std::filesystem::path& path, std::string_view bytes) {
-    std::ofstream file(path, std::ios::binary | std::ios::app);
-    if (!file) return false;
-    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    return true;
+    AppendingFile file(path);
+    return file.isOpen() && file.write(bytes);
 }
 
 AppendingFile::AppendingFile(const std::filesystem::path& path) {

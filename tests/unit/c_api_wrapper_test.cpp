@@ -97,7 +97,9 @@ TEST(CApiWrapperTest, NullDestroyedAndUnknownHandlesAndThrowingOperationsGiveThe
         for (KelvaneHandle handle : {KelvaneHandle(nullptr), destroyed, unknown}) {
             EXPECT_EQ(call(handle), expected) << name << " on " << handle;
         }
-        if (name != std::string("getConnectFlag")) EXPECT_EQ(call(throwing.handle), expected) << name << " throwing";
+        if (name != std::string("getConnectFlag")) {
+            EXPECT_EQ(call(throwing.handle), expected) << name << " throwing";
+        }
     }
     EXPECT_THAT(fixture.controller->methods(), ElementsAre("server.mode"))
         << "no RPC after the destroy";

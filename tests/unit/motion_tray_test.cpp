@@ -66,8 +66,10 @@ TEST(TrayMotion, ExactAcknowledgementThenTheNumberOneFromTheTargetSensorIsSucces
             const bool acknowledged = reply == move.ack;
             EXPECT_EQ(((*session).*move.start)(), acknowledged ? Value(move.successResult) : reply);
             EXPECT_EQ(fixture.controller->methods().back(), acknowledged ? move.sensor : move.moveMethod);
-            if (acknowledged) EXPECT_THAT(fixture.clock->sleeps(), ElementsAre(0.5, 0.5, 0.5));
-            if (acknowledged) EXPECT_EQ(fixture.log->lines().back(), move.successLog);
+            if (acknowledged) {
+                EXPECT_THAT(fixture.clock->sleeps(), ElementsAre(0.5, 0.5, 0.5));
+                EXPECT_EQ(fixture.log->lines().back(), move.successLog);
+            }
         }
     }
 }

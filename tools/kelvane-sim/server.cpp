@@ -122,15 +122,10 @@ void Server::serveControllerRequest(const Frames& envelope, const jsonrpc::Reque
         log("  (scripted: no reply)");
         return;
     }
-    Frames frames = envelope;
-    frames.emplace_back();
-    frames.push_back(std::move(*message));
     if (script->delay.count() > 0) {
         log("  (scripted: sent in " + std::to_string(script->delay.count()) + " ms)");
-        delayed_.schedule(Clock::now() + script->delay, std::move(frames));
-        return;
     }
-    send(frames);
+    reply(envelope, std::move(*message), script->delay);
 }
 
 bool Server::replayAnswer(const Frames& envelope, const jsonrpc::Request& request) {
@@ -147,14 +142,8 @@ bool Server::replayAnswer(const Frames& envelope, const jsonrpc::Request& reques
         return true;
     }
     // The recorded answer goes out under the id of the request asking now.
-    Frames frames = envelope;
-    frames.emplace_back();
-    frames.push_back(encodeOutcome(request.id, *answer->outcome));
-    if (replay_->recordedTiming && answer->recordedDuration.count() > 0) {
-        delayed_.schedule(Clock::now() + answer->recordedDuration, std::move(frames));
-        return true;
-    }
-    send(frames);
+    reply(envelope, encodeOutcome(request.id, *answer->outcome),
+          replay_->recordedTiming ? answer->recordedDuration : milliseconds{0});
     return true;
 }
 
@@ -163,10 +152,14 @@ Outcome Server::modelAnswer(const jsonrpc::Request& request) {
     return Outcome::failure(jsonrpc::methodNotFoundError, "method not found: " + request.method);
 }
 
-void Server::reply(const Frames& envelope, std::string message) {
+void Server::reply(const Frames& envelope, std::string message, milliseconds delay) {
     Frames frames = envelope;
     frames.emplace_back();
     frames.push_back(std::move(message));
+    if (delay.count() > 0) {
+        delayed_.schedule(Clock::now() + delay, std::move(frames));
+        return;
+    }
     send(frames);
 }
 

@@ -11,6 +11,7 @@
 
 #include <zmq.hpp>
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -45,7 +46,9 @@ private:
     Outcome modelAnswer(const jsonrpc::Request& request);
     // True when the replay answered (or silenced) the request.
     bool replayAnswer(const Frames& envelope, const jsonrpc::Request& request);
-    void reply(const Frames& envelope, std::string message);
+    // Sends the reply now, or holds it back for `delay` without keeping other clients waiting.
+    void reply(const Frames& envelope, std::string message,
+               std::chrono::milliseconds delay = std::chrono::milliseconds{0});
     void send(const Frames& frames);
     void sendDue();
     void log(const std::string& line) const;
