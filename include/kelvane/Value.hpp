@@ -15,7 +15,25 @@ using Value = nlohmann::json;
 
 // The value's printed text, as a log line or a result text shows it:
 // texts as they are, integers in decimal, floating numbers in their shortest form ("2" for 2.0),
-// booleans as 1 and 0, nil as "(null)", arrays and dictionaries as compact JSON.
+// booleans as 1 and 0, nil as "(null)". Arrays and dictionaries take the old-style property-list
+// layout: four spaces of indentation a level, a nested collection adding its own to its parent's,
+// dictionary keys in the order of their UTF-16 code units. [7805, -1, null, "in_done"] prints as
+//   (
+//       7805,
+//       "-1",
+//       "<null>",
+//       "in_done"
+//   )
+// and {"FixtureIP": {"ip": "10.0.0.20", "port": 7805}} as
+//   {
+//       FixtureIP =     {
+//           ip = "10.0.0.20";
+//           port = 7805;
+//       };
+//   }
+// Inside them every element, key and value is its printed text (nil as "<null>"), left bare
+// when it is only ASCII letters and digits and quoted otherwise: \ and " escaped, the controls
+// 7 to 12 as \a \b \t \n \v \f, each UTF-16 unit from 0x80 on as \Uxxxx, zero characters left out.
 KELVANE_API std::string describe(const Value& value);
 
 // The value read as an integer: a number truncated, a boolean 0 or 1, a text by its leading

@@ -28,10 +28,13 @@
  * the caller. A returned text belongs to the thread that called and stays valid until that
  * thread's next call into the library, also when the device is destroyed meanwhile; copy it
  * before then. NULL means the controller gave no reply (or the device has no session). A reply
- * that is not a text is returned as its printed form (a number as "1", a list or dictionary as
- * compact JSON). A text reply holding zero bytes is returned whole, each zero byte replaced by
- * U+FFFD (the bytes EF BF BD): the library judges a reply on its whole text (a "done" after a
- * zero byte counts), and the host sees that same text rather than a C string cut short.
+ * that is not a text is returned as its printed form, as the process log shows it: a number as
+ * "1", a list or dictionary in the old-style property-list layout over several lines, texts in
+ * it quoted unless they are ASCII letters and digits ([1, "a b"] as "(\n    1,\n    \"a b\"\n)",
+ * {"state": "in_done"} as "{\n    state = \"in_done\";\n}"). A text reply holding zero bytes is
+ * returned whole, each zero byte replaced by U+FFFD (the bytes EF BF BD): the library judges a
+ * reply on its whole text (a "done" after a zero byte counts), and the host sees that same text
+ * rather than a C string cut short.
  *
  * A device whose controller could not be reached at creation has no session: getConnectFlag
  * gives 0 and every operation gives NULL, 0 or false without any RPC.

@@ -178,7 +178,7 @@ std::vector<Fault> catalogue() {
         {raw(R"({"jsonrpc":"2.0","id":{id},"error":{"code":7,"message":42}})"), m::fixtureOut, Op::trayOut, none},
         {raw(R"({"jsonrpc":"2.0","id":{id},"error":null,"result":{result}})"), m::getFanSpeed, Op::getFan, "{speed}"},
         {raw(R"({"result":{result},"id":{id},"jsonrpc":"2.0"})"), m::setFanSpeed, Op::setFan, "true"},
-        {raw(R"({"jsonrpc":"2.0","id":{id},"result":{"a":1}})"), m::fixtureIn, Op::trayIn, R"({"a":1})"},
+        {raw(R"({"jsonrpc":"2.0","id":{id},"result":{"a":1}})"), m::fixtureIn, Op::trayIn, "{\n    a = 1;\n}"},
         {raw(R"({"jsonrpc":"2.0","id":{id},"result":true})"), m::fixtureUp, Op::trayUp, "1"},
         {raw(R"({"jsonrpc":"2.0","id":{id},"result":99999999999})"), m::upSensorRead, Op::positions,
          "0;1;2147483647;0"},

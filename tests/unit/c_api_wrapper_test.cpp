@@ -50,7 +50,7 @@ TEST(CApiWrapperTest, DeviceSkipsTheScannerCheckAndPrintsNonTextReplies) {
     EXPECT_THAT(fixture.log->lines(), Not(Contains("***Barcode Security Check***")));
 
     EXPECT_EQ(text(checkDUTSensor(device.handle)), "1");
-    EXPECT_EQ(text(trayUp(device.handle)), R"({"code":3})");
+    EXPECT_EQ(text(trayUp(device.handle)), "{\n    code = 3;\n}");
     EXPECT_EQ(text(fixtureInit(device.handle)), "(NULL)");
     EXPECT_EQ(text(fixtureLock(device.handle, nullptr)), "Unknown state!");
     EXPECT_THAT(fixture.controller->methods(), Not(Contains("vantrel.magnet_control")));

@@ -55,8 +55,9 @@ std::pair<std::string, std::string> shapeAndPayload(const std::vector<Frame>& fr
 
 TEST_F(CanBridge, CommandsAreCutIntoTheShapesTheControllersExpect) {
     EXPECT_EQ(framesForCommand(bridge, "abc", 3), (std::vector<Frame>{{4, 0x61, 0x62, 0x63, 3}}));
-    EXPECT_EQ(monitor, (Lines{"3|handleCanCMD: abc", "3|command array will send: [[4,97,98,99,3]]"}));
-    EXPECT_EQ(log.lines(), (Lines{"hexStr: 616263", "tmpStr: 61626303", "decimalStr: [4,97,98,99,3]"}));
+    EXPECT_EQ(monitor, (Lines{"3|handleCanCMD: abc", "3|command array will send: (\n        (\n        4,\n"
+                                                     "        97,\n        98,\n        99,\n        3\n    )\n)"}));
+    EXPECT_EQ(log.lines(), (Lines{"hexStr: 616263", "tmpStr: 61626303", "decimalStr: (\n    4,\n    97,\n    98,\n    99,\n    3\n)"}));
     EXPECT_EQ(framesForCommand(bridge, "", 1), (std::vector<Frame>{{1, 3}}));
 
     // The last frame is never padded nor cut: it may carry up to 10 bytes.

@@ -18,7 +18,7 @@ protected:
 TEST_F(Helpers, HexTextHasTwoLowerCaseDigitsPerUtf8ByteAndDecimalValuesFollowTheControllersTable) {
     EXPECT_EQ(session->hexStringFromString("A\n°") + session->hexStringFromString(""), "410ac2b0");
     EXPECT_EQ(session->decimalFromHexString("1A2b"), Value::array({26, 43}));
-    EXPECT_EQ(fixture.log->lines(), std::vector<std::string>{"decimalStr: [26,43]"});
+    EXPECT_EQ(fixture.log->lines(), std::vector<std::string>{"decimalStr: (\n    26,\n    43\n)"});
     // Characters outside 0-9, A-F are valued c-87, unchecked: 'G' gives -16.
     EXPECT_EQ(session->decimalFromHexString("0G"), Value::array({-16}));
     EXPECT_THROW(session->decimalFromHexString("414"), std::out_of_range);
@@ -67,7 +67,19 @@ TEST(Value, PrintsRepliesTheWayLogLinesShowThem) {
     std::string shown;
     for (Value reply : {Value(), Value("up_done"), Value(42), Value(2.0), Value(1.25), Value(true), Value::array({10, 0})})
         shown += kelvane::describe(reply) + " ";
-    EXPECT_EQ(shown, "(null) up_done 42 2 1.25 1 [10,0] ");
+    EXPECT_EQ(shown, "(null) up_done 42 2 1.25 1 (\n    10,\n    0\n) ");
+
+    // Collections in the property-list layout (nested ones: the CAN and session tests), where
+    // only ASCII words stay bare and keys follow their UTF-16 units (U+1F600 before U+FF5E).
+    EXPECT_EQ(kelvane::describe(Value::parse("[[], {}]")), "(\n        (\n    ),\n        {\n    }\n)");
+    const Value words = {-1, 2.5, nullptr, "Slot1_TecTempThread", 7805, false, "NO", "", "10.0.0.20",
+                         "a\\b\"", "\a\b\t\n\v\f", std::string("x\0y\r\x01", 5), "\u00e9\U0001F600"};
+    EXPECT_EQ(kelvane::describe(words),
+              "(\n    \"-1\",\n    \"2.5\",\n    \"<null>\",\n    \"Slot1_TecTempThread\",\n    7805,\n    0,\n    NO,\n"
+              "    \"\",\n    \"10.0.0.20\",\n    \"a\\\\b\\\"\",\n    \"\\a\\b\\t\\n\\v\\f\",\n    \"xy\r\x01\",\n"
+              "    \"\\U00e9\\Ud83d\\Ude00\"\n)");
+    EXPECT_EQ(kelvane::describe(Value{{"b", 1}, {"B", true}, {"a", "x"}, {"\uFF5E", 4}, {"\U0001F600", 5}}),
+              "{\n    B = 1;\n    a = x;\n    b = 1;\n    \"\\Ud83d\\Ude00\" = 5;\n    \"\\Uff5e\" = 4;\n}");
 }
 
 TEST(Value, IntegerValueReadsLeadingDigitsAndTreatsEverythingElseAsZero) {
@@ -91,6 +103,7 @@ TEST(Value, NumberOneExactTextAndSubstringTests) {
     EXPECT_TRUE(kelvane::describedContains("not done", "done"));
     EXPECT_FALSE(kelvane::describedContains("DONE", "done"));
     EXPECT_TRUE(kelvane::describedContains(nullptr, "null"));
+    EXPECT_TRUE(kelvane::describedContains(Value{{"state", Value::array({"in_done"})}}, "done"));
 }
 
 TEST(Value, UpperCasingIsUnicodeAware) { EXPECT_EQ(kelvane::upperCased("blue straße é"), "BLUE STRASSE É"); }

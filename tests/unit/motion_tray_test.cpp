@@ -197,7 +197,8 @@ TEST(MotionInit, SendsTheTripleNestedIoListAndLogsReplyAndError) {
     EXPECT_EQ(call.kwargs, Value::parse(R"({"timeout_ms":20000})"));
     EXPECT_TRUE(call.kwargs["timeout_ms"].is_number_integer());
     EXPECT_THAT(fixture.log->lines(),
-                ElementsAre("Fixture Init.", "[[[10,0]]]", "RRRRPPPPCCC!!!!!!", "FAIL", "(null)"));
+                ElementsAre("Fixture Init.", "(\n        (\n                (\n            10,\n            0\n        )\n    )\n)",
+                            "RRRRPPPPCCC!!!!!!", "FAIL", "(null)"));
 
     SessionFixture failing;
     failing.controller->fail("vantrel.fixture_io_set", {-32001, "controller busy"});

@@ -17,10 +17,10 @@ TEST(Session, CreationProbesTheControllerLogsEachStepAndRecordsTheAddress) {
     EXPECT_EQ(session->getConnectFlag(), 1);
     EXPECT_THAT(fixture.controller->methods(), ElementsAre("server.mode"));
     EXPECT_THAT(fixture.log->lines(),
-                ElementsAre("********self.toPology  "
-                            "{\"FixtureIP\":{\"ip\":\"127.0.0.1\",\"port\":7805},\"identifier\":\"Fixture3\"}",
-                            "Connect to {\"ip\":\"127.0.0.1\",\"port\":7805}",
-                            "ipAddress 'fixtureIP': <{\"ip\":\"127.0.0.1\",\"port\":7805}>",
+                ElementsAre("********self.toPology  {\n    FixtureIP =     {\n        ip = \"127.0.0.1\";\n"
+                            "        port = 7805;\n    };\n    identifier = Fixture3;\n}",
+                            "Connect to {\n    ip = \"127.0.0.1\";\n    port = 7805;\n}",
+                            "ipAddress 'fixtureIP': <{\n    ip = \"127.0.0.1\";\n    port = 7805;\n}>",
                             "Fixture3 Connecting to RPC server 127.0.0.1:7805...",
                             "RPC server.mode: normal...",
                             "================Connect Fixture seccussful================"));

@@ -110,7 +110,7 @@ TEST_F(TecMonitor, OnStartsAWorkerThatSamplesPassByPassAndOffEndsItAfterThePassU
     clock->stepped.waitForSleepers(1);
     EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot3 tecTempRecord state:on",
                                   "TesterReporting thread name:Slot3_TecTempThread",
-                                  "After tecTempGet on--->>>tecTempThreadArray is [\"Slot3_TecTempThread\"]"}));
+                                  "After tecTempGet on--->>>tecTempThreadArray is (\n    \"Slot3_TecTempThread\"\n)"}));
     ASSERT_EQ(workerNames(), Lines{"Slot3_TecTempThread"});
     const std::string sample = "0.00,0.00,0.00,0.00,0.00,0.00,step\r";
     EXPECT_EQ(csv(3), (Lines{header, sample}));
@@ -141,10 +141,10 @@ TEST_F(TecMonitor, OnStartsAWorkerThatSamplesPassByPassAndOffEndsItAfterThePassU
     session->tecTempGet(3, "OFF");
     session->tecTempGet(3, "START");
     EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot3 tecTempRecord state:Off",
-                                  "After tecTempGet Off--->>>tecTempThreadArray is []",
+                                  "After tecTempGet Off--->>>tecTempThreadArray is (\n)",
                                   "TesterReporting Slot3 tecTempRecord state:OFF",
-                                  "After tecTempGet OFF--->>>tecTempThreadArray is []",
-                                  "After tecTempGet START--->>>tecTempThreadArray is []"}));
+                                  "After tecTempGet OFF--->>>tecTempThreadArray is (\n)",
+                                  "After tecTempGet START--->>>tecTempThreadArray is (\n)"}));
 }
 
 TEST_F(TecMonitor, SecondOnFailsToRestartAndOffSkipsTheSecondOfTwoWorkersSideBySide) {

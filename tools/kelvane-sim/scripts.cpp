@@ -87,7 +87,7 @@ std::variant<Script, std::string> parseScript(const Value& description) {
     script.method = method->get<std::string>();
     if (auto action = description.find("action"); action != description.end()) {
         auto known = actionNamed(*action);
-        if (!known) return "unknown action " + describe(*action);
+        if (!known) return "unknown action " + jsonrpc::toJson(*action);
         script.action = *known;
     }
     if (auto reply = description.find("reply"); reply != description.end()) script.reply = *reply;

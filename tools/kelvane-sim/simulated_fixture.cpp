@@ -27,7 +27,7 @@ std::optional<std::string> SimulatedFixture::set(const Value& changes) {
             if (result != SetResult::notMine) break;
         }
         if (result == SetResult::notMine) return "unknown setting \"" + key + "\"";
-        if (result == SetResult::badValue) return "bad value for \"" + key + "\": " + describe(value);
+        if (result == SetResult::badValue) return "bad value for \"" + key + "\": " + jsonrpc::toJson(value);
     }
     return std::nullopt;
 }
