@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 namespace kelvane {
 
@@ -16,9 +17,16 @@ bool isAscii(std::string_view text) {
     return true;
 }
 
-bool appendToFile(const std::filesystem::path& path, std::string_view bytes) {
+AppendResult appendToFile(const std::filesystem::path& path, std::string_view bytes) {
     AppendingFile file(path);
-    return file.isOpen() && file.write(bytes);
+    if (!file.isOpen()) {
+        std::error_code ignored;
+        const bool folderExists = std::filesystem::is_directory(path.parent_path(), ignored);
+        return folderExists ? AppendResult::failed : AppendResult::folderMissing;
+    }
+    const bool written = file.write(bytes);
+    const bool closed = file.close();
+    return written && closed ? AppendResult::appended : AppendResult::failed;
 }
 
 AppendingFile::AppendingFile(const std::filesystem::path& path) {
@@ -27,8 +35,13 @@ AppendingFile::AppendingFile(const std::filesystem::path& path) {
     if (fd_ >= 0 && ::fstat(fd_, &status) == 0) sizeAtOpen_ = static_cast<std::uint64_t>(status.st_size);
 }
 
-AppendingFile::~AppendingFile() {
-    if (fd_ >= 0) ::close(fd_);
+AppendingFile::~AppendingFile() { close(); }
+
+bool AppendingFile::close() {
+    if (fd_ < 0) return true;
+    const int fd = std::exchange(fd_, -1);
+    // The descriptor is gone even when close reports EINTR, so it is never closed twice.
+    return ::close(fd) == 0 || errno == EINTR;
 }
 
 bool AppendingFile::write(std::string_view bytes) {

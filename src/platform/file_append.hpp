@@ -11,9 +11,15 @@ namespace kelvane {
 // files take.
 bool isAscii(std::string_view text);
 
-// Creates the file when it is missing (never its folder) and appends the bytes at its end.
-// False when the file cannot be opened, e.g. because its folder does not exist.
-bool appendToFile(const std::filesystem::path& path, std::string_view bytes);
+enum class AppendResult {
+    appended,
+    folderMissing,  // the file's folder does not exist: the station has no such slot folder
+    failed,         // open, write or close failed in an existing folder (disk full, I/O error)
+};
+
+// Creates the file when it is missing (never its folder), appends the bytes at its end and
+// closes it.
+AppendResult appendToFile(const std::filesystem::path& path, std::string_view bytes);
 
 // A file kept open for appending, for writers that add many lines: each write() goes to the
 // end of the file in one system call, so lines from several writers (even other processes)
@@ -31,6 +37,8 @@ public:
     std::uint64_t sizeAtOpen() const { return sizeAtOpen_; }
     // False when not all bytes were written.
     bool write(std::string_view bytes);
+    // False when closing reports an error: bytes written before may not have reached the disk.
+    bool close();
 
 private:
     int fd_ = -1;

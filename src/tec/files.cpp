@@ -29,14 +29,22 @@ std::string slotFilePath(const Value& identifier, std::int32_t slot, std::string
            fmt::format(fmt::runtime(name), describe(identifier), slot);
 }
 
-void append(const Platform& platform, const std::string& stationPath, const std::string& line,
-            std::string_view failureLog) {
+// A slot without a folder is one the station does not test, so its lines are dropped quietly;
+// a write that fails in an existing folder (a full disk, say) loses TEC data and is logged.
+bool appendedOrNoFolder(const Platform& platform, const std::string& stationPath,
+                        const std::string& line) {
     try {
         // The file is created even when the line cannot be written.
-        appendToFile(platform.resolve(stationPath), isAscii(line) ? line : std::string());
+        const std::string bytes = isAscii(line) ? line : std::string();
+        return appendToFile(platform.resolve(stationPath), bytes) != AppendResult::failed;
     } catch (const std::exception&) {
-        platform.log->write(failureLog);
+        return false;
     }
+}
+
+void append(const Platform& platform, const std::string& stationPath, const std::string& line,
+            std::string_view failureLog) {
+    if (!appendedOrNoFolder(platform, stationPath, line)) platform.log->write(failureLog);
 }
 
 }  // namespace

@@ -172,6 +172,15 @@ TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
                                  std::regex("2025-12-30 \\d\\d:\\d\\d:\\d\\d:5000:    running\r\n")));
     EXPECT_TRUE(fixture.log->lines().empty());
 
+    // In an existing folder, a file that cannot be opened or a write that fails is logged.
+    std::filesystem::remove(folder / "TecTemp_Fixture3_Unit2.csv");
+    std::filesystem::create_directory(folder / "TecTemp_Fixture3_Unit2.csv");
+    std::filesystem::remove(folder / "TecControlMonitor_Fixture3_Unit2.log");
+    std::filesystem::create_symlink("/dev/full", folder / "TecControlMonitor_Fixture3_Unit2.log");
+    files.appendCsv(2, "c\r\n");
+    files.appendMonitorLine(2, "running");
+    EXPECT_EQ(fixture.log->lines(), (Lines{"save TecTemplog exception !", "save TecControlMonitor exception !"}));
+
     const std::string active = "/Users/stnuser/Library/Logs/Korva/active/";
     EXPECT_EQ(kelvane::tec::monitorLogPath(Value("Fixture1"), 4),
               active + "group0-slot4/user/TecControlMonitor_Fixture1_Unit4.log");
