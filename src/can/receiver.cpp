@@ -18,15 +18,14 @@ constexpr long long answerTerminator = 3;
 using FrameBuffer = std::array<unsigned char, frameSize>;
 
 // The frame as the controller board sent it, in a zeroed 8-byte buffer. The board's "data" is
-// not trusted: only the first 8 elements are taken, a value is cut to its low byte, and an
-// element that is not a number reads as 0.
+// not trusted: only the first 8 elements are taken, each by its integer value (a text "79" as
+// 79, anything without one as 0) cut to its low byte.
 FrameBuffer copyFrame(LogSink& log, const Value& data) {
     FrameBuffer buffer{};
     if (!data.is_array()) return buffer;
     const std::size_t count = std::min(data.size(), frameSize);
     for (std::size_t i = 0; i < count; ++i) {
-        const Value& element = data[i];
-        buffer[i] = static_cast<unsigned char>(element.is_number() ? integerValue(element) : 0);
+        buffer[i] = static_cast<unsigned char>(integerValue(data[i]));
         log.write(std::to_string(buffer[i]));
     }
     return buffer;
@@ -43,9 +42,9 @@ std::string frameText(const FrameBuffer& buffer) {
     return hex::textFromPairs(hexText);
 }
 
+// Read like the frame's bytes, but uncut: the last element's integer value must be 3 itself.
 bool endsAnswer(const Value& data) {
-    return data.is_array() && !data.empty() && data.back().is_number() &&
-           integerValue(data.back()) == answerTerminator;
+    return data.is_array() && !data.empty() && integerValue(data.back()) == answerTerminator;
 }
 
 }  // namespace

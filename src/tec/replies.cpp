@@ -2,6 +2,8 @@
 
 #include "helpers/regex_group.hpp"
 
+#include <cmath>
+#include <limits>
 #include <locale>
 #include <sstream>
 
@@ -30,8 +32,13 @@ float leadingFloat(const std::string& text) {
     std::istringstream stream(text);
     stream.imbue(std::locale::classic());
     float value = 0.0f;
-    if (!(stream >> value)) return 0.0f;
-    return value;
+    if (stream >> value) return value;
+    // Beyond float range the read fails and leaves the largest float or infinity, depending on
+    // the standard library; either way the number stands as infinity.
+    if (std::fabs(value) >= std::numeric_limits<float>::max()) {
+        return std::copysign(std::numeric_limits<float>::infinity(), value);
+    }
+    return 0.0f;
 }
 
 TecSample parseSample(const std::string (&temperatures)[4], const std::string& power) {

@@ -18,7 +18,7 @@ struct TecSample {
 TecSample parseSample(const std::string (&temperatures)[4], const std::string& power);
 
 // The leading decimal number of a text (blanks skipped), independent of the user's locale;
-// 0.0 when there is none.
+// 0.0 when there is none, infinity when it is too large for a float ("9e99").
 float leadingFloat(const std::string& text);
 
 }  // namespace kelvane::tec

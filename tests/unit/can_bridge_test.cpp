@@ -72,25 +72,25 @@ TEST_F(CanBridge, CommandsAreCutIntoTheShapesTheControllersExpect) {
     log.clear();
     EXPECT_TRUE(framesForCommand(bridge, std::string(29, 'x'), 2).empty());
     EXPECT_EQ(log.lines().size(), 2u);  // hexStr and tmpStr, no frame converted
-    EXPECT_EQ(monitor.back(), "2|command array will send: []");
+    EXPECT_EQ(monitor.back(), "2|command array will send: (\n)");
 }
 
 TEST_F(CanBridge, AnswersAreReassembledFromFramesUntilTheTerminator) {
     board->answer("can.recv", received({4, 0x4F, 0x4B, 0x0D, 3}));
     EXPECT_EQ(receiveAnswer(bridge, 2), "OK\r\x03");
     EXPECT_EQ(log.lines(), (Lines{"4", "79", "75", "13", "3"}));
-    EXPECT_EQ(monitor, (Lines{"2|rawdata [0]: [4,79,75,13,3]", "2|resultStr [0]: OK\r\x03"}));
+    EXPECT_EQ(monitor, (Lines{"2|rawdata [0]: (\n    4,\n    79,\n    75,\n    13,\n    3\n)", "2|resultStr [0]: OK\r\x03"}));
     EXPECT_EQ(journal(), Lines{"can.recv []"});
 
     // A first frame skips its length; a frame not ending in 3 is followed by another read at
-    // once. Data past 8 bytes is not copied, a non-number reads 0 (ending the text there), a
-    // value keeps its low byte.
+    // once. Data past 8 bytes is not copied; elements count by their integer value (" 67x" as 67,
+    // "3" ends the answer, "x" is 0 and ends the text), cut to the low byte.
     board->answer("can.recv", received({0x10, 0x0E, 'T', 'E', 'C', ' ', 'o', 'k'}));
     board->answer("can.recv", received({0x21, 'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I'}));
-    board->answer("can.recv", received({0x21, 'A' + 256, 'B' - 256, "x", 'C', 3}));
+    board->answer("can.recv", received({0x21, 'A' + 256, 'B' - 256, " 67x", "x", 'D', "3"}));
     board->answer("can.recv", received({0, 'Z', 3}));
     board->clearCalls();
-    EXPECT_EQ(receiveAnswer(bridge, 2), "TEC okABCDEFGAB");
+    EXPECT_EQ(receiveAnswer(bridge, 2), "TEC okABCDEFGABC");
     EXPECT_EQ(receiveAnswer(bridge, 2), "");
     EXPECT_EQ(board->calls().size(), 4u);
     EXPECT_TRUE(clock.sleeps().empty());

@@ -74,6 +74,7 @@ TEST_F(TecSampling, MeasurementLineChecksAndFailureRecords) {
         {{"25.0", "28.0", "25.0", "25.0"}, false, false},
         {{"25.0", "25.0", "28.5", "25.0"}, false, true},
         {{"bad", "25.0", "25.0", "25.0"}, true, true},  // an unreadable sensor reads 0.0
+        {{"9e99", "25.0", "25.0", "25.0"}, false, true},  // beyond float range: infinity
     };
     for (const auto& [degrees, low, apart] : cases) {
         answerSensors(degrees);
@@ -87,10 +88,11 @@ TEST_F(TecSampling, MeasurementLineChecksAndFailureRecords) {
         EXPECT_EQ(log.lines(), expected) << csv.back();
         EXPECT_EQ(recordLines, Value(Lines(expected.size(), line))) << csv.back();
     }
+    EXPECT_EQ(csv.back(), "2|inf,25.00,25.00,25.00,-35.20,1.25,step\r\n");
 
     const Value snapshot = records.snapshot();
     recordLines.push_back("later");
-    EXPECT_EQ(snapshot.size(), 2u);
+    EXPECT_EQ(snapshot.size(), 1u);
     recordLines = nullptr;  // the host dropped the array: nothing is kept, nothing breaks
     records.append("x");
     EXPECT_EQ(records.snapshot(), Value::array());
