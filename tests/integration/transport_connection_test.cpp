@@ -114,7 +114,7 @@ protected:
 };
 
 TEST_F(TransportRepliesTest, SilentControllerTimesOutAfterTimeoutMsPlusMarginOrTheDefaultThreeSeconds) {
-    script({{"method", fanSpeed}, {"action", "no_reply"}, {"times", 2}});
+    script({{"method", fanSpeed}, {"action", "no_reply"}, {"times", 3}});
     auto [code, took] = timedFailure(shortWait);
     EXPECT_EQ(code, jsonrpc::timeoutError);
     EXPECT_GE(took, milliseconds(600)) << "timeout_ms 100 plus the 500 ms margin";
@@ -123,6 +123,8 @@ TEST_F(TransportRepliesTest, SilentControllerTimesOutAfterTimeoutMsPlusMarginOrT
     EXPECT_EQ(code, jsonrpc::timeoutError);
     EXPECT_GE(took, milliseconds(3000));
     EXPECT_LT(took, milliseconds(6000));
+    auto given0 = ask(fanSpeed, {1}, {{"timeout_ms", 0}}).second;  // gives up after the margin alone
+    EXPECT_EQ(given0 ? given0->message : "", fanSpeed + " timed out after 500 ms");
 
     // The margin lets the controller's own answer arrive after timeout_ms has passed.
     script({{"method", fanSpeed}, {"reply", "slow but in time"}, {"delay_ms", 300}, {"times", 1}});

@@ -58,7 +58,7 @@ TEST(PureFloat, WholeTextMustBeOneNumber) {
     for (const char* yes : {"1.5", " -2 ", "3e4", ".5", "7.", "+0.25E-3"}) {
         EXPECT_TRUE(kelvane::isPureFloatText(yes)) << yes;
     }
-    for (const char* no : {"", " ", ".", "1.5V", "1 2", "e5", "0x10", "--1", "nan"}) {
+    for (const char* no : {"", " ", ".", "1.5V", "1 2", "e5", "0x10", "--1", "nan", "1e", "2E+"}) {
         EXPECT_FALSE(kelvane::isPureFloatText(no)) << no;
     }
 }

@@ -91,10 +91,11 @@ TEST(JsonRpcReply, DeeplyNestedFrameIsRefusedWithoutExhaustingTheStack) {
     EXPECT_FALSE(decodeReply(R"({"id":1,"result":)" + deep));
     EXPECT_FALSE(decodeRequest(R"({"id":1,"method":"m","params":)" + deep));
 
-    // Brackets inside texts are not nesting, and ordinary nesting is accepted.
-    auto reply = decodeReply(R"({"id":2,"result":")" + std::string(1000, '[') + R"(\"["})");
+    // Brackets in texts, also after an escaped quote or backslash, are not nesting; nesting is.
+    const std::string brackets(1000, '[');
+    auto reply = decodeReply(R"({"id":2,"result":["\")" + brackets + R"(","\\",")" + brackets + R"("]})");
     ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->result.get<std::string>().size(), 1002u);
+    EXPECT_EQ(reply->result, Value::array({"\"" + brackets, "\\", brackets}));
     EXPECT_TRUE(decodeReply(R"({"id":3,"result":{"data":[[[1,2,3]]]}})"));
 }
 

@@ -123,6 +123,7 @@ TEST(TrayMotion, PreconditionsRefuseWithTheirTextAfterReadingOnlyWhatTheyNeed) {
         {&FixtureControl::trayDown, {{in, "1"}}, inFirst, {in}},
         {&FixtureControl::trayDown, {{in, 1}, {dut, "dut_sensor_off"}}, dutWrong, {in, dut}},
         {&FixtureControl::trayDown, {{in, 1}, {dut, "DUT_SENSOR_ON"}}, dutWrong, {in, dut}},
+        {&FixtureControl::trayDown, {{in, 1}, {dut, "dut_sensor_on\r"}}, dutWrong, {in, dut}},
         {&FixtureControl::trayIn, {{up, "1"}}, upFirst, {up, in, down}},
         {&FixtureControl::trayIn, {{up, 1}, {in, 1}}, isIn, {up, in, down}},
         {&FixtureControl::trayIn, {{up, 1}, {down, 1}}, isIn, {up, in, down}},

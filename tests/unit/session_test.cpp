@@ -55,14 +55,15 @@ TEST(Session, NoAnswerToServerModeOrAPortOutsideOneTo65535GivesNoSession) {
 }
 
 // An absent address text writes nothing to the fixture log; the port line is still written.
-TEST(Session, MissingOrMalformedAddressNeverCrashes) {
+// A platform without a transport fails the connection like a silent controller.
+TEST(Session, MissingOrMalformedAddressOrTransportNeverCrashes) {
     for (Value topology : {Value(), Value::object(), Value{{"FixtureIP", "not a dictionary"}},
                            Value{{"FixtureIP", {{"ip", 5}, {"port", "x"}}}},
-                           Value{{"FixtureIP", {{"port", 7805}}}}}) {
+                           Value{{"FixtureIP", {{"port", 7805}}}}, SessionFixture::topology()}) {
         SessionFixture fixture;
         std::filesystem::create_directories(fixture.root.path() / "vault/Korva");
         auto platform = fixture.platform();
-        platform.connect = [](const std::string&, std::uint32_t) { return nullptr; };
+        platform.connect = nullptr;
         EXPECT_EQ(kelvane::FixtureControl::initWithIP(topology, platform), nullptr) << topology;
         auto fixtureLog = fileText(fixture.root.path() / "vault/Korva/Fixture.log");
         EXPECT_TRUE(fixtureLog.ends_with("\r\n") && fixtureLog.find("(null)") == std::string::npos)

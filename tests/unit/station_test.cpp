@@ -32,7 +32,8 @@ TEST_F(Station, InfoGivesTextsAndNumbersAndEmptyTextForEverythingElse) {
     writeStationFile(R"({"station": {"id": "ZT-7", "line": 12, "gain": 1.5, "list": [1],
                         "nothing": null, "flag": true}, "flat": 3})");
     for (const auto& [section, key, text] : {std::tuple{"station", "id", "ZT-7"}, {"station", "line", "12"},
-                                              {"station", "gain", "1.5"}, {"station", "list", ""},
+                                              {"station", "gain", "1.5"}, {"station", "flag", "1"},
+                                              {"station", "list", ""},
                                               {"station", "nothing", ""}, {"station", "missing", ""},
                                               {"missing", "id", ""}, {"flat", "id", ""}}) {
         EXPECT_EQ(session->GetZtJsonInfo(section, key), text) << section << "." << key;

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <map>
 #include <regex>
 
@@ -40,9 +41,11 @@ protected:
             csv.push_back(std::to_string(slot) + "|" + afterTimeStamp(line));
         }};
 
-    static std::string afterTimeStamp(const std::string& line) {
-        EXPECT_TRUE(std::regex_search(line, std::regex(R"(^\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3},)")))
-            << line;
+    std::string afterTimeStamp(const std::string& line) {  // the clock's local time, 24-hour
+        const auto now = static_cast<std::time_t>(clock.now());
+        char stamp[32];
+        std::strftime(stamp, sizeof stamp, "%m/%d/%Y %H:%M:%S.000,", std::localtime(&now));
+        EXPECT_TRUE(line.starts_with(stamp)) << line;
         return line.substr(line.find(',') + 1);
     }
     void answerSensors(std::vector<std::string> degrees) {
@@ -63,6 +66,8 @@ TEST_F(TecSampling, MeasurementLineChecksAndFailureRecords) {
     EXPECT_EQ(csv, Lines{"2|25.31,25.31,25.31,25.31,-35.20,1.25,step\r\n"});
     EXPECT_EQ(sent, (Lines{"2081 get tec temp:1 2", "2081 get tec temp:2 2", "2081 get tec temp:3 2",
                            "2081 get tec temp:4 2", "2081 get tec power 2"}));
+    clock.advance(12 * 3600);  // of two time stamps twelve hours apart, one is past noon
+    pass();
     EXPECT_TRUE(log.lines().empty());
 
     // Whether the line fails the minimum temperature and the agreement of sensors 1 to 3.
