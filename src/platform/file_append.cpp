@@ -40,7 +40,8 @@ AppendingFile::~AppendingFile() { close(); }
 bool AppendingFile::close() {
     if (fd_ < 0) return true;
     const int fd = std::exchange(fd_, -1);
-    // The descriptor is gone even when close reports EINTR, so it is never closed twice.
+    // EINTR is no loss: the descriptor is released either way and write() already handed the
+    // bytes over; retrying could close a descriptor another thread has just been given.
     return ::close(fd) == 0 || errno == EINTR;
 }
 
