@@ -7,8 +7,8 @@
 #include "simulator_process.hpp"
 #include "virtual_clock.hpp"
 
-#include "rpc/json_rpc.hpp"
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/json_rpc.hpp>
+#include <kelvane/protocol/methods.hpp>
 #include "rpc/rpc_client_wrapper.hpp"
 
 #include <kelvane/FixtureControl.hpp>
@@ -43,7 +43,7 @@ constexpr int mixedRounds = 24, sharingThreads = 4;
 
 // Every reply that must never reach an operation (late, misaddressed or malformed) says "stray".
 const std::string stray = "stray", noReply = "<no reply>", ownAnswer = "<own answer>";
-const std::string timedOutIoSet = "vantrel.fixture_io_set timed out after 300 ms (code -32000)";
+const std::string timedOutIoSet = "vantrel.fixture_io_set timed out after 300 ms (code -32100)";
 
 // The session's IO calls ask the controller for 20 s; here for 200 ms, so a lost reply costs them
 // no more than any other call. What an operation returns does not depend on the wait.
@@ -122,9 +122,9 @@ const std::vector<Operation> cycle = {
 };
 const Operation& row(Op op) { return cycle[static_cast<std::size_t>(op)]; }
 
-// setIO's text when the controller is gone: "not reachable" or "connection lost", code -32001.
+// setIO's text when the controller is gone: "not reachable" or "connection lost", code -32101.
 bool unreachable(const std::string& result, const std::string& endpoint) {
-    return result.find(endpoint) != std::string::npos && result.ends_with("(code -32001)");
+    return result.find(endpoint) != std::string::npos && result.ends_with("(code -32101)");
 }
 using Results = std::vector<std::string>;
 Results fieldsOf(const std::string& summary) {
@@ -224,7 +224,7 @@ protected:
 
     std::string resolve(const std::string& text, const Worker& worker) const {
         if (text == "{speed}") return std::to_string(worker.speed);
-        return text == "{unreachable}" ? "controller at " + sim.endpoint() + " is not reachable (code -32001)" : text;
+        return text == "{unreachable}" ? "controller at " + sim.endpoint() + " is not reachable (code -32101)" : text;
     }
     // One of the operation's own results for any tray state, or what a fault in play delivers.
     // Never a stray reply, never another call's answer.
