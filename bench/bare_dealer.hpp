@@ -2,8 +2,8 @@
 // same JSON-RPC round trip to the simulator, with nothing of the library's call matching.
 #pragma once
 
-#include "rpc/json_rpc.hpp"
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/json_rpc.hpp>
+#include <kelvane/protocol/methods.hpp>
 
 #include <benchmark/benchmark.h>
 #include <zmq.hpp>

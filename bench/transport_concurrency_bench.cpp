@@ -4,11 +4,12 @@
 // - LibraryCallsFrom8Threads / BareSocketsFrom8Threads: "server.mode" calls per second from eight
 //   threads through one client, against eight threads with a bare DEALER socket each.
 #include "bare_dealer.hpp"
-#include "rpc/json_rpc.hpp"
-#include "rpc/methods.hpp"
 #include "rpc/rpc_client_wrapper.hpp"
 #include "simulator_main.hpp"
 #include "simulator_process.hpp"
+
+#include <kelvane/protocol/json_rpc.hpp>
+#include <kelvane/protocol/methods.hpp>
 
 #include <benchmark/benchmark.h>
 #include <zmq.hpp>

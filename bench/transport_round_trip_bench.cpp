@@ -3,11 +3,12 @@
 // is what the client's own machinery (locking, id matching, JSON, waiting) costs. The library's
 // round trip is also made with a trace written (KELVANE_TRACE): that ratio is what tracing costs.
 #include "bare_dealer.hpp"
-#include "rpc/json_rpc.hpp"
-#include "rpc/methods.hpp"
 #include "rpc/rpc_client_wrapper.hpp"
 #include "simulator_main.hpp"
 #include "simulator_process.hpp"
+
+#include <kelvane/protocol/json_rpc.hpp>
+#include <kelvane/protocol/methods.hpp>
 
 #include <benchmark/benchmark.h>
 #include <zmq.hpp>

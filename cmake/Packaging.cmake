@@ -62,8 +62,12 @@ library, its C and C++ headers with CMake and pkg-config files, kelvanectl, the 
 simulator and the docs.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
-# Run-time dependencies come from the binaries themselves; the C++ headers need nlohmann/json.
+# Run-time dependencies come from the binaries themselves; the C++ headers need the nlohmann/json
+# release the library was built with (see KelvaneConfig.cmake.in), any Debian revision of it.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "nlohmann-json3-dev (>= 3)")
+math(EXPR KELVANE_JSON_NEXT_PATCH "${nlohmann_json_VERSION_PATCH} + 1")
+set(KELVANE_JSON_NEXT_RELEASE ${nlohmann_json_VERSION_MAJOR}.${nlohmann_json_VERSION_MINOR}.${KELVANE_JSON_NEXT_PATCH})
+set(CPACK_DEBIAN_PACKAGE_DEPENDS
+    "nlohmann-json3-dev (>= ${nlohmann_json_VERSION}), nlohmann-json3-dev (<< ${KELVANE_JSON_NEXT_RELEASE}~)")
 include(CPack)

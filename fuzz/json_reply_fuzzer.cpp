@@ -1,7 +1,7 @@
 // Reply frames come from the controller (or anything else on its port): decoding must refuse
 // or accept them without UB, and what it accepts must survive being encoded again unchanged.
 // Requests are decoded the same way by the simulator, so they take the same input.
-#include "rpc/json_rpc.hpp"
+#include <kelvane/protocol/json_rpc.hpp>
 
 #include <cstddef>
 #include <cstdint>

@@ -17,8 +17,8 @@
  *
  * Destroying a device while other threads are inside calls on it (a station aborting a run)
  * is safe. The calls under way end early: each RPC they wait for or start fails at once with
- * the "RPC client closed" error (code -32002), so each call returns what its function gives
- * when the controller does not answer (NULL for a read, "RPC client closed (code -32002)" for
+ * the "RPC client closed" error (code -32102), so each call returns what its function gives
+ * when the controller does not answer (NULL for a read, "RPC client closed (code -32102)" for
  * setIO, 0 or false), and a tray move already polling its sensor stops at its next step and
  * returns its timeout text (the one ending in "！"). The device and its connection are freed
  * when the last of those calls returns. Calls that start after the destroy see a destroyed

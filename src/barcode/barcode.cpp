@@ -2,7 +2,7 @@
 // Scanners are reached through the per-unit clients; a unit without a client gives no reply.
 #include <kelvane/FixtureControl.hpp>
 
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
 #include "session/fixture_control_private.hpp"
 
 #include <fmt/format.h>

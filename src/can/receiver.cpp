@@ -1,7 +1,7 @@
 #include "can/receiver.hpp"
 
 #include "helpers/hex_text.hpp"
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
 
 #include <fmt/format.h>
 

@@ -2,7 +2,8 @@
 
 #include "can/frames.hpp"
 #include "can/receiver.hpp"
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/can_bus.hpp>
+#include <kelvane/protocol/methods.hpp>
 
 #include <array>
 #include <cstdlib>
@@ -12,7 +13,6 @@ namespace {
 
 constexpr double answerPeriodSeconds = 5.0;
 constexpr double pauseAfterReceiveSeconds = 0.1;
-constexpr std::string_view extendedFrameMark = "EXTEND";
 
 // The numbers of a command text ("0x01 0x02 9"), each cut to a byte, at most 8, read as C reads
 // them. The board is not given these bytes: it expects the fixed frame 1, 2, 3.
@@ -37,7 +37,7 @@ bool holdsOk(const std::string& answer) {
 bool sendFrames(const Bridge& bridge, const Value& messageId, const std::string& command,
                 std::int32_t slot) {
     for (const auto& frame : framesForCommand(bridge, command, slot)) {
-        Value args = Value::array({messageId, Value(frame), std::string(extendedFrameMark)});
+        Value args = Value::array({messageId, Value(frame), std::string(extendedIdMark)});
         Value reply = bridge.call(methods::canSend, args, nullptr);
         if (!isText(reply, "done")) {
             bridge.log.write("Send can command " + command + " fail.");

@@ -1,7 +1,7 @@
 // Fan speed: set and read back, as the controller reports it.
 #include <kelvane/FixtureControl.hpp>
 
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
 
 #include <fmt/format.h>
 

@@ -2,7 +2,7 @@
 #include <kelvane/FixtureControl.hpp>
 
 #include "io/fixture_io_set.hpp"
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
 
 namespace kelvane {
 namespace {

@@ -2,7 +2,7 @@
 // in upper case only; the log keeps the caller's spelling.
 #include <kelvane/FixtureControl.hpp>
 
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
 
 #include <fmt/format.h>
 

@@ -1,7 +1,7 @@
 // The tray's four position sensors and the DUT-presence sensor, read on demand.
 #include <kelvane/FixtureControl.hpp>
 
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
 
 #include <fmt/format.h>
 

@@ -2,7 +2,8 @@
 // on the target sensor. A sensor counts as active here only when it answers the number 1.
 #include <kelvane/FixtureControl.hpp>
 
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
+#include <kelvane/protocol/replies.hpp>
 
 #include <fmt/format.h>
 
@@ -16,7 +17,6 @@ constexpr std::string_view pleaseUpFirst = "Please UP first!";
 constexpr std::string_view pleaseInFirst = "Please IN first!";
 constexpr std::string_view alreadyIn = "Current state is IN already!";
 constexpr std::string_view alreadyOut = "Current state is OUT already!";
-constexpr std::string_view dutPresent = "dut_sensor_on";
 constexpr std::string_view dutNotRight = "Can not down,Because DUT state is not right!";
 
 constexpr std::string_view upTimeout =
@@ -42,7 +42,7 @@ std::string currentStateLine(const Value& reading) {
 Value FixtureControl::trayUp() {
     log("Fixture UP.");
     Value reply = call(methods::fixtureUp);
-    if (!isText(reply, "up_done")) return reply;
+    if (!isText(reply, replies::upDone)) return reply;
     return pollSensor(std::string(methods::upSensorRead), liftDeadlineSeconds, "UP OK\r", "UP OK",
                       upTimeout);
 }
@@ -56,13 +56,13 @@ Value FixtureControl::trayDown() {
         return std::string(pleaseInFirst);
     }
     log("DOWN");
-    if (!isText(checkDUTSensor(), dutPresent)) {
+    if (!isText(checkDUTSensor(), replies::dutPresent)) {
         log("DUT state is not right!");
         return std::string(dutNotRight);
     }
 
     Value reply = call(methods::fixtureDown);
-    if (!isText(reply, "down_done")) return reply;
+    if (!isText(reply, replies::downDone)) return reply;
     return pollSensor(std::string(methods::downSensorRead), liftDeadlineSeconds, "DOWN OK.\r",
                       "DOWN OK", downTimeout);
 }
@@ -84,7 +84,7 @@ Value FixtureControl::trayIn() {
     }
 
     Value reply = call(methods::fixtureIn);
-    if (!isText(reply, "in_done")) return reply;
+    if (!isText(reply, replies::inDone)) return reply;
     return pollSensor(std::string(methods::inSensorRead), travelDeadlineSeconds, "IN OK.\r",
                       "IN OK", inTimeout);
 }
@@ -104,7 +104,7 @@ Value FixtureControl::trayOut() {
     }
 
     Value reply = call(methods::fixtureOut);
-    if (!isText(reply, "out_done")) return reply;
+    if (!isText(reply, replies::outDone)) return reply;
     return pollSensor(std::string(methods::outSensorRead), travelDeadlineSeconds, "OUT OK.\r",
                       "OUT OK", outTimeout);
 }

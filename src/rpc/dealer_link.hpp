@@ -5,8 +5,9 @@
 // calls send(), waitForTraffic(), receive() and reconnect(). wake() is for any thread.
 #pragma once
 
-#include "rpc/json_rpc.hpp"
 #include "rpc/wake_pipe.hpp"
+
+#include <kelvane/protocol/json_rpc.hpp>
 
 #include <zmq.hpp>
 

@@ -2,7 +2,7 @@
 
 #include "rpc/connection_watcher.hpp"
 #include "rpc/dealer_link.hpp"
-#include "rpc/json_rpc.hpp"
+#include <kelvane/protocol/json_rpc.hpp>
 #include "rpc/pending_calls.hpp"
 #include "trace/call_trace.hpp"
 

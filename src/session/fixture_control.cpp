@@ -1,7 +1,7 @@
 // Session creation, connection and the calls every other operation goes through.
 #include <kelvane/FixtureControl.hpp>
 
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
 #include "session/fixture_control_private.hpp"
 #include "tec/monitor.hpp"
 

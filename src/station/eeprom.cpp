@@ -1,7 +1,7 @@
 // The fixture's identity as stored in the board EEPROM.
 #include <kelvane/FixtureControl.hpp>
 
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
 
 namespace kelvane {
 namespace {

@@ -3,6 +3,8 @@
 #include "platform/local_time.hpp"
 #include "tec/replies.hpp"
 
+#include <kelvane/protocol/can_bus.hpp>
+
 #include <fmt/format.h>
 
 #include <climits>
@@ -11,7 +13,6 @@
 namespace kelvane::tec {
 namespace {
 
-constexpr std::int64_t messageIdOffset = 2079;
 constexpr double warmUpPauseSeconds = 1.0;
 // A slot counts as stable after more than this many warm-up passes.
 constexpr long long warmUpPassLimit = 10;
@@ -137,7 +138,7 @@ void warmUpPass(const Sampler& sampler, SlotTables tables, std::int32_t slot,
 }  // namespace
 
 Value canMessageId(std::int32_t slot) {
-    return Value(static_cast<std::uint32_t>(slot + messageIdOffset));
+    return Value(static_cast<std::uint32_t>(can::tecMessageId(slot)));
 }
 
 void samplingPass(const Sampler& sampler, SlotTables tables, FailureRecords& records,

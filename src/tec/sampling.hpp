@@ -37,7 +37,7 @@ struct SlotTables {
     const Value& itemNames;  // the test step running in the slot: the CSV line's last column
 };
 
-// The message identifier of a slot's TEC controller on the bus: slot + 2079.
+// The message identifier of a slot's TEC controller on the bus.
 Value canMessageId(std::int32_t slot);
 
 // One pass of a slot's worker. While the slot's flag is "NO" it is a warm-up pass: a 1 s pause

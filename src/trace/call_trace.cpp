@@ -1,6 +1,6 @@
 #include "trace/call_trace.hpp"
 
-#include "rpc/json_rpc.hpp"
+#include <kelvane/protocol/json_rpc.hpp>
 
 #include <cmath>
 #include <cstdio>

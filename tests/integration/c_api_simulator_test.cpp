@@ -66,7 +66,7 @@ TEST_F(CApiSimulatorTest, DestroyWhileAnotherThreadIsInsideACallEndsThatCallEarl
     EXPECT_EQ(destroyWhileWaiting("vantrel.dut_sensor_read", checkDUTSensor), "(NULL)");
     EXPECT_EQ(destroyWhileWaiting("vantrel.fixture_io_set",
                                   [](KelvaneHandle handle) { return setIO(handle, 10, 1); }),
-              "RPC client closed (code -32002)");
+              "RPC client closed (code -32102)");
 }
 
 }  // namespace

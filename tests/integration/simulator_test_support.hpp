@@ -3,9 +3,10 @@
 
 #include "simulator_process.hpp"
 
-#include "rpc/json_rpc.hpp"
-#include "rpc/methods.hpp"
 #include "rpc/rpc_client_wrapper.hpp"
+
+#include <kelvane/protocol/json_rpc.hpp>
+#include <kelvane/protocol/methods.hpp>
 
 #include <gtest/gtest.h>
 #include <zmq.hpp>

@@ -7,7 +7,7 @@
 #include "simulator_process.hpp"
 #include "virtual_clock.hpp"
 
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
 #include "rpc/rpc_client_wrapper.hpp"
 
 #include <kelvane/FixtureControl.hpp>

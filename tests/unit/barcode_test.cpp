@@ -88,7 +88,7 @@ TEST_F(Barcode, DutSerialHonoursScanSNExactlyAndReturnsErrorsAsText) {
     EXPECT_EQ(scanner->calls().front().args, Value::array({5000}));
 
     session->toPology["ScanSN"] = "YES";
-    scanner->fail("barcode.decode", {-32000, "barcode.decode timed out after 3000 ms"});
-    EXPECT_EQ(session->getDutSN("3"), Value("barcode.decode timed out after 3000 ms (code -32000)"));
+    scanner->fail("barcode.decode", {-32100, "barcode.decode timed out after 3000 ms"});
+    EXPECT_EQ(session->getDutSN("3"), Value("barcode.decode timed out after 3000 ms (code -32100)"));
     EXPECT_TRUE(session->getDutSN("9").is_null());
 }

@@ -1,7 +1,7 @@
 // The JSON-RPC messages as text: what a controller receives and what the client accepts back,
 // and the methods a controller must answer.
-#include "rpc/json_rpc.hpp"
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/json_rpc.hpp>
+#include <kelvane/protocol/methods.hpp>
 
 #include "session_fixture.hpp"
 

@@ -152,7 +152,7 @@ TEST(MotionSensors, PositionSummaryUsesIntegerValuesInOrderAndOnlyOneCountsAsOk)
     fixture.controller->answer("vantrel.in_sensor_read", 1);
     fixture.controller->answer("vantrel.out_sensor_read", "1");
     fixture.controller->answer("vantrel.up_sensor_read", 2);
-    fixture.controller->fail("vantrel.down_sensor_read", {-32000, "timed out"});
+    fixture.controller->fail("vantrel.down_sensor_read", {-32100, "timed out"});
 
     EXPECT_EQ(session->checkPositionSensor(), "1;1;2;0");
     EXPECT_THAT(fixture.controller->methods(),

@@ -18,7 +18,7 @@ namespace {
 using std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-const RpcError closedError{-32002, "RPC client closed"};
+const RpcError closedError{-32102, "RPC client closed"};
 
 // A caller as the client runs one: register, wait, and when the turn to read falls to it, answer
 // every request taken (each with its own id, in reverse order, plus a reply nobody waits for)
@@ -75,10 +75,10 @@ TEST(PendingCalls, LateRepliesUnsentRequestsOfGoneCallsAndFailuresReachNobodyEls
     EXPECT_EQ(taken[0].text, "two");
     EXPECT_TRUE(calls.takeUnsent().empty());
 
-    calls.failAll({-32001, "connection lost"});
+    calls.failAll({-32101, "connection lost"});
     EXPECT_FALSE(calls.complete(2, {"after the drop", std::nullopt})) << "the first outcome stays";
     EXPECT_EQ(calls.wait(2, steady_clock::now() + 10s), PendingCalls::Wait::answered);
-    EXPECT_EQ(calls.remove(2)->error->code, -32001);
+    EXPECT_EQ(calls.remove(2)->error->code, -32101);
 }
 
 TEST(PendingCalls, ClosingFailsWaitingAndLaterCallsAndWaitsForCallersToLeave) {

@@ -34,7 +34,7 @@ TEST(Session, NoAnswerToServerModeOrAPortOutsideOneTo65535GivesNoSession) {
     for (Value port : {Value(7805), Value(0), Value(65536), Value(-1), Value("x")}) {
         SessionFixture fixture;
         fixture.controller->forget("server.mode");
-        fixture.controller->fail("server.mode", {-32000, "server.mode timed out after 3000 ms"});
+        fixture.controller->fail("server.mode", {-32100, "server.mode timed out after 3000 ms"});
         auto platform = fixture.platform();
         bool clientMade = false;
         platform.connect = [&](const std::string&, std::uint32_t) {

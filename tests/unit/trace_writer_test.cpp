@@ -1,7 +1,7 @@
 #include "session_fixture.hpp"
 #include "virtual_clock.hpp"
 
-#include "rpc/json_rpc.hpp"
+#include <kelvane/protocol/json_rpc.hpp>
 #include "rpc/rpc_client_wrapper.hpp"
 #include "trace/call_trace.hpp"
 

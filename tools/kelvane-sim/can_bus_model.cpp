@@ -1,6 +1,8 @@
 #include "can_bus_model.hpp"
 
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/can_bus.hpp>
+#include <kelvane/protocol/error_codes.hpp>
+#include <kelvane/protocol/methods.hpp>
 
 #include <algorithm>
 #include <cctype>
@@ -13,10 +15,8 @@ namespace {
 using Kind = TecFaultKind;
 using Clock = TecController::Clock;
 
-constexpr std::int64_t firstTecMessageId = 2080;  // slot 1; slot n is at 2079 + n
 constexpr std::int64_t largestStandardId = 0x7FF;
 constexpr std::int64_t largestExtendedId = 0x1FFFFFFF;
-constexpr std::string_view extendedMarker = "EXTEND";
 // The bridge takes frames longer than a CAN frame's 8 bytes: the last frame of a long command
 // carries up to 9 payload bytes after its sequence byte.
 constexpr std::size_t longestFrame = 16;
@@ -33,6 +33,7 @@ constexpr std::string_view standardIdRefusal =
     "can_send_refused: the message id needs \"EXTEND\" (above 0x7FF)";
 constexpr std::string_view extendedIdRefusal = "can_send_refused: the message id is wider than 29 bits";
 constexpr int busErrorCode = -32000;
+static_assert(jsonrpc::isServerError(busErrorCode));
 constexpr std::string_view busErrorMessage = "can.send: bus error";
 
 constexpr std::string_view okEnding = " OK";
@@ -127,7 +128,7 @@ Outcome CanBusModel::open(const jsonrpc::Request& request) {
 Outcome CanBusModel::send(const jsonrpc::Request& request) {
     auto id = messageIdOf(argument(request, 0));
     if (!id) return Outcome::reply(idRefusal);
-    bool extended = isText(argument(request, 2), extendedMarker);
+    bool extended = isText(argument(request, 2), can::extendedIdMark);
     if (*id > largestExtendedId) return Outcome::reply(extendedIdRefusal);
     if (!extended && *id > largestStandardId) return Outcome::reply(standardIdRefusal);
     auto frame = frameOf(argument(request, 1));
@@ -202,7 +203,7 @@ void CanBusModel::queue(int number, const CanFrame& frame) {
 }
 
 std::optional<int> CanBusModel::slotAt(std::int64_t messageId) const {
-    std::int64_t index = messageId - firstTecMessageId;
+    std::int64_t index = messageId - can::tecMessageId(1);
     if (index < 0 || index >= static_cast<std::int64_t>(slots_.size())) return std::nullopt;
     return static_cast<int>(index + 1);
 }
@@ -216,7 +217,7 @@ Value CanBusModel::state() const {
         for (int sensor = 1; sensor <= TecController::sensorCount; ++sensor) {
             temperatures.push_back(hundredths(shown.controller.temperature(sensor, now)));
         }
-        tec[std::to_string(number)] = {{"message_id", firstTecMessageId + number - 1},
+        tec[std::to_string(number)] = {{"message_id", can::tecMessageId(number)},
                                        {"set_point", shown.controller.setPoint()},
                                        {"temperatures", temperatures},
                                        {"frames_in", shown.framesIn},
@@ -250,7 +251,7 @@ SetResult CanBusModel::setSetPoints(const Value& value) {
     if (!value.is_object()) return SetResult::badValue;
     for (const auto& [key, celsius] : value.items()) {
         auto number = slotNumberOf(key);
-        if (!number || !slotAt(firstTecMessageId + *number - 1) || !celsius.is_number()) {
+        if (!number || !slotAt(can::tecMessageId(*number)) || !celsius.is_number()) {
             return SetResult::badValue;
         }
         if (celsius.get<double>() < coldest || celsius.get<double>() > warmest) return SetResult::badValue;

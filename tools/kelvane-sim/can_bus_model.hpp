@@ -1,5 +1,5 @@
 // The controller board's CAN bridge ("can.open", "can.send", "can.recv") and the bus behind it,
-// with one TEC controller per slot at message id slot + 2079. Commands sent to a controller are
+// with one TEC controller per slot at the slot's message id. Commands sent to a controller are
 // reassembled from their frames; its answer frames queue on the bus, in the order answered,
 // until "can.recv" takes them one by one. The bus is shared: whoever receives next gets the
 // frame at its head, whichever slot it came from.

@@ -1,12 +1,11 @@
 #include "dut_model.hpp"
 
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
+#include <kelvane/protocol/replies.hpp>
 
 namespace kelvane::sim {
 namespace {
 
-constexpr std::string_view presentReply = "dut_sensor_on";
-constexpr std::string_view absentReply = "dut_sensor_off";
 constexpr std::string_view presenceKey = "dut";
 
 }  // namespace
@@ -14,7 +13,7 @@ constexpr std::string_view presenceKey = "dut";
 bool DutModel::handles(std::string_view method) const { return method == methods::dutSensorRead; }
 
 Outcome DutModel::call(const jsonrpc::Request&) {
-    return Outcome::reply(present_ ? presentReply : absentReply);
+    return Outcome::reply(present_ ? replies::dutPresent : replies::dutAbsent);
 }
 
 Value DutModel::state() const { return {{presenceKey, present_}}; }

@@ -1,6 +1,6 @@
 #include "fan_model.hpp"
 
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
 
 namespace kelvane::sim {
 namespace {

@@ -1,6 +1,6 @@
 #include "io_model.hpp"
 
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
 
 #include <optional>
 #include <vector>

@@ -1,7 +1,7 @@
 // The controller requests received, in order, as "sim.journal" shows them.
 #pragma once
 
-#include "rpc/json_rpc.hpp"
+#include <kelvane/protocol/json_rpc.hpp>
 
 #include <cstddef>
 #include <deque>

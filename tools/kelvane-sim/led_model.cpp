@@ -1,6 +1,6 @@
 #include "led_model.hpp"
 
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
 
 #include <algorithm>
 #include <cctype>

@@ -1,6 +1,6 @@
 #include "lock_model.hpp"
 
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
 
 namespace kelvane::sim {
 namespace {

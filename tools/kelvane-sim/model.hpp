@@ -4,7 +4,7 @@
 
 #include "outcome.hpp"
 
-#include "rpc/json_rpc.hpp"
+#include <kelvane/protocol/json_rpc.hpp>
 
 #include <cstddef>
 #include <string_view>

@@ -40,7 +40,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     CLI::App app{"kelvane-sim: a simulated fixture controller board, serving JSON-RPC over ZeroMQ.",
                  "kelvane-sim"};
     app.add_option("--bind", options.bind,
-                   "Endpoint to bind; port * or 0 picks a free port (default tcp://127.0.0.1:7805)");
+                   "Endpoint to bind; port * or 0 picks a free port (default " + options.bind + ")");
     app.add_option("--travel-ms", travelMs, "Tray travel time between OUT and IN, in ms (default 300)")
         ->check(CLI::Range(0, 86'400'000));
     app.add_option("--lift-ms", liftMs, "Tray travel time between UP and DOWN, in ms (default 200)")

@@ -3,13 +3,15 @@
 
 #include "models.hpp"
 
+#include <kelvane/protocol/controller_port.hpp>
+
 #include <optional>
 #include <string>
 
 namespace kelvane::sim {
 
 struct Options {
-    std::string bind = "tcp://127.0.0.1:7805";
+    std::string bind = "tcp://127.0.0.1:" + std::to_string(controllerPort);
     WorldSettings world;
     bool quiet = false;
     // Answer from this trace file (docs/trace.md) rather than from the model.

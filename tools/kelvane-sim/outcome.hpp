@@ -1,7 +1,7 @@
 // What the simulator answers to one request: a result, or a JSON-RPC error.
 #pragma once
 
-#include "rpc/json_rpc.hpp"
+#include <kelvane/protocol/json_rpc.hpp>
 
 #include <kelvane/RpcClient.hpp>
 #include <kelvane/Value.hpp>

@@ -1,7 +1,7 @@
 // Reads a request message: a request to serve, one to refuse with an error, or one to drop.
 #pragma once
 
-#include "rpc/json_rpc.hpp"
+#include <kelvane/protocol/json_rpc.hpp>
 
 #include <cstdint>
 #include <string>

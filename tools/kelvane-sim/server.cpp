@@ -21,6 +21,7 @@ constexpr std::size_t longestLoggedText = 300;
 constexpr std::string_view replayReportMethod = "sim.replay_report";
 // Answered under --replay-strict to a request the trace has no exchange for.
 constexpr int noRecordedMatchError = -32010;
+static_assert(jsonrpc::isServerError(noRecordedMatchError));
 
 std::string shortened(std::string text) {
     if (text.size() > longestLoggedText) {

@@ -1,6 +1,7 @@
 #include "tray_model.hpp"
 
-#include "rpc/methods.hpp"
+#include <kelvane/protocol/methods.hpp>
+#include <kelvane/protocol/replies.hpp>
 
 #include <string>
 
@@ -23,10 +24,10 @@ struct PositionInfo {
 
 const PositionInfo& info(Position position) {
     static const std::array<PositionInfo, 4> table = {{
-        {"in", "IN", methods::inSensorRead, methods::fixtureIn, "in_done", "in_refused: "},
-        {"out", "OUT", methods::outSensorRead, methods::fixtureOut, "out_done", "out_refused: "},
-        {"up", "UP", methods::upSensorRead, methods::fixtureUp, "up_done", "up_refused: "},
-        {"down", "DOWN", methods::downSensorRead, methods::fixtureDown, "down_done", "down_refused: "},
+        {"in", "IN", methods::inSensorRead, methods::fixtureIn, replies::inDone, "in_refused: "},
+        {"out", "OUT", methods::outSensorRead, methods::fixtureOut, replies::outDone, "out_refused: "},
+        {"up", "UP", methods::upSensorRead, methods::fixtureUp, replies::upDone, "up_refused: "},
+        {"down", "DOWN", methods::downSensorRead, methods::fixtureDown, replies::downDone, "down_refused: "},
     }};
     return table[static_cast<std::size_t>(position)];
 }

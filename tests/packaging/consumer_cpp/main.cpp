@@ -5,6 +5,9 @@
 #include <iostream>
 #include <string>
 
+// No standard is set in this project: Kelvane::Kelvane must bring its own.
+static_assert(__cplusplus >= 202002L);
+
 int main(int argc, char** argv) {
     auto session = kelvane::FixtureControl::initWithIP(
         {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", argc > 1 ? std::stoi(argv[1]) : 0}}}});

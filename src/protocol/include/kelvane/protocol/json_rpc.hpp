@@ -4,6 +4,7 @@
 
 #include <kelvane/RpcClient.hpp>
 #include <kelvane/Value.hpp>
+#include <kelvane/protocol/error_codes.hpp>
 
 #include <cstdint>
 #include <optional>
@@ -11,16 +12,6 @@
 #include <string_view>
 
 namespace kelvane::jsonrpc {
-
-// Error codes the client puts in a call's error slot when the controller gave no answer.
-inline constexpr int timeoutError = -32000;
-inline constexpr int notConnectedError = -32001;
-inline constexpr int clientClosedError = -32002;
-// Codes a controller answers with for a request it cannot serve.
-inline constexpr int parseError = -32700;
-inline constexpr int invalidRequestError = -32600;
-inline constexpr int methodNotFoundError = -32601;
-inline constexpr int invalidParamsError = -32602;
 
 struct Request {
     std::int64_t id = 0;

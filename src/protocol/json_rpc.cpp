@@ -1,4 +1,4 @@
-#include "rpc/json_rpc.hpp"
+#include <kelvane/protocol/json_rpc.hpp>
 
 #include <algorithm>
 #include <cctype>
