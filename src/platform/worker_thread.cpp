@@ -47,8 +47,6 @@ struct WorkerThread::State {
     bool finished = false;  // guarded by mutex
 };
 
-const std::string& WorkerThread::Handle::name() const { return state_->name; }
-
 bool WorkerThread::Handle::isCancelled() const { return state_->cancelled.load(); }
 
 bool WorkerThread::Handle::isFinished() const {

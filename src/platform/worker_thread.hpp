@@ -24,7 +24,6 @@ public:
     // is gone, so whoever holds one can still wait for the body to return.
     class Handle {
     public:
-        const std::string& name() const;
         bool isCancelled() const;
         bool isFinished() const;
         // Blocks until the body has returned; returns at once for a worker never started.

@@ -85,9 +85,7 @@ bool FixtureControl::connectWithIPAddress(const Value& address) {
 std::int32_t FixtureControl::getConnectFlag() const { return d_->ConnectFlag; }
 
 bool FixtureControl::initialFixture() {
-    std::optional<RpcError> error;
-    Value reply = call(methods::fixtureInitialise, Value::array(), nullptr, &error);
-    return describedContains(reply, "done");
+    return describedContains(call(methods::fixtureInitialise), "done");
 }
 
 void FixtureControl::close() {

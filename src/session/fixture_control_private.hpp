@@ -27,10 +27,8 @@ public:
 
     Platform platform;
     Value fixtureAddress;
-    std::string projectName;  // declared for the station's tools, never set or read
     // Per-unit clients (scanners), keyed "Unit<n>". Nothing in the library adds one.
     std::map<std::string, std::shared_ptr<RpcClient>> qorClientDic;
-    Value _muxChannelTable;  // declared for the station's tools, never set or read
     // Nothing in the library assigns the slot count, so per-slot loops run zero times.
     std::int32_t slotNumber = 0;
     std::int32_t ConnectFlag = 0;
