@@ -75,7 +75,7 @@ std::string shown(const Value& reply) { return reply.is_null() ? noReply : descr
 // A method no controller knows, under a name used once: the error that names it is its own.
 std::string probe(FixtureControl& session, const std::string& method, const Value& kwargs = nullptr) {
     std::optional<RpcError> error;
-    Value reply = session.fixtureControlClient->call(method, Value::array(), kwargs, &error);
+    Value reply = session.fixtureControlClient()->call(method, Value::array(), kwargs, &error);
     if (!reply.is_null()) return "result " + describe(reply);
     if (!error) return "no reply and no error";
     if (error->code == jsonrpc::timeoutError || error->code == jsonrpc::notConnectedError) return noReply;

@@ -104,7 +104,7 @@ const std::string header = "Timestamp,Sensor1,Sensor2,Sensor3,Sensor4,PWM,Curren
 TEST_F(TecMonitor, OnStartsAWorkerThatSamplesPassByPassAndOffEndsItAfterThePassUnderWay) {
     setUpSlots();
     EXPECT_EQ(fixture.controller->calls().front().args, Value::array({500000}));
-    session->tecRecordItemNameArray[2] = "step";
+    session->tecRecordItemNameArray(Value::array({"NOT SET", "NOT SET", "step", "NOT SET"}));
 
     session->tecTempGet(3, "on");
     clock->stepped.waitForSleepers(1);
@@ -126,6 +126,7 @@ TEST_F(TecMonitor, OnStartsAWorkerThatSamplesPassByPassAndOffEndsItAfterThePassU
     const auto worker = workers()[0];
     clock->holdInPass = true;
     step(1);
+    EXPECT_EQ(session->tecTempStableFlag()[2], "YES");  // a property does not wait for the pass
     session->tecTempGet(3, "Off");
     EXPECT_TRUE(worker->isCancelled());
     EXPECT_TRUE(workers().empty());
@@ -149,7 +150,7 @@ TEST_F(TecMonitor, OnStartsAWorkerThatSamplesPassByPassAndOffEndsItAfterThePassU
 
 TEST_F(TecMonitor, SecondOnFailsToRestartAndOffSkipsTheSecondOfTwoWorkersSideBySide) {
     setUpSlots();
-    session->tecRecordItemNameArray = Value::array({"one", "two"});
+    session->tecRecordItemNameArray(Value::array({"one", "two"}));
     session->tecTempGet(1, "ON");
     clock->stepped.waitForSleepers(1);
     EXPECT_EQ(session->getTecRecord(1).size(), 1u);
@@ -186,11 +187,11 @@ TEST_F(TecMonitor, SecondOnFailsToRestartAndOffSkipsTheSecondOfTwoWorkersSideByS
 TEST_F(TecMonitor, WithoutTheSetUpStepOnStartsNothingAndWritesNoHeader) {
     EXPECT_FALSE(FixtureControl::Private::of(*session).tecTempThreadArray);  // creation: switch off
     std::filesystem::create_directories(folder(1));
-    session->tecRecordArr = Value::array({"old"});
+    session->tecRecordArr(Value::array({"old"}));
     session->tecTempGet(1, "On");
     EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot1 tecTempRecord state:On",
                                   "After tecTempGet On--->>>tecTempThreadArray is (null)"}));
-    EXPECT_TRUE(session->tecRecordArr.empty());
+    EXPECT_TRUE(session->tecRecordArr().empty());
     EXPECT_TRUE(std::filesystem::is_empty(folder(1)));
     EXPECT_EQ(session.use_count(), 1);  // the dropped worker holds no session
 
