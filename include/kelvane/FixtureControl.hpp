@@ -49,8 +49,8 @@ public:
     // Ends the session's use; safe from any thread, more than once. The client is closed, so
     // calls under way and later ones fail with its "client closed" error, and a tray move under
     // way stops polling at its next step and returns its timeout text. Every TEC worker of the
-    // session is cancelled, and close() waits until they have ended: each ends after the pass
-    // or pause it is in (a pass fails fast on the closed client, a pause lasts up to 1.5 s), so
+    // session is cancelled, and close() waits until they have ended: a worker in its pause ends
+    // at once, one in a pass when the pass ends (its calls fail fast on the closed client), so
     // once close() returns no worker writes another line. It holds no lock while it waits. Not
     // to be called from a worker's own thread (a clock or log sink the session calls), where it
     // does not wait for that worker.
@@ -117,8 +117,8 @@ public:
     // records, creates a worker for the slot, writes the CSV header and starts every worker of
     // the slot's name; without the set-up step it starts nothing. A second ON without OFF asks
     // the running worker to start again, which throws WorkerAlreadyStarted to the caller. OFF
-    // cancels and drops the slot's workers, but of two side by side it looks only at the first.
-    // Call from one thread.
+    // cancels and drops the slot's workers, but of two side by side it looks only at the first;
+    // a worker in its pause ends at once, one in a pass after the pass. Call from one thread.
     void tecTempGet(std::int32_t slot, const std::string& state);
     // Creates the slot's worker "Slot<n>_TecTempThread", unstarted, and adds it to the worker
     // array; without the set-up step the worker is dropped. A worker holds the session while

@@ -25,6 +25,8 @@ thread_local const FixtureControl* workerSessionOfThisThread = nullptr;
 
 std::string workerName(std::int32_t slot) { return fmt::format("Slot{}_TecTempThread", slot); }
 
+// The pause between passes ends at once when the worker is cancelled (switched off, or its
+// session closed); a pass under way runs to its end.
 void runWorker(FixtureControl& session, Clock& clock, const WorkerThread::Handle& self,
                std::int32_t slot) {
     workerSessionOfThisThread = &session;
@@ -35,7 +37,7 @@ void runWorker(FixtureControl& session, Clock& clock, const WorkerThread::Handle
                               describe(session.identifier()), slot));
         session.tecTempRecord(slot, messageId);
         if (self.isCancelled()) break;
-        clock.sleepFor(pauseBetweenPassesSeconds);
+        clock.sleepUnlessCancelled(pauseBetweenPassesSeconds, self.cancelSignal());
     }
     workerSessionOfThisThread = nullptr;
 }

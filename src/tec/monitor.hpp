@@ -10,7 +10,7 @@
 
 namespace kelvane::tec {
 
-// Cancels the workers and waits until each has ended; from a
+// Cancels the workers, which ends their pauses at once, and waits until each has ended; from a
 // worker of `session` (a clock or log sink the session calls on that thread) it does not wait,
 // which would be for itself. Takes no lock of the session.
 void stopWorkers(const std::vector<std::shared_ptr<WorkerThread>>& workers,

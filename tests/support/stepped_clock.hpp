@@ -1,6 +1,7 @@
 // Time for worker threads: sleepFor() blocks until the test moves time past the sleeper's wake-up
-// (or releases it), so a loop "pass; sleep 1.5 s" runs one pass per step of the test, with no
-// real sleeping and no spinning. Poll loops on the test's own thread use VirtualClock instead.
+// (or releases it, or cancels a cancellable sleep), so a loop "pass; sleep 1.5 s" runs one pass
+// per step of the test, with no real sleeping and no spinning. Poll loops on the test's own
+// thread use VirtualClock instead.
 #pragma once
 
 #include "virtual_clock.hpp"
@@ -15,14 +16,12 @@ class SteppedClock final : public Clock {
 public:
     double now() override { return time_.now(); }
     double monotonic() override { return time_.monotonic(); }
-    void sleepFor(double seconds) override {
-        std::unique_lock lock(mutex_);
-        if (seconds <= 0) return;
-        if (free_) return time_.advance(seconds);
-        auto wakeUp = wakeUps_.insert(time_.monotonic() + seconds);
-        changed_.notify_all();
-        changed_.wait(lock, [&] { return free_ || *wakeUp <= time_.monotonic(); });
-        wakeUps_.erase(wakeUp);
+    void sleepFor(double seconds) override { sleep(seconds, nullptr); }
+    // As sleepFor, but the signal wakes the sleeper at once, and time does not move.
+    void sleepUnlessCancelled(double seconds, const CancelSignal& cancel) override {
+        cancel.setWaker([this] { std::lock_guard lock(mutex_); changed_.notify_all(); });
+        sleep(seconds, &cancel);
+        cancel.setWaker(nullptr);
     }
 
     // Blocks until at least `count` threads sleep and have not been woken.
@@ -46,6 +45,16 @@ public:
     }
 
 private:
+    void sleep(double seconds, const CancelSignal* cancel) {
+        std::unique_lock lock(mutex_);
+        const auto cancelled = [cancel] { return cancel && cancel->isCancelled(); };
+        if (seconds <= 0 || cancelled()) return;
+        if (free_) return time_.advance(seconds);
+        auto wakeUp = wakeUps_.insert(time_.monotonic() + seconds);
+        changed_.notify_all();
+        changed_.wait(lock, [&] { return free_ || *wakeUp <= time_.monotonic() || cancelled(); });
+        wakeUps_.erase(wakeUp);
+    }
     std::size_t asleep() {
         const double at = time_.monotonic();
         return free_ ? 0 : std::size_t(std::count_if(wakeUps_.begin(), wakeUps_.end(), [at](double w) { return w > at; }));

@@ -8,8 +8,8 @@
 
 #include <atomic>
 #include <fstream>
+#include <future>
 #include <regex>
-#include <thread>
 
 using kelvane::FixtureControl;
 using kelvane::Value;
@@ -21,13 +21,16 @@ namespace {
 constexpr double passPause = 1.5;
 
 // The pauses inside a pass (after each receive, the warm-up's) return at once unless a test
-// holds passes there; the pause between passes waits for the test's step.
+// holds passes there; the pause between passes waits for the test's step or the worker's cancel.
 class PassClock final : public kelvane::Clock {
 public:
     double now() override { return stepped.now(); }
     double monotonic() override { return stepped.monotonic(); }
     void sleepFor(double seconds) override {
         if (seconds >= passPause || holdInPass) stepped.sleepFor(seconds);
+    }
+    void sleepUnlessCancelled(double seconds, const kelvane::CancelSignal& cancel) override {
+        stepped.sleepUnlessCancelled(seconds, cancel);
     }
     kelvane::testing::SteppedClock stepped;
     std::atomic<bool> holdInPass{false};
@@ -201,23 +204,26 @@ TEST_F(TecMonitor, WithoutTheSetUpStepOnStartsNothingAndWritesNoHeader) {
     EXPECT_FALSE(FixtureControl::Private::of(*session).tecTempThreadArray);
 }
 
-TEST_F(TecMonitor, CloseStopsEveryWorkerAndWaitsForThem) {
+// Switching a slot off, and closing the session, while the workers rest between passes.
+TEST_F(TecMonitor, OffAndCloseEndThePauseAtOnceAndCloseWaitsForEveryWorker) {
     setUpSlots();
-    session->tecTempGet(1, "ON");
-    session->tecTempGet(2, "ON");
-    clock->stepped.waitForSleepers(2);
+    for (std::int32_t slot = 1; slot <= 4; ++slot) session->tecTempGet(slot, "ON");
+    clock->stepped.waitForSleepers(4);
     std::vector<WorkerThread::Handle> handles;
     for (const auto& worker : workers()) handles.push_back(worker->handle());
+    const double start = clock->monotonic();
 
-    std::thread closer([this] { session->close(); });
-    for (const auto& handle : handles) {
-        while (!handle.isCancelled()) std::this_thread::yield();
-    }
-    EXPECT_FALSE(handles[0].isFinished());  // asleep in its pause, close() waits
-    clock->stepped.advance(passPause);
-    closer.join();
+    auto stopped = std::async(std::launch::async, [&] {
+        session->tecTempGet(1, "OFF");
+        handles[0].waitUntilFinished();
+        session->close();
+    });
+    const bool prompt = stopped.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    clock->stepped.releaseAll();  // a pause that ran on ends, so the test ends either way
+    ASSERT_TRUE(prompt) << "a pause ran on";
     for (const auto& handle : handles) EXPECT_TRUE(handle.isFinished());
-    EXPECT_EQ(csv(1).size(), 2u);  // no pass after the pause
+    EXPECT_EQ(clock->monotonic(), start);  // no time passed
+    EXPECT_EQ(csv(1).size(), 2u);          // no pass after the pause
 
     std::weak_ptr<FixtureControl> alive = session;
     session.reset();
