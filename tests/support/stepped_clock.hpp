@@ -1,7 +1,6 @@
 // Time for worker threads: sleepFor() blocks until the test moves time past the sleeper's wake-up
-// (or releases it, or cancels a cancellable sleep), so a loop "pass; sleep 1.5 s" runs one pass
-// per step of the test, with no real sleeping and no spinning. Poll loops on the test's own
-// thread use VirtualClock instead.
+// (or releases it), so a loop "pass; sleep 1.5 s" runs one pass per step of the test, with no
+// real sleeping and no spinning. Poll loops on the test's own thread use VirtualClock instead.
 #pragma once
 
 #include "virtual_clock.hpp"
@@ -16,12 +15,19 @@ class SteppedClock final : public Clock {
 public:
     double now() override { return time_.now(); }
     double monotonic() override { return time_.monotonic(); }
-    void sleepFor(double seconds) override { sleep(seconds, nullptr); }
-    // As sleepFor, but the signal wakes the sleeper at once, and time does not move.
+    void sleepFor(double seconds) override { sleepUnlessCancelled(seconds, CancelSignal()); }
+    // A raised signal wakes the sleeper at once; time does not move.
     void sleepUnlessCancelled(double seconds, const CancelSignal& cancel) override {
         cancel.setWaker([this] { std::lock_guard lock(mutex_); changed_.notify_all(); });
-        sleep(seconds, &cancel);
-        cancel.setWaker(nullptr);
+        if (std::unique_lock lock(mutex_); seconds > 0 && free_) {
+            time_.advance(seconds);
+        } else if (seconds > 0 && !cancel.isCancelled()) {
+            auto wakeUp = wakeUps_.insert(time_.monotonic() + seconds);
+            changed_.notify_all();
+            changed_.wait(lock, [&] { return free_ || *wakeUp <= time_.monotonic() || cancel.isCancelled(); });
+            wakeUps_.erase(wakeUp);
+        }
+        cancel.setWaker(nullptr);  // not under mutex_, which the waker takes
     }
 
     // Blocks until at least `count` threads sleep and have not been woken.
@@ -45,16 +51,6 @@ public:
     }
 
 private:
-    void sleep(double seconds, const CancelSignal* cancel) {
-        std::unique_lock lock(mutex_);
-        const auto cancelled = [cancel] { return cancel && cancel->isCancelled(); };
-        if (seconds <= 0 || cancelled()) return;
-        if (free_) return time_.advance(seconds);
-        auto wakeUp = wakeUps_.insert(time_.monotonic() + seconds);
-        changed_.notify_all();
-        changed_.wait(lock, [&] { return free_ || *wakeUp <= time_.monotonic() || cancelled(); });
-        wakeUps_.erase(wakeUp);
-    }
     std::size_t asleep() {
         const double at = time_.monotonic();
         return free_ ? 0 : std::size_t(std::count_if(wakeUps_.begin(), wakeUps_.end(), [at](double w) { return w > at; }));
