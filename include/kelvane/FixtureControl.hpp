@@ -50,10 +50,11 @@ public:
     // calls under way and later ones fail with its "client closed" error, and a tray move under
     // way stops polling at its next step and returns its timeout text. Every TEC worker of the
     // session is cancelled, and close() waits until they have ended: a worker in its pause ends
-    // at once, one in a pass when the pass ends (its calls fail fast on the closed client), so
-    // once close() returns no worker writes another line. It holds no lock while it waits. Not
-    // to be called from a worker's own thread (a clock or log sink the session calls), where it
-    // does not wait for that worker.
+    // at once, one in a pass when the pass ends. The pass's later calls fail at once on the
+    // closed client, but a command whose answer the close cuts off waits out its 5 s answer
+    // period. Once close() returns no worker writes another line. It holds no lock while it
+    // waits. Not to be called from a worker's own thread (a clock or log sink the session
+    // calls), where it does not wait for that worker.
     void close();
 
     // Hex, number and pattern helpers
