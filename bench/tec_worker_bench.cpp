@@ -5,7 +5,9 @@
 // - SamplingPass: one measurement pass on the calling thread, sleeps excluded: five commands cut
 //   into frames and answered, the answers reassembled and parsed, the CSV line formatted and
 //   written, the monitor log lines written.
-// Both write the slots' real files below a temporary root.
+// - CloseWhileFourWorkersRest / CloseWhileFourWorkersRun: how long close() takes, in real time,
+//   with four slots' workers all resting between passes, or at any moment of their run.
+// All write the slots' real files below a temporary root.
 #include "process_resources.hpp"
 #include "session_fixture.hpp"
 
@@ -15,12 +17,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <deque>
 #include <filesystem>
 #include <map>
 #include <mutex>
+#include <random>
 #include <thread>
 #include <vector>
 
@@ -68,6 +72,7 @@ class TecControllerBoard final : public kelvane::RpcClient {
 public:
     Value call(const std::string& method, const Value& args, const Value&, kelvane::RpcErrorSlot) override {
         std::lock_guard lock(mutex_);
+        if (closed_) return nullptr;  // as a closed client: every call fails at once
         if (method == "can.send") return take(kelvane::integerValue(args[0]), args[1].get<Frame>());
         if (method == "can.recv") return next();
         if (method == "server.mode") return "normal";
@@ -75,6 +80,10 @@ public:
         return nullptr;
     }
 
+    void close() override {
+        std::lock_guard lock(mutex_);
+        closed_ = true;
+    }
     // Measurement passes answered so far (one "get tec power" each).
     long long passes() const { return passes_; }
 
@@ -109,6 +118,7 @@ private:
     std::map<long long, std::string> commands_;
     std::deque<Frame> bus_;
     std::atomic<long long> passes_{0};
+    bool closed_ = false;
 };
 
 // Virtual time: every sleep returns at once and moves the clock.
@@ -125,6 +135,24 @@ private:
     std::atomic<double> elapsed_{0};
 };
 
+// Real time for the workers' rests between passes; the pauses inside a pass (0.1 s after each
+// CAN receive) return at once, so four workers' passes take no time and all four rest together.
+class RestingClock final : public kelvane::Clock {
+public:
+    double now() override { return system_->now(); }
+    double monotonic() override { return system_->monotonic(); }
+    void sleepFor(double) override {}
+    void sleepUnlessCancelled(double seconds, const kelvane::CancelSignal& cancel) override {
+        ++rests_;
+        system_->sleepUnlessCancelled(seconds, cancel);
+    }
+    int rests() const { return rests_; }
+
+private:
+    std::shared_ptr<kelvane::Clock> system_ = kelvane::systemClock();
+    std::atomic<int> rests_{0};
+};
+
 class NoLog final : public kelvane::LogSink {
 public:
     void write(std::string_view) override {}
@@ -135,9 +163,9 @@ struct Station {
     kelvane::testing::TemporaryDirectory root;
     std::shared_ptr<kelvane::FixtureControl> session;
 
-    Station() {
+    explicit Station(std::shared_ptr<kelvane::Clock> clock = std::make_shared<InstantClock>()) {
         kelvane::Platform platform;
-        platform.clock = std::make_shared<InstantClock>();
+        platform.clock = std::move(clock);
         platform.log = std::make_shared<NoLog>();
         platform.fileRoot = root.path();
         platform.connect = [board = board](const std::string&, std::uint32_t) { return board; };
@@ -191,8 +219,47 @@ void SamplingPass(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 
+using Seconds = std::chrono::duration<double>;
+
+// Switches four slots on, lets them run until `settled` says so, and times close().
+template <class Settled>
+void timeClose(benchmark::State& state, const std::shared_ptr<kelvane::Clock>& clock, Settled settled) {
+    Station station(clock);
+    if (!station.session) return state.SkipWithError("no session");
+    for (int slot = 1; slot <= slots; ++slot) station.session->tecTempGet(slot, "ON");
+    settled();
+    const auto start = std::chrono::steady_clock::now();
+    station.session->close();
+    state.SetIterationTime(Seconds(std::chrono::steady_clock::now() - start).count());
+}
+
+void CloseWhileFourWorkersRest(benchmark::State& state) {
+    for (auto _ : state) {
+        auto clock = std::make_shared<RestingClock>();
+        timeClose(state, clock, [&] {
+            while (clock->rests() < slots) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        });
+    }
+}
+
+// The system clock throughout: each pass takes 0.5 s (its five 0.1 s pauses), so with four slots
+// one pass or another is nearly always under way. close() comes at a random moment of the run.
+void CloseWhileFourWorkersRun(benchmark::State& state) {
+    std::mt19937 random(7805);
+    std::uniform_real_distribution<double> runFor(0.5, 3.0);
+    for (auto _ : state) {
+        timeClose(state, kelvane::systemClock(), [&] { std::this_thread::sleep_for(Seconds(runFor(random))); });
+    }
+}
+
 BENCHMARK(FourWorkersResidentMemory)->Iterations(1)->Unit(benchmark::kSecond)->UseRealTime();
 BENCHMARK(SamplingPass)->Unit(benchmark::kMicrosecond);
+// One close() a repetition, so that the slowest of them shows.
+double slowest(const std::vector<double>& times) { return *std::max_element(times.begin(), times.end()); }
+BENCHMARK(CloseWhileFourWorkersRest)->UseManualTime()->Iterations(1)->Repetitions(20)
+    ->ComputeStatistics("max", slowest)->Unit(benchmark::kMillisecond);
+BENCHMARK(CloseWhileFourWorkersRun)->UseManualTime()->Iterations(1)->Repetitions(20)
+    ->ComputeStatistics("max", slowest)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

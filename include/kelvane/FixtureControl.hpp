@@ -2,16 +2,19 @@
 //
 // Every operation is synchronous on the calling thread and never throws, except where a
 // helper below documents a range error for input its callers never pass, and the second start
-// of a TEC worker (see tecTempGet). Only the TEC members take locks (see below); the
-// host serialises fixture motion. An operation holds the session's client for its whole call,
-// so replacing `fixtureControlClient` meanwhile affects only later calls.
+// of a TEC worker (see tecTempGet). The host serialises fixture motion.
 //
 // TEC monitoring: switching a slot on starts a background worker that runs a sampling pass,
-// sleeps 1.5 s, and so on until switched off; it keeps the session alive while it runs. A pass
-// (and an on-demand reading) holds the session's object lock for its whole length, so the CAN
-// exchanges of different slots never interleave; failure records have a lock of their own,
-// taken inside the object lock, never the other way round. A session made by initWithIP has no
-// workers: its TEC set-up step is switched off.
+// pauses 1.5 s, and so on until switched off; it keeps the session alive while it runs. A
+// session made by initWithIP has no workers: its TEC set-up step is switched off.
+//
+// Locks. A pass (and an on-demand reading) holds the session's object lock for its whole length,
+// up to tens of seconds with a silent controller, so the CAN exchanges of different slots never
+// interleave; no other operation takes it. The properties are guarded by the state lock, and the
+// failure records by a lock of their own; each of these two is held only to copy or replace one
+// value (a property, one slot's table entry, a record), never across a call to the controller, a
+// sleep or a file write, so a host never waits for a pass to read or set a property. Order:
+// object lock first, then the state lock or the records' lock, never those two together.
 #pragma once
 
 #include <kelvane/Platform.hpp>
@@ -22,6 +25,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <thread>
 
 namespace kelvane {
 
@@ -45,11 +49,12 @@ public:
     // Ends the session's use; safe from any thread, more than once. The client is closed, so
     // calls under way and later ones fail with its "client closed" error, and a tray move under
     // way stops polling at its next step and returns its timeout text. Every TEC worker of the
-    // session is cancelled, and close() waits until they have ended: each ends after the pass
-    // or pause it is in (a pass fails fast on the closed client, a pause lasts up to 1.5 s), so
-    // once close() returns no worker writes another line. It holds no lock while it waits. Not
-    // to be called from a worker's own thread (a clock or log sink the session calls), where it
-    // does not wait for that worker.
+    // session is cancelled, and close() waits until they have ended: a worker in its pause ends
+    // at once, one in a pass when the pass ends. The pass's later calls fail at once on the
+    // closed client, but a command whose answer the close cuts off waits out its 5 s answer
+    // period. Once close() returns no worker writes another line. It holds no lock while it
+    // waits. Not to be called from a worker's own thread (a clock or log sink the session
+    // calls), where it does not wait for that worker.
     void close();
 
     // Hex, number and pattern helpers
@@ -113,8 +118,8 @@ public:
     // records, creates a worker for the slot, writes the CSV header and starts every worker of
     // the slot's name; without the set-up step it starts nothing. A second ON without OFF asks
     // the running worker to start again, which throws WorkerAlreadyStarted to the caller. OFF
-    // cancels and drops the slot's workers, but of two side by side it looks only at the first.
-    // Call from one thread.
+    // cancels and drops the slot's workers, but of two side by side it looks only at the first;
+    // a worker in its pause ends at once, one in a pass after the pass. Call from one thread.
     void tecTempGet(std::int32_t slot, const std::string& state);
     // Creates the slot's worker "Slot<n>_TecTempThread", unstarted, and adds it to the worker
     // array; without the set-up step the worker is dropped. A worker holds the session while
@@ -143,17 +148,50 @@ public:
     void saveSamplelog(const std::string& text);
     Value getFixtureIDFromEEPROMWithTimeout(std::int64_t timeoutMs);
 
-    // Properties: strong, unsynchronised; the host may read and replace them.
-    std::shared_ptr<RpcClient> fixtureControlClient;
-    Value identifier;
-    Value toPology;
-    std::string fixtureId;
-    std::string tecTempLogPath;
-    std::string tecVersion;
-    Value tecRecordItemNameArray;  // nil until the TEC set-up step creates it
-    Value tecRecordArr = Value::array();
-    Value tecTempStableFlag;
-    Value tecTempTimes;
+    // Properties: a getter and a setter of the same name each. A getter gives a copy and a
+    // setter replaces the whole value, under the state lock (tecRecordArr: the records' lock)
+    // held for that alone: callable from any thread at any time, never waiting for a TEC pass.
+
+    // The controller board's client, set by connectWithIPAddress. An operation takes it once
+    // when it starts and uses that one to its end (a TEC pass too), so a client set meanwhile
+    // serves only later operations.
+    std::shared_ptr<RpcClient> fixtureControlClient() const;
+    void fixtureControlClient(std::shared_ptr<RpcClient> client);
+    // A thread of the host's: nil until the host sets one, never used by the library, which only
+    // holds it (the last reference to a joinable std::thread must not go with the session).
+    std::shared_ptr<std::thread> threadReset() const;
+    void threadReset(std::shared_ptr<std::thread> thread);
+    // The topology's "identifier": prefixes log lines, and names the slots' TEC files and their
+    // folder's group. A TEC pass reads it once when it starts.
+    Value identifier() const;
+    void identifier(Value identifier);
+    // The topology as given to initWithIP; getDutSN reads its "ScanSN".
+    Value toPology() const;
+    void toPology(Value topology);
+    // Kept for the host, never read by the library. The TEC set-up step sets tecTempLogPath "".
+    std::string fixtureId() const;
+    void fixtureId(std::string fixtureId);
+    std::string tecTempLogPath() const;
+    void tecTempLogPath(std::string path);
+    std::string tecVersion() const;
+    void tecVersion(std::string version);
+
+    // The per-slot TEC tables, arrays indexed by slot - 1, nil until the TEC set-up step: the
+    // test step running in each slot (the CSV lines' last column), whether the slot has warmed
+    // up ("YES"; set a slot's entry to "NO" to ask for a warm-up), and the warm-up passes made.
+    // A worker reads and writes them one entry at a time under the state lock. A host's get and
+    // set are two steps: an entry a worker writes between them (the end of a warm-up sets the
+    // slot's flag to "YES" and its count to 0) is overwritten by the set.
+    Value tecRecordItemNameArray() const;
+    void tecRecordItemNameArray(Value names);
+    Value tecTempStableFlag() const;
+    void tecTempStableFlag(Value flags);
+    Value tecTempTimes() const;
+    void tecTempTimes(Value passes);
+    // Every slot's failure records, under the records' own lock; getTecRecord gives the same
+    // copy, but always an array.
+    Value tecRecordArr() const;
+    void tecRecordArr(Value records);
 
     // The session's private state, defined inside the library.
     class Private;

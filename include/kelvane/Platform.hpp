@@ -5,7 +5,10 @@
 #include <kelvane/RpcClient.hpp>
 #include <kelvane/export.h>
 
+#include <atomic>
+#include <condition_variable>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -13,6 +16,32 @@
 #include <vector>
 
 namespace kelvane {
+
+// Ends a sleep early: a worker's pause ends as soon as the worker is cancelled. Raised once, it
+// stays raised. Every member is safe from any thread.
+class KELVANE_API CancelSignal {
+public:
+    CancelSignal() = default;
+    CancelSignal(const CancelSignal&) = delete;
+    CancelSignal& operator=(const CancelSignal&) = delete;
+
+    // Raises the signal and runs the waker, if one is set, on the calling thread.
+    void cancel();
+    bool isCancelled() const;
+    // Waits in real time until the signal is raised or `seconds` have passed; true when raised.
+    bool waitFor(double seconds) const;
+    // For a clock whose sleepers wait on something of their own (virtual time): `wake` runs
+    // whenever the signal is raised while it is set, and must not take a lock that is held
+    // while isCancelled() is read. setWaker(nullptr) removes it; once that returns, it no longer
+    // runs.
+    void setWaker(std::function<void()> wake) const;
+
+private:
+    std::atomic<bool> cancelled_{false};
+    mutable std::mutex mutex_;
+    mutable std::condition_variable raised_;
+    mutable std::function<void()> wake_;  // guarded by mutex_
+};
 
 // Time and sleeping. Poll loops and worker pauses go through it.
 class KELVANE_API Clock {
@@ -24,6 +53,10 @@ public:
     // start: for deadlines and "how long has passed".
     virtual double monotonic() = 0;
     virtual void sleepFor(double seconds) = 0;
+    // Sleeps as sleepFor, but returns as soon as `cancel` is raised, at once when it already
+    // is. The default suits a clock that cannot be woken: it sleeps the whole time unless the
+    // signal is raised before the sleep begins.
+    virtual void sleepUnlessCancelled(double seconds, const CancelSignal& cancel);
 };
 
 KELVANE_API std::shared_ptr<Clock> systemClock();

@@ -70,7 +70,8 @@ Value FixtureControl::scanBarcode() {
 }
 
 Value FixtureControl::getDutSN(const std::string& unit) {
-    Value scanSN = toPology.is_object() ? toPology.value("ScanSN", Value()) : Value();
+    const Value topology = toPology();
+    Value scanSN = topology.is_object() ? topology.value("ScanSN", Value()) : Value();
     if (!scanSN.is_null() && !isText(scanSN, "YES")) {
         log("Current config don't need  scan SN.");
         return nullptr;

@@ -5,29 +5,11 @@
 #include <kelvane/protocol/can_bus.hpp>
 #include <kelvane/protocol/methods.hpp>
 
-#include <array>
-#include <cstdlib>
-
 namespace kelvane::can {
 namespace {
 
 constexpr double answerPeriodSeconds = 5.0;
 constexpr double pauseAfterReceiveSeconds = 0.1;
-
-// The numbers of a command text ("0x01 0x02 9"), each cut to a byte, at most 8, read as C reads
-// them. The board is not given these bytes: it expects the fixed frame 1, 2, 3.
-std::array<unsigned char, 8> scanCommandBytes(const std::string& command) {
-    std::array<unsigned char, 8> bytes{};
-    const char* position = command.c_str();
-    for (auto& byte : bytes) {
-        char* end = nullptr;
-        long number = std::strtol(position, &end, 0);
-        if (end == position) break;
-        byte = static_cast<unsigned char>(number);
-        position = end;
-    }
-    return bytes;
-}
 
 bool holdsOk(const std::string& answer) {
     return upperCased(answer).find("OK") != std::string::npos;
@@ -63,16 +45,13 @@ std::string awaitAnswer(const Bridge& bridge, std::int32_t slot) {
 }  // namespace
 
 bool openChannel(const Bridge& bridge, const Value& bitRate) {
-    std::optional<RpcError> error;
-    return describedContains(bridge.call(methods::canOpen, Value::array({bitRate}), &error),
+    return describedContains(bridge.call(methods::canOpen, Value::array({bitRate}), nullptr),
                              "done");
 }
 
 bool sendFixedFrame(const Bridge& bridge, std::uint32_t messageId, const std::string& command) {
-    [[maybe_unused]] auto scanned = scanCommandBytes(command);
-    std::optional<RpcError> error;
     Value reply = bridge.call(methods::canSend,
-                              Value::array({Value(messageId), Value::array({1, 2, 3})}), &error);
+                              Value::array({Value(messageId), Value::array({1, 2, 3})}), nullptr);
     bridge.log.write("Send Can command " + command + (reply.is_null() ? " fail." : " success."));
     return true;
 }

@@ -13,8 +13,8 @@ namespace kelvane::can {
 // "can.open" with the bit rate as given; true when the reply's printed text holds "done".
 bool openChannel(const Bridge& bridge, const Value& bitRate);
 
-// Puts one frame with the data 1, 2, 3 on the bus under `messageId`, whatever `command` holds
-// (the command's numbers are scanned but not sent). Logs whether the board took it; always true.
+// Puts one frame with the data 1, 2, 3 on the bus under `messageId`, whatever `command` holds.
+// Logs whether the board took it; always true.
 bool sendFixedFrame(const Bridge& bridge, std::uint32_t messageId, const std::string& command);
 
 // Sends `command` to the controller at `messageId` (passed to the board as it is: the TEC code

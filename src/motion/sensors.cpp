@@ -23,24 +23,21 @@ std::string stateLine(std::string_view sensorName, int reading) {
 }  // namespace
 
 std::string FixtureControl::checkPositionSensor() {
-    // Shared by the four reads and never looked at: a failed read simply counts as 0.
-    std::optional<RpcError> error;
-
-    int in = sensorReading(call(methods::inSensorRead, Value::array(), nullptr, &error));
+    // A failed read counts as 0.
+    int in = sensorReading(call(methods::inSensorRead));
     log(stateLine("IN", in));
-    int out = sensorReading(call(methods::outSensorRead, Value::array(), nullptr, &error));
+    int out = sensorReading(call(methods::outSensorRead));
     log(stateLine("OUT", out));
-    int up = sensorReading(call(methods::upSensorRead, Value::array(), nullptr, &error));
+    int up = sensorReading(call(methods::upSensorRead));
     log(stateLine("UP", up));
-    int down = sensorReading(call(methods::downSensorRead, Value::array(), nullptr, &error));
+    int down = sensorReading(call(methods::downSensorRead));
     log(stateLine("DOWN", down));
 
     return fmt::format("{};{};{};{}", in, out, up, down);
 }
 
 Value FixtureControl::checkDUTSensor() {
-    std::optional<RpcError> error;
-    Value reply = call(methods::dutSensorRead, Value::array(), nullptr, &error);
+    Value reply = call(methods::dutSensorRead);
     log(fmt::format("checkDUTSensor state is {}\n", describe(reply)));
     return reply;
 }

@@ -19,11 +19,18 @@ public:
     void sleepFor(double seconds) override {
         if (seconds > 0) std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
     }
+    void sleepUnlessCancelled(double seconds, const CancelSignal& cancel) override {
+        if (seconds > 0) cancel.waitFor(seconds);
+    }
 };
 
 }  // namespace
 
 Clock::~Clock() = default;
+
+void Clock::sleepUnlessCancelled(double seconds, const CancelSignal& cancel) {
+    if (!cancel.isCancelled()) sleepFor(seconds);
+}
 
 std::shared_ptr<Clock> systemClock() {
     static auto clock = std::make_shared<SystemClock>();

@@ -41,15 +41,15 @@ struct WorkerThread::State {
 
     const std::string name;
     std::atomic<bool> started{false};
-    std::atomic<bool> cancelled{false};
+    CancelSignal cancelled;
     mutable std::mutex mutex;
     mutable std::condition_variable finishedChanged;
     bool finished = false;  // guarded by mutex
 };
 
-const std::string& WorkerThread::Handle::name() const { return state_->name; }
+bool WorkerThread::Handle::isCancelled() const { return state_->cancelled.isCancelled(); }
 
-bool WorkerThread::Handle::isCancelled() const { return state_->cancelled.load(); }
+const CancelSignal& WorkerThread::Handle::cancelSignal() const { return state_->cancelled; }
 
 bool WorkerThread::Handle::isFinished() const {
     std::lock_guard lock(state_->mutex);
@@ -90,9 +90,9 @@ void WorkerThread::start() {
 
 bool WorkerThread::isStarted() const { return state_->started.load(); }
 
-void WorkerThread::cancel() { state_->cancelled.store(true); }
+void WorkerThread::cancel() { state_->cancelled.cancel(); }
 
-bool WorkerThread::isCancelled() const { return state_->cancelled.load(); }
+bool WorkerThread::isCancelled() const { return state_->cancelled.isCancelled(); }
 
 WorkerThread::Handle WorkerThread::handle() const { return Handle(state_); }
 

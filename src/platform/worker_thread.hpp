@@ -1,7 +1,10 @@
 // A named background thread for the session's workers: made unstarted, started once, and asked
-// to stop through a flag its body tests between steps. Built on std::thread alone, so it behaves
-// the same with every standard library the product is built with.
+// to stop through a flag its body tests between steps, and which ends the body's cancellable
+// sleeps at once. Built on std::thread alone, so it behaves the same with every standard library
+// the product is built with.
 #pragma once
+
+#include <kelvane/Platform.hpp>
 
 #include <functional>
 #include <memory>
@@ -24,8 +27,9 @@ public:
     // is gone, so whoever holds one can still wait for the body to return.
     class Handle {
     public:
-        const std::string& name() const;
         bool isCancelled() const;
+        // Raised by cancel(): a Clock::sleepUnlessCancelled on it ends when the worker is.
+        const CancelSignal& cancelSignal() const;
         bool isFinished() const;
         // Blocks until the body has returned; returns at once for a worker never started.
         void waitUntilFinished() const;
@@ -53,7 +57,8 @@ public:
     // finished). An exception that leaves the body ends the worker and goes no further.
     void start();
     bool isStarted() const;
-    // Asks the body to stop; it sees the request the next time it tests isCancelled().
+    // Asks the body to stop; it sees the request the next time it tests isCancelled(), and a
+    // sleep on its cancel signal ends.
     void cancel();
     bool isCancelled() const;
     Handle handle() const;

@@ -31,11 +31,11 @@ FixtureControl::~FixtureControl() = default;
 std::shared_ptr<FixtureControl> FixtureControl::initWithIP(const Value& topology, Platform platform) {
     std::shared_ptr<FixtureControl> session(new FixtureControl(std::move(platform)));
     session->d_->ConnectFlag = 1;
-    session->toPology = topology;
-    session->identifier = topology.is_object() ? topology.value("identifier", Value()) : Value();
+    session->toPology(topology);
+    session->identifier(topology.is_object() ? topology.value("identifier", Value()) : Value());
     session->log("********self.toPology  " + describe(topology));
     session->d_->qorClientDic.clear();
-    session->tecRecordArr = Value::array();
+    session->tecRecordArr(Value::array());
 
     Value address = topology.is_object() ? topology.value("FixtureIP", Value()) : Value();
     session->log("Connect to " + describe(address));
@@ -67,12 +67,12 @@ bool FixtureControl::connectWithIPAddress(const Value& address) {
     // An absent address text is not written at all (the port line still is).
     if (!ipValue.is_null()) saveSamplelog(ip);
     saveSamplelog(fmt::format("{}", port));
-    log(fmt::format("{} Connecting to RPC server {}:{}...", describe(identifier), ip, port));
+    log(fmt::format("{} Connecting to RPC server {}:{}...", describe(identifier()), ip, port));
     // A port no TCP connection can use fails as a controller that does not answer, without
     // waiting for the client's connect grace.
     bool usablePort = port >= lowestPort && port <= highestPort;
-    fixtureControlClient =
-        usablePort && d_->platform.connect ? d_->platform.connect(ip, port) : nullptr;
+    fixtureControlClient(usablePort && d_->platform.connect ? d_->platform.connect(ip, port)
+                                                            : nullptr);
     Value reply = call(methods::serverMode);
     log("RPC server.mode: " + describe(reply) + "...");
     if (reply.is_null()) {
@@ -85,15 +85,18 @@ bool FixtureControl::connectWithIPAddress(const Value& address) {
 std::int32_t FixtureControl::getConnectFlag() const { return d_->ConnectFlag; }
 
 bool FixtureControl::initialFixture() {
-    std::optional<RpcError> error;
-    Value reply = call(methods::fixtureInitialise, Value::array(), nullptr, &error);
-    return describedContains(reply, "done");
+    return describedContains(call(methods::fixtureInitialise), "done");
 }
 
 void FixtureControl::close() {
     d_->closed = true;
-    if (auto client = fixtureControlClient) client->close();
-    tec::stopWorkers(*this);
+    if (auto client = fixtureControlClient()) client->close();
+    std::vector<std::shared_ptr<WorkerThread>> workers;
+    {
+        std::lock_guard lock(d_->workersMutex);
+        workers.swap(d_->liveWorkers);
+    }
+    tec::stopWorkers(workers, *this);
 }
 
 void FixtureControl::log(std::string_view line) const { d_->platform.log->write(line); }
@@ -102,8 +105,7 @@ Value FixtureControl::call(std::string_view method, const Value& args, const Val
                            RpcErrorSlot error) {
     // Our own reference: a host that replaces the property meanwhile cannot free the client
     // under this call.
-    std::shared_ptr<RpcClient> client = fixtureControlClient;
-    return callThrough(client, std::string(method), args, kwargs, error);
+    return callThrough(fixtureControlClient(), std::string(method), args, kwargs, error);
 }
 
 std::shared_ptr<RpcClient> FixtureControl::unitClient(const std::string& unitKey) const {

@@ -17,6 +17,8 @@ public:
 
     // Does nothing while the host has put something other than an array in place.
     void append(const std::string& line);
+    // Drops every slot's records, as switching any slot on does.
+    void clear();
     // A copy of every slot's records: later records do not change it, nor does changing it
     // change the records.
     Value snapshot() const;

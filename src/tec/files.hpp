@@ -21,7 +21,7 @@ std::string csvPath(const Value& identifier, std::int32_t slot);
 // Takes no lock: two writers of one slot may append to the same file at once.
 struct TecFiles {
     const Platform& platform;  // file root, the clock for time stamps, the process log
-    const Value& identifier;   // the session's, read at each write
+    Value identifier;          // the session's, as it was when the view was made
 
     // One line "<time stamp>:    <text>\r\n"; the stamp is local time "YYYY-MM-dd HH:mm:ss:SSSS"
     // (week-based year, four fraction digits).

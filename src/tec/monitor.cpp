@@ -8,7 +8,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <functional>
 #include <mutex>
+#include <optional>
 
 namespace kelvane {
 namespace {
@@ -23,65 +25,52 @@ thread_local const FixtureControl* workerSessionOfThisThread = nullptr;
 
 std::string workerName(std::int32_t slot) { return fmt::format("Slot{}_TecTempThread", slot); }
 
-bool stopRequested(FixtureControl& session, const WorkerThread::Handle& self) {
-    return self.isCancelled() || FixtureControl::Private::of(session).closed;
-}
-
-void runWorker(FixtureControl& session, const WorkerThread::Handle& self, std::int32_t slot) {
+// The pause between passes ends at once when the worker is cancelled (switched off, or its
+// session closed); a pass under way runs to its end.
+void runWorker(FixtureControl& session, Clock& clock, const WorkerThread::Handle& self,
+               std::int32_t slot) {
     workerSessionOfThisThread = &session;
     const Value messageId = tec::canMessageId(slot);
-    Clock& clock = *FixtureControl::Private::of(session).platform.clock;
-    for (;;) {
-        if (stopRequested(session, self)) break;
+    while (!self.isCancelled()) {
         session.saveTecMonitorLogInfo(
             slot, fmt::format("TesterReporting {} Slot{} tecTempRecord running",
-                              describe(session.identifier), slot));
+                              describe(session.identifier()), slot));
         session.tecTempRecord(slot, messageId);
-        if (stopRequested(session, self)) break;
-        clock.sleepFor(pauseBetweenPassesSeconds);
+        if (self.isCancelled()) break;
+        clock.sleepUnlessCancelled(pauseBetweenPassesSeconds, self.cancelSignal());
     }
     workerSessionOfThisThread = nullptr;
 }
 
-std::string describeWorkers(const FixtureControl::Private& d) {
-    if (!d.tecTempThreadArray) return describe(Value());
+using Workers = std::vector<std::shared_ptr<WorkerThread>>;
+
+std::string describeWorkers(const std::optional<Workers>& workers) {
+    if (!workers) return describe(Value());
     Value names = Value::array();
-    for (const auto& worker : *d.tecTempThreadArray) names.push_back(worker->name());
+    for (const auto& worker : *workers) names.push_back(worker->name());
     return describe(names);
 }
 
-void switchOn(FixtureControl& session, std::int32_t slot) {
-    auto& d = FixtureControl::Private::of(session);
-    // Under the records' own lock, so a pass of another slot appending a record meanwhile
-    // cannot tear the array; the order of events is the same as without it.
-    {
-        std::lock_guard lock(d.recordsMutex);
-        if (session.tecRecordArr.is_array()) session.tecRecordArr.clear();
-    }
-    session.creatTecTempThread(slot);
-    if (!d.tecTempThreadArray) return;
-    const std::string name = workerName(slot);
-    // By index: a start that throws leaves the array as it is.
-    for (std::size_t i = 0; i < d.tecTempThreadArray->size(); ++i) {
-        const auto worker = (*d.tecTempThreadArray)[i];
-        d.platform.log->write("TesterReporting thread name:" + worker->name());
+// Starts every worker of the name, each after `writeHeader`. By index: a start that throws
+// leaves the array as it is.
+void startWorkers(const Workers& workers, const std::string& name, LogSink& log,
+                  const std::function<void()>& writeHeader) {
+    for (std::size_t i = 0; i < workers.size(); ++i) {
+        const auto worker = workers[i];
+        log.write("TesterReporting thread name:" + worker->name());
         if (worker->name() != name) continue;
-        session.saveTecTemplog(slot, std::string(csvHeader));
+        writeHeader();
         worker->start();  // throws WorkerAlreadyStarted for a worker that runs already
     }
 }
 
-// The index moves on after a removal, so of two workers of the slot side by side only the first
+// The index moves on after a removal, so of two workers of the name side by side only the first
 // is stopped: the station relies on that.
-void switchOff(FixtureControl& session, std::int32_t slot) {
-    auto& d = FixtureControl::Private::of(session);
-    if (!d.tecTempThreadArray) return;
-    auto& workers = *d.tecTempThreadArray;
-    const std::string name = workerName(slot);
+void cancelWorkers(Workers& workers, const std::string& name, LogSink& log) {
     for (std::size_t i = 0; i < workers.size(); ++i) {
         if (workers[i]->name() != name) continue;
         if (workers[i]->isCancelled()) {
-            d.platform.log->write(name + " is Cancelled");
+            log.write(name + " is Cancelled");
         } else {
             workers[i]->cancel();
         }
@@ -93,16 +82,24 @@ void switchOff(FixtureControl& session, std::int32_t slot) {
 
 void FixtureControl::tecTempGet(std::int32_t slot, const std::string& state) {
     const std::string word = upperCased(state);
+    auto& workers = d_->tecTempThreadArray;
     if (word == "ON" || word == "OFF") {
         log(fmt::format("TesterReporting Slot{} tecTempRecord state:{}", slot, state));
-        if (word == "ON") {
-            switchOn(*this, slot);
-        } else {
-            switchOff(*this, slot);
+    }
+    if (word == "ON") {
+        // Under the records' own lock, so a pass of another slot appending a record meanwhile
+        // cannot tear the array; the order of events is the same as without it.
+        d_->failureRecords().clear();
+        creatTecTempThread(slot);
+        if (workers) {
+            startWorkers(*workers, workerName(slot), *d_->platform.log,
+                         [&] { saveTecTemplog(slot, std::string(csvHeader)); });
         }
+    } else if (word == "OFF" && workers) {
+        cancelWorkers(*workers, workerName(slot), *d_->platform.log);
     }
     log(fmt::format("After tecTempGet {}--->>>tecTempThreadArray is {}", state,
-                    describeWorkers(*d_)));
+                    describeWorkers(workers)));
 }
 
 void FixtureControl::creatTecTempThread(std::int32_t slot) {
@@ -110,9 +107,9 @@ void FixtureControl::creatTecTempThread(std::int32_t slot) {
     // starts it holds the session only weakly: the session holds the worker, and a worker that
     // is never started (a second switch-on) must not keep the two alive for ever.
     auto worker = std::make_shared<WorkerThread>(
-        workerName(slot),
-        [weakSession = weak_from_this(), slot](const WorkerThread::Handle& self) {
-            if (auto session = weakSession.lock()) runWorker(*session, self, slot);
+        workerName(slot), [weakSession = weak_from_this(), clock = d_->platform.clock,
+                           slot](const WorkerThread::Handle& self) {
+            if (auto session = weakSession.lock()) runWorker(*session, *clock, self, slot);
         });
     if (!d_->tecTempThreadArray) return;  // no set-up: the worker is neither kept nor started
     d_->tecTempThreadArray->push_back(worker);
@@ -130,13 +127,8 @@ void FixtureControl::creatTecTempThread(std::int32_t slot) {
 
 namespace tec {
 
-void stopWorkers(FixtureControl& session) {
-    auto& d = FixtureControl::Private::of(session);
-    std::vector<std::shared_ptr<WorkerThread>> workers;
-    {
-        std::lock_guard lock(d.workersMutex);
-        workers.swap(d.liveWorkers);
-    }
+void stopWorkers(const std::vector<std::shared_ptr<WorkerThread>>& workers,
+                 const FixtureControl& session) {
     for (const auto& worker : workers) worker->cancel();
     if (workerSessionOfThisThread == &session) return;
     for (const auto& worker : workers) worker->handle().waitUntilFinished();

@@ -3,10 +3,17 @@
 
 #include <kelvane/FixtureControl.hpp>
 
+#include "platform/worker_thread.hpp"
+
+#include <memory>
+#include <vector>
+
 namespace kelvane::tec {
 
-// Cancels every worker of the session, switched off or not, and waits until each has ended,
-// except one running on the calling thread. Takes no lock of the session while it waits.
-void stopWorkers(FixtureControl& session);
+// Cancels the workers, which ends their pauses at once, and waits until each has ended; from a
+// worker of `session` (a clock or log sink the session calls on that thread) it does not wait,
+// which would be for itself. Takes no lock of the session.
+void stopWorkers(const std::vector<std::shared_ptr<WorkerThread>>& workers,
+                 const FixtureControl& session);
 
 }  // namespace kelvane::tec

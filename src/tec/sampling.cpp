@@ -23,18 +23,6 @@ constexpr const char* temperatureCommands[4] = {"get tec temp:1", "get tec temp:
                                                 "get tec temp:3", "get tec temp:4"};
 constexpr const char* powerCommand = "get tec power";
 
-bool hasEntry(const Value& table, std::int32_t slot) {
-    return table.is_array() && slot >= 1 && static_cast<std::size_t>(slot) <= table.size();
-}
-
-Value entry(const Value& table, std::int32_t slot) {
-    return hasEntry(table, slot) ? table[static_cast<std::size_t>(slot) - 1] : Value();
-}
-
-void setEntry(Value& table, std::int32_t slot, Value value) {
-    if (hasEntry(table, slot)) table[static_cast<std::size_t>(slot) - 1] = std::move(value);
-}
-
 std::string printed(const std::optional<std::string>& answer) {
     return answer ? *answer : describe(Value());
 }
@@ -70,7 +58,7 @@ struct Measurement {
     std::optional<TecSample> sample;
 };
 
-Measurement measure(const Sampler& sampler, const Value& messageId, const Value& itemNames,
+Measurement measure(const Sampler& sampler, const Value& messageId, const SlotTables& tables,
                     std::int32_t slot) {
     const Answers answers = askController(sampler, messageId, slot);
     if (!answers.usable()) {
@@ -88,7 +76,7 @@ Measurement measure(const Sampler& sampler, const Value& messageId, const Value&
         "{},{:.2f},{:.2f},{:.2f},{:.2f},{:.2f},{:.2f},{}\r\n", timeStamp(sampler),
         value(sample.sensors[0]), value(sample.sensors[1]), value(sample.sensors[2]),
         value(sample.sensors[3]), value(sample.pwm), value(sample.current),
-        describe(entry(itemNames, slot)));
+        describe(tables.itemName(slot)));
     return {std::move(line), sample};
 }
 
@@ -120,17 +108,17 @@ void checkSample(const Sampler& sampler, FailureRecords& records, std::int32_t s
     }
 }
 
-void warmUpPass(const Sampler& sampler, SlotTables tables, std::int32_t slot,
+void warmUpPass(const Sampler& sampler, SlotTables& tables, std::int32_t slot,
                 const Value& messageId) {
-    const long long passes = integerValue(entry(tables.warmUpPasses, slot));
-    setEntry(tables.warmUpPasses, slot, passes < LLONG_MAX ? passes + 1 : passes);
+    const long long passes = integerValue(tables.warmUpPasses(slot));
+    tables.setWarmUpPasses(slot, passes < LLONG_MAX ? passes + 1 : passes);
     sampler.clock.sleepFor(warmUpPauseSeconds);
     const auto answer = sampler.send(messageId, temperatureCommands[0], slot);
     sampler.log.write(fmt::format("Slot{} ntc1:{}", slot, printed(answer)));
     // Read back: a counter table the host has not set up never reaches the limit.
-    if (integerValue(entry(tables.warmUpPasses, slot)) > warmUpPassLimit) {
-        setEntry(tables.stableFlags, slot, "YES");
-        setEntry(tables.warmUpPasses, slot, 0);
+    if (integerValue(tables.warmUpPasses(slot)) > warmUpPassLimit) {
+        tables.setStableFlag(slot, "YES");
+        tables.setWarmUpPasses(slot, 0);
         sampler.log.write(fmt::format("Slot{} TEC temp stable", slot));
     }
 }
@@ -141,21 +129,21 @@ Value canMessageId(std::int32_t slot) {
     return Value(static_cast<std::uint32_t>(can::tecMessageId(slot)));
 }
 
-void samplingPass(const Sampler& sampler, SlotTables tables, FailureRecords& records,
+void samplingPass(const Sampler& sampler, SlotTables& tables, FailureRecords& records,
                   std::int32_t slot, const Value& messageId) {
-    if (isText(entry(tables.stableFlags, slot), "NO")) {
+    if (isText(tables.stableFlag(slot), "NO")) {
         warmUpPass(sampler, tables, slot, messageId);
         return;
     }
-    const Measurement measurement = measure(sampler, messageId, tables.itemNames, slot);
+    const Measurement measurement = measure(sampler, messageId, tables, slot);
     sampler.saveCsv(slot, measurement.line);
     if (measurement.sample) {
         checkSample(sampler, records, slot, *measurement.sample, measurement.line);
     }
 }
 
-std::string readingOnDemand(const Sampler& sampler, const Value& itemNames, std::int32_t slot) {
-    return measure(sampler, canMessageId(slot), itemNames, slot).line;
+std::string readingOnDemand(const Sampler& sampler, const SlotTables& tables, std::int32_t slot) {
+    return measure(sampler, canMessageId(slot), tables, slot).line;
 }
 
 }  // namespace kelvane::tec

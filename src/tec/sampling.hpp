@@ -3,6 +3,7 @@
 #pragma once
 
 #include "tec/failure_records.hpp"
+#include "tec/slot_tables.hpp"
 
 #include <kelvane/Platform.hpp>
 #include <kelvane/Value.hpp>
@@ -14,8 +15,8 @@
 
 namespace kelvane::tec {
 
-// Sends one command to a slot's TEC controller and gives its answer, or nothing when none came.
-// The session's feedback sender over the CAN bridge.
+// Sends one command to a slot's TEC controller and gives its answer, or nothing when none came:
+// the CAN bridge's feedback sender.
 using CommandLink = std::function<std::optional<std::string>(
     const Value& messageId, const std::string& command, std::int32_t slot)>;
 
@@ -29,14 +30,6 @@ struct Sampler {
     CsvWriter saveCsv;
 };
 
-// The session's per-slot tables, arrays indexed by slot − 1. While the host has not set one up
-// (nil, or no entry for the slot) reading its entry gives nil and writing does nothing.
-struct SlotTables {
-    Value& stableFlags;      // "YES", or "NO" while the slot still has to warm up
-    Value& warmUpPasses;     // warm-up passes made since the last reset
-    const Value& itemNames;  // the test step running in the slot: the CSV line's last column
-};
-
 // The message identifier of a slot's TEC controller on the bus.
 Value canMessageId(std::int32_t slot);
 
@@ -48,12 +41,12 @@ Value canMessageId(std::int32_t slot);
 //
 // The caller holds the session's object lock for the whole pass, so the exchanges of different
 // slots never interleave; the pass takes the failure records' lock inside it.
-void samplingPass(const Sampler& sampler, SlotTables tables, FailureRecords& records,
+void samplingPass(const Sampler& sampler, SlotTables& tables, FailureRecords& records,
                   std::int32_t slot, const Value& messageId);
 
 // One measurement pass on demand, under the slot's own identifier: the CSV line (or the line
 // naming the missing answers) is returned, not written, and no check is made. The warm-up
 // state is not touched. The caller holds the session's object lock, as for a pass.
-std::string readingOnDemand(const Sampler& sampler, const Value& itemNames, std::int32_t slot);
+std::string readingOnDemand(const Sampler& sampler, const SlotTables& tables, std::int32_t slot);
 
 }  // namespace kelvane::tec

@@ -17,7 +17,6 @@ struct RecordedCall {
     std::string method;
     Value args;
     Value kwargs;  // null when the call had none
-    bool hadErrorSlot = false;
 };
 
 struct ScriptedAnswer {
@@ -61,7 +60,7 @@ public:
 
     Value call(const std::string& method, const Value& args, const Value& kwargs,
                RpcErrorSlot error) override {
-        RecordedCall recorded{method, args, kwargs, error != nullptr};
+        RecordedCall recorded{method, args, kwargs};
         if (hook_) hook_(recorded);
         std::lock_guard lock(mutex_);
         if (++spent_ > budget_) {

@@ -15,14 +15,19 @@ class SteppedClock final : public Clock {
 public:
     double now() override { return time_.now(); }
     double monotonic() override { return time_.monotonic(); }
-    void sleepFor(double seconds) override {
-        std::unique_lock lock(mutex_);
-        if (seconds <= 0) return;
-        if (free_) return time_.advance(seconds);
-        auto wakeUp = wakeUps_.insert(time_.monotonic() + seconds);
-        changed_.notify_all();
-        changed_.wait(lock, [&] { return free_ || *wakeUp <= time_.monotonic(); });
-        wakeUps_.erase(wakeUp);
+    void sleepFor(double seconds) override { sleepUnlessCancelled(seconds, CancelSignal()); }
+    // A raised signal wakes the sleeper at once; time does not move.
+    void sleepUnlessCancelled(double seconds, const CancelSignal& cancel) override {
+        cancel.setWaker([this] { std::lock_guard lock(mutex_); changed_.notify_all(); });
+        if (std::unique_lock lock(mutex_); seconds > 0 && free_) {
+            time_.advance(seconds);
+        } else if (seconds > 0 && !cancel.isCancelled()) {
+            auto wakeUp = wakeUps_.insert(time_.monotonic() + seconds);
+            changed_.notify_all();
+            changed_.wait(lock, [&] { return free_ || *wakeUp <= time_.monotonic() || cancel.isCancelled(); });
+            wakeUps_.erase(wakeUp);
+        }
+        cancel.setWaker(nullptr);  // not under mutex_, which the waker takes
     }
 
     // Blocks until at least `count` threads sleep and have not been woken.

@@ -77,17 +77,17 @@ TEST_F(Barcode, ScanKeepsGoodSlotsAndKeepsReportingAnEarlierError) {
 }
 
 TEST_F(Barcode, DutSerialHonoursScanSNExactlyAndReturnsErrorsAsText) {
-    session->toPology["ScanSN"] = "yes";
+    session->toPology(Value{{"ScanSN", "yes"}});
     EXPECT_TRUE(session->getDutSN("1").is_null());
     EXPECT_THAT(fixture.log->lines(), Contains("Current config don't need  scan SN."));
 
-    session->toPology.erase("ScanSN");
+    session->toPology(Value::object());
     auto scanner = addScanner(3);
     scanner->answer("barcode.decode", Value("FAIL"));
     EXPECT_EQ(session->getDutSN("3"), Value("FAIL"));
     EXPECT_EQ(scanner->calls().front().args, Value::array({5000}));
 
-    session->toPology["ScanSN"] = "YES";
+    session->toPology(Value{{"ScanSN", "YES"}});
     scanner->fail("barcode.decode", {-32100, "barcode.decode timed out after 3000 ms"});
     EXPECT_EQ(session->getDutSN("3"), Value("barcode.decode timed out after 3000 ms (code -32100)"));
     EXPECT_TRUE(session->getDutSN("9").is_null());

@@ -8,8 +8,8 @@
 
 #include <atomic>
 #include <fstream>
+#include <future>
 #include <regex>
-#include <thread>
 
 using kelvane::FixtureControl;
 using kelvane::Value;
@@ -21,14 +21,13 @@ namespace {
 constexpr double passPause = 1.5;
 
 // The pauses inside a pass (after each receive, the warm-up's) return at once unless a test
-// holds passes there; the pause between passes waits for the test's step.
+// holds passes there; the pause between passes waits for the test's step or the worker's cancel.
 class PassClock final : public kelvane::Clock {
 public:
     double now() override { return stepped.now(); }
     double monotonic() override { return stepped.monotonic(); }
-    void sleepFor(double seconds) override {
-        if (seconds >= passPause || holdInPass) stepped.sleepFor(seconds);
-    }
+    void sleepFor(double seconds) override { if (holdInPass) stepped.sleepFor(seconds); }
+    void sleepUnlessCancelled(double s, const kelvane::CancelSignal& c) override { stepped.sleepUnlessCancelled(s, c); }
     kelvane::testing::SteppedClock stepped;
     std::atomic<bool> holdInPass{false};
 };
@@ -104,7 +103,7 @@ const std::string header = "Timestamp,Sensor1,Sensor2,Sensor3,Sensor4,PWM,Curren
 TEST_F(TecMonitor, OnStartsAWorkerThatSamplesPassByPassAndOffEndsItAfterThePassUnderWay) {
     setUpSlots();
     EXPECT_EQ(fixture.controller->calls().front().args, Value::array({500000}));
-    session->tecRecordItemNameArray[2] = "step";
+    session->tecRecordItemNameArray(Value::array({"NOT SET", "NOT SET", "step", "NOT SET"}));
 
     session->tecTempGet(3, "on");
     clock->stepped.waitForSleepers(1);
@@ -126,6 +125,7 @@ TEST_F(TecMonitor, OnStartsAWorkerThatSamplesPassByPassAndOffEndsItAfterThePassU
     const auto worker = workers()[0];
     clock->holdInPass = true;
     step(1);
+    EXPECT_EQ(session->tecTempStableFlag()[2], "YES");  // a property does not wait for the pass
     session->tecTempGet(3, "Off");
     EXPECT_TRUE(worker->isCancelled());
     EXPECT_TRUE(workers().empty());
@@ -149,7 +149,7 @@ TEST_F(TecMonitor, OnStartsAWorkerThatSamplesPassByPassAndOffEndsItAfterThePassU
 
 TEST_F(TecMonitor, SecondOnFailsToRestartAndOffSkipsTheSecondOfTwoWorkersSideBySide) {
     setUpSlots();
-    session->tecRecordItemNameArray = Value::array({"one", "two"});
+    session->tecRecordItemNameArray(Value::array({"one", "two"}));
     session->tecTempGet(1, "ON");
     clock->stepped.waitForSleepers(1);
     EXPECT_EQ(session->getTecRecord(1).size(), 1u);
@@ -186,11 +186,11 @@ TEST_F(TecMonitor, SecondOnFailsToRestartAndOffSkipsTheSecondOfTwoWorkersSideByS
 TEST_F(TecMonitor, WithoutTheSetUpStepOnStartsNothingAndWritesNoHeader) {
     EXPECT_FALSE(FixtureControl::Private::of(*session).tecTempThreadArray);  // creation: switch off
     std::filesystem::create_directories(folder(1));
-    session->tecRecordArr = Value::array({"old"});
+    session->tecRecordArr(Value::array({"old"}));
     session->tecTempGet(1, "On");
     EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot1 tecTempRecord state:On",
                                   "After tecTempGet On--->>>tecTempThreadArray is (null)"}));
-    EXPECT_TRUE(session->tecRecordArr.empty());
+    EXPECT_TRUE(session->tecRecordArr().empty());
     EXPECT_TRUE(std::filesystem::is_empty(folder(1)));
     EXPECT_EQ(session.use_count(), 1);  // the dropped worker holds no session
 
@@ -200,22 +200,20 @@ TEST_F(TecMonitor, WithoutTheSetUpStepOnStartsNothingAndWritesNoHeader) {
     EXPECT_FALSE(FixtureControl::Private::of(*session).tecTempThreadArray);
 }
 
-TEST_F(TecMonitor, CloseStopsEveryWorkerAndWaitsForThem) {
+TEST_F(TecMonitor, OffAndCloseEndThePauseAtOnceAndCloseWaitsForEveryWorker) {
     setUpSlots();
-    session->tecTempGet(1, "ON");
-    session->tecTempGet(2, "ON");
-    clock->stepped.waitForSleepers(2);
-    std::vector<WorkerThread::Handle> handles;
-    for (const auto& worker : workers()) handles.push_back(worker->handle());
-
-    std::thread closer([this] { session->close(); });
-    for (const auto& handle : handles) {
-        while (!handle.isCancelled()) std::this_thread::yield();
-    }
-    EXPECT_FALSE(handles[0].isFinished());  // asleep in its pause, close() waits
-    clock->stepped.advance(passPause);
-    closer.join();
-    for (const auto& handle : handles) EXPECT_TRUE(handle.isFinished());
+    for (std::int32_t slot = 1; slot <= 4; ++slot) session->tecTempGet(slot, "ON");
+    clock->stepped.waitForSleepers(4);
+    const auto first = workers()[0]->handle();
+    auto stopped = std::async(std::launch::async, [&] {
+        session->tecTempGet(1, "OFF");
+        first.waitUntilFinished();
+        session->close();
+    });
+    const bool prompt = stopped.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    clock->stepped.releaseAll();  // a pause that ran on ends, so the test ends either way
+    ASSERT_TRUE(prompt) << "a pause ran on";
+    for (const auto& worker : workers()) EXPECT_TRUE(worker->handle().isFinished());
     EXPECT_EQ(csv(1).size(), 2u);  // no pass after the pause
 
     std::weak_ptr<FixtureControl> alive = session;

@@ -29,8 +29,9 @@ protected:
     Value warmUpPasses = Value::array({0, 0});
     Value itemNames = Value::array({"NOT SET", "step"});
     Value recordLines = Value::array();
-    std::mutex recordMutex;
+    std::mutex recordMutex, stateMutex;
     kelvane::tec::FailureRecords records{recordLines, recordMutex};
+    kelvane::tec::SlotTables tables{stableFlags, warmUpPasses, itemNames, stateMutex};
     kelvane::tec::Sampler sampler{
         [this](const Value& id, const std::string& command, std::int32_t slot) {
             sent.push_back(kelvane::describe(id) + " " + command + " " + std::to_string(slot));
@@ -53,8 +54,7 @@ protected:
         answers["get tec power"] = power;
     }
     void pass() {
-        kelvane::tec::samplingPass(sampler, {stableFlags, warmUpPasses, itemNames}, records, 2,
-                                   kelvane::tec::canMessageId(2));
+        kelvane::tec::samplingPass(sampler, tables, records, 2, kelvane::tec::canMessageId(2));
     }
 };
 
@@ -121,7 +121,7 @@ TEST_F(TecSampling, MissingAnswersAreNamedAndOnDemandReadingsAreOnlyReturned) {
     answerSensors({"10.0", "25.0", "25.0", "25.0"});
     sent.clear();
     itemNames = nullptr;
-    EXPECT_EQ(afterTimeStamp(kelvane::tec::readingOnDemand(sampler, itemNames, 2)),
+    EXPECT_EQ(afterTimeStamp(kelvane::tec::readingOnDemand(sampler, tables, 2)),
               "10.00,25.00,25.00,25.00,-35.20,1.25,(null)\r\n");
     EXPECT_EQ(sent.front(), "2081 get tec temp:1 2");
     EXPECT_EQ(csv.size(), 1u);
