@@ -1,5 +1,6 @@
 // The services the library takes from its surroundings, each replaceable so that a host or a
-// test can supply its own: time, the process log, the file-system root, the RPC transport.
+// test can supply its own: time, the process log, the file-system root, the RPC transport and
+// the trace of its calls.
 #pragma once
 
 #include <kelvane/RpcClient.hpp>

@@ -85,7 +85,7 @@ typedef struct KelvaneOptions {
     /* The controller's TCP port, 1 to 65535; 0: KELVANE_CONTROLLER_PORT. */
     int port;
     /* How long a call waits for its reply when the operation sets no wait of its own, in ms
-     * (tray moves and CAN exchanges set theirs); 0 or less: 3000. */
+     * (setting IO lines and the CAN exchanges of TEC readings set theirs); 0 or less: 3000. */
     int callTimeoutMs;
     /* The file every controller call of this device is traced to, one JSON line per call, shared
      * with other devices tracing to the same path (see docs/trace.md); "": no trace; NULL: the
@@ -107,7 +107,8 @@ typedef struct KelvaneOptions {
  * header) is read up to the fields this library knows and the rest is ignored. A size smaller
  * than the size field, or a port outside 0 to 65535, gives a handle with no session without
  * connecting, as a NULL ip does. `options` and its texts are only read during the call. */
-KELVANE_API KelvaneHandle createKelvaneDevWithOptions(const char* ip, const KelvaneOptions* options);
+KELVANE_API KelvaneHandle createKelvaneDevWithOptions(const char* ip,
+                                                      const KelvaneOptions* options);
 
 /* Releases the device and its connection; returns at once. Calls other threads have under way
  * on it end early (see "Destroying a device" above) and the device is freed when the last of

@@ -68,7 +68,7 @@ class Fixture:
         at most.
 
         `timeout`: seconds a call waits for its reply when the operation sets no wait of its own
-        (tray moves and TEC readings set theirs); 3 by default. `trace`: a file to append one JSON
+        (setting IO lines and TEC readings set theirs); 3 by default. `trace`: a file to append one JSON
         line per controller call to ("kelvanectl trace FILE" reads it); by default the file the
         environment's KELVANE_TRACE names, if any; "" for none. `log`: where the library's
         step-by-step log of this fixture goes: "stderr", "off" or a file to append to; by default

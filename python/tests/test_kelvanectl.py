@@ -1,5 +1,6 @@
 """kelvanectl as a station engineer and a script use it: exit statuses, the one-line JSON
 reports, the messages on standard error, and the progress line that only a terminal gets."""
+import functools
 import json
 import os
 import pty
@@ -34,8 +35,7 @@ def test_unreachable_controller_exits_2_and_text_helpers_and_bad_usage_need_none
 
 
 def test_reports_refusals_traces_tec_readings_and_the_progress_line_against_the_simulator(simulator, tmp_path):
-    def ctl(*args, **options):
-        return kelvanectl("--port", str(simulator.port), *args, **options)
+    ctl = functools.partial(kelvanectl, "--port", str(simulator.port))
 
     refused = ctl("tray-down")
     assert refused.returncode == 1 and "Please IN first!" in refused.stderr

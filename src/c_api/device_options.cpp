@@ -12,9 +12,10 @@ namespace {
 
 constexpr int highestPort = 65535;
 constexpr std::uint64_t bytesPerMegabyte = 1024 * 1024;
+constexpr std::uint64_t mostMegabytes = std::numeric_limits<std::uint64_t>::max() / bytesPerMegabyte;
 
-// The field's value when the host's struct holds the whole field, else its default (zero): a host
-// built against an older header has a shorter struct, and nothing past its end is read.
+// The field's value when the host's struct holds the whole field, else its default (zero): a
+// host built against an older header has a shorter struct, and nothing past its end is read.
 template <typename Field>
 Field held(const KelvaneOptions& options, const Field& field) {
     auto offset = reinterpret_cast<const char*>(&field) - reinterpret_cast<const char*>(&options);
@@ -35,8 +36,7 @@ std::optional<DeviceOptions> readDeviceOptions(const KelvaneOptions* options) {
     }
     if (const char* path = held(*options, options->traceFile)) read.traceFile = path;
     std::uint64_t megabytes = held(*options, options->traceMaxMB);
-    read.traceMaxBytes = std::min(megabytes, std::numeric_limits<std::uint64_t>::max() / bytesPerMegabyte) *
-                         bytesPerMegabyte;
+    read.traceMaxBytes = std::min(megabytes, mostMegabytes) * bytesPerMegabyte;
     if (const char* route = held(*options, options->log)) read.logRoute = route;
     return read;
 }
