@@ -1,12 +1,14 @@
 // One "server.mode" round trip through RPCClientWrapper, against the same round trip made with
 // a bare DEALER socket sending the same JSON text, both to one kelvane-sim. The ratio of the two
 // is what the client's own machinery (locking, id matching, JSON, waiting) costs. The library's
-// round trip is also made with a trace written (KELVANE_TRACE): that ratio is what tracing costs.
+// round trip is also made through the tracing client, a trace written: that ratio is what
+// tracing costs.
 #include "bare_dealer.hpp"
 #include "rpc/rpc_client_wrapper.hpp"
 #include "simulator_main.hpp"
 #include "simulator_process.hpp"
 
+#include <kelvane/Platform.hpp>
 #include <kelvane/protocol/json_rpc.hpp>
 #include <kelvane/protocol/methods.hpp>
 
@@ -38,12 +40,10 @@ SimulatorProcess* simulator = nullptr;
 const std::filesystem::path tracePath =
     std::filesystem::temp_directory_path() / "kelvane-transport-bench.trace";
 
-// The environment is read when a client is made: set only for the traced one.
-std::shared_ptr<kelvane::RPCClientWrapper> makeClient(bool traced) {
-    if (traced) ::setenv("KELVANE_TRACE", tracePath.c_str(), 1);
-    auto client = kelvane::RPCClientWrapper::initWithIP("127.0.0.1", simulator->port());
-    ::unsetenv("KELVANE_TRACE");
-    return client;
+std::shared_ptr<kelvane::RpcClient> makeClient(bool traced) {
+    kelvane::Platform platform = kelvane::Platform::defaults();
+    platform.trace = traced ? kelvane::traceFile(tracePath, std::uint64_t{64} << 20) : nullptr;
+    return platform.clientFor("127.0.0.1", simulator->port());
 }
 
 void libraryRoundTrips(benchmark::State& state, bool traced) {

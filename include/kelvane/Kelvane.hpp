@@ -7,6 +7,7 @@
 #include <kelvane/export.h>
 #include <kelvane/kelvane.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -21,6 +22,8 @@ public:
     // scanner check. The session is null when the controller did not answer; the wrapper is
     // usable either way.
     explicit Kelvane(const std::string& ip, Platform platform = Platform::defaults());
+    // The same at another port.
+    Kelvane(const std::string& ip, std::uint32_t port, Platform platform);
 
     // The session, null when creation failed. Shared with the session's own worker threads.
     const std::shared_ptr<FixtureControl>& session() const { return session_; }

@@ -1,5 +1,6 @@
 // The services the library takes from its surroundings, each replaceable so that a host or a
-// test can supply its own: time, the process log, the file-system root, the RPC transport.
+// test can supply its own: time, the process log, the file-system root, the RPC transport and
+// the trace of its calls.
 #pragma once
 
 #include <kelvane/RpcClient.hpp>
@@ -7,6 +8,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -68,11 +70,16 @@ public:
     virtual void write(std::string_view line) = 0;
 };
 
-// The process log of the library: each line prefixed by time, process id and thread id, and
-// ended by a line break unless the text ends in one. It goes to standard error unless the host's
-// environment variable KELVANE_LOG, read once when this log is first made, says "off" (no log)
-// or names a file to append to. A line that cannot be written is dropped, and a closed standard
+// The library's process log, sent where `route` says: "stderr" (or the empty route) to standard
+// error, "off" nowhere, anything else to that file, appended to (created if missing, its folder
+// not). Each line is prefixed by time, process id and thread id, and ended by a line break unless
+// the text ends in one. A file that cannot be opened leaves the log on standard error, which
+// first gets one line saying so. A line that cannot be written is dropped, and a closed standard
 // error raises no SIGPIPE in the host.
+KELVANE_API std::shared_ptr<LogSink> processLogRoutedBy(std::string_view route);
+
+// The process's default log: routed by the host's environment variable KELVANE_LOG (unset is
+// "stderr"), read once, when this log is first asked for; every caller shares it.
 KELVANE_API std::shared_ptr<LogSink> standardErrorLog();
 
 // Keeps every line in memory, in order; for tests and for hosts that show the log themselves.
@@ -87,15 +94,33 @@ private:
     std::vector<std::string> lines_;
 };
 
+// A trace file: one JSON line per controller call (docs/trace.md). Defined inside the library.
+class TraceWriter;
+
+// The trace file at `path`, shared by every client of this process that traces into that path.
+// Once it would pass `maxBytes` it is moved to "<path>.1" and begun anew; the limit is the one
+// given when the path was first asked for while no one held its writer.
+KELVANE_API std::shared_ptr<TraceWriter> traceFile(const std::filesystem::path& path,
+                                                   std::uint64_t maxBytes);
+
 struct KELVANE_API Platform {
     std::shared_ptr<Clock> clock;
     std::shared_ptr<LogSink> log;
     // The station's fixed paths ("/vault/...", "/Users/stnuser/...") are opened below this root.
     std::filesystem::path fileRoot = "/";
     RpcClientFactory connect;
+    // Where the calls of the clients made by clientFor() are traced, stamped with `clock`;
+    // null: no trace.
+    std::shared_ptr<TraceWriter> trace = nullptr;
 
-    // The system clock, standard error, "/" and the ZeroMQ client.
+    // The system clock, the default log (standardErrorLog()), "/", the ZeroMQ client, and the
+    // trace the host's environment asks for, read at each call: KELVANE_TRACE names the file and
+    // KELVANE_TRACE_MAX_MB its size limit in MiB (64 when unset).
     static Platform defaults();
+
+    // The client of the controller at ip:port: the one `connect` makes, wrapped so that each of
+    // its calls is traced when there is a `trace`. Null when `connect` is empty or makes none.
+    std::shared_ptr<RpcClient> clientFor(const std::string& ip, std::uint32_t port) const;
 
     // The path of a fixed station path below `fileRoot`.
     std::filesystem::path resolve(std::string_view stationPath) const;

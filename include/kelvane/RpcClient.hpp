@@ -15,8 +15,18 @@ namespace kelvane {
 // An error that a call put in its error slot: from the controller's "error" member,
 // or one of the client's own (see docs/protocol.md for the codes).
 struct KELVANE_API RpcError {
+    // Who ended the call. A client that gives up on its own says why where it decides so; the
+    // code alone cannot tell, since a controller may answer with any code.
+    enum class Kind {
+        controller,    // the controller's "error" member
+        timeout,       // no reply within the call's wait
+        notReachable,  // no connection, or the connection was lost while waiting
+        closed,        // the client had been closed
+    };
+
     int code = 0;
     std::string message;
+    Kind kind = Kind::controller;
 
     // The error's printed text, as logs and results show it: "<message> (code <code>)".
     std::string text() const;

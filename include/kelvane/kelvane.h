@@ -3,9 +3,10 @@
  *
  * Create a device from the controller board's IP address, call one operation per function,
  * destroy the device. Every operation is one or more synchronous JSON-RPC calls to the
- * controller (port KELVANE_CONTROLLER_PORT) on the calling thread; tray moves block until their
- * sensor confirms (up to 5 s for up/down, 15 s for in/out) or the deadline passes. Each step is
- * written to the process log (standard error).
+ * controller (port KELVANE_CONTROLLER_PORT unless the device's options name another) on the
+ * calling thread; tray moves block until their sensor confirms (up to 5 s for up/down, 15 s for
+ * in/out) or the deadline passes. Each step is written to the process log (standard error,
+ * unless the environment's KELVANE_LOG or the device's options send it elsewhere).
  *
  * Handles: a KelvaneHandle is an opaque token for a device the library keeps (a Kelvane object,
  * the C++ wrapper of <kelvane/Kelvane.hpp>); it is not an address. createKelvaneDev returns a
@@ -47,6 +48,7 @@
 #include <kelvane/export.h>
 
 #include <stdbool.h>
+#include <stddef.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -67,6 +69,49 @@ typedef struct KelvaneDevice* KelvaneHandle;
  * gives 0. A NULL ip gives a handle with no session and makes no connection. The caller owns
  * the handle and releases it with destroyKelvaneDev. */
 KELVANE_API KelvaneHandle createKelvaneDev(const char* ip);
+
+/* Settings of one device, for createKelvaneDevWithOptions. Start from KELVANE_OPTIONS_INIT,
+ * which sets `size` and leaves every other field 0 or NULL ("as createKelvaneDev does"), then
+ * set the fields you need:
+ *
+ *     KelvaneOptions options = KELVANE_OPTIONS_INIT;
+ *     options.port = 7806;
+ *     options.traceFile = "/var/log/station/fixture3.trace";
+ *     KelvaneHandle fixture = createKelvaneDevWithOptions("10.0.1.20", &options);
+ *
+ * Later versions of this header only add fields at the end, and `size` tells the library which
+ * fields the host knows. Without options, the environment's KELVANE_TRACE, KELVANE_TRACE_MAX_MB
+ * and KELVANE_LOG decide the trace and the log, as for createKelvaneDev. */
+typedef struct KelvaneOptions {
+    /* sizeof(KelvaneOptions) as the host was built; KELVANE_OPTIONS_INIT sets it. */
+    size_t size;
+    /* The controller's TCP port, 1 to 65535; 0: KELVANE_CONTROLLER_PORT. */
+    int port;
+    /* How long a call waits for its reply when the operation sets no wait of its own, in ms
+     * (setting IO lines and the CAN exchanges of TEC readings set theirs); 0 or less: 3000. */
+    int callTimeoutMs;
+    /* The file every controller call of this device is traced to, one JSON line per call, shared
+     * with other devices tracing to the same path (see docs/trace.md); "": no trace; NULL: the
+     * environment's KELVANE_TRACE if set, else no trace. */
+    const char* traceFile;
+    /* traceFile's size limit in MiB (the file is moved to "<file>.1" when it would pass it);
+     * 0: KELVANE_TRACE_MAX_MB if set, else 64. */
+    size_t traceMaxMB;
+    /* Where this device's process log goes: "stderr", "off" (nowhere) or a file path to append
+     * to; NULL: the process's log, which KELVANE_LOG routes (standard error when unset). */
+    const char* log;
+} KelvaneOptions;
+
+#define KELVANE_OPTIONS_INIT { sizeof(KelvaneOptions), 0, 0, NULL, 0, NULL }
+
+/* As createKelvaneDev, with the settings in `options`; NULL options are createKelvaneDev itself.
+ * A struct whose size is smaller than this header's (a host built against an older header) is
+ * read only up to that size, the fields beyond it taking their defaults; a larger one (a newer
+ * header) is read up to the fields this library knows and the rest is ignored. A size smaller
+ * than the size field, or a port outside 0 to 65535, gives a handle with no session without
+ * connecting, as a NULL ip does. `options` and its texts are only read during the call. */
+KELVANE_API KelvaneHandle createKelvaneDevWithOptions(const char* ip,
+                                                      const KelvaneOptions* options);
 
 /* Releases the device and its connection; returns at once. Calls other threads have under way
  * on it end early (see "Destroying a device" above) and the device is freed when the last of

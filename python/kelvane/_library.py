@@ -24,9 +24,17 @@ class LibraryNotFound(OSError):
     """libKelvane could not be loaded from any of the places tried (listed in the message)."""
 
 
+class KelvaneOptions(ctypes.Structure):
+    """The settings of one device, as <kelvane/kelvane.h> declares them; 0 and None are the
+    defaults. `size` must be set to ctypes.sizeof(KelvaneOptions)."""
+    _fields_ = [("size", ctypes.c_size_t), ("port", ctypes.c_int), ("callTimeoutMs", ctypes.c_int),
+                ("traceFile", ctypes.c_char_p), ("traceMaxMB", ctypes.c_size_t), ("log", ctypes.c_char_p)]
+
+
 _handle, _text, _int = ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int
 _PROTOTYPES = {
     "createKelvaneDev": (_handle, [_text]),
+    "createKelvaneDevWithOptions": (_handle, [_text, ctypes.POINTER(KelvaneOptions)]),
     "destroyKelvaneDev": (None, [_handle]),
     "getConnectFlag": (_int, [_handle]),
     "initialFixture": (ctypes.c_bool, [_handle]),

@@ -1,13 +1,16 @@
 """Fixture: one test fixture driven through libKelvane, and the library's text helpers."""
 import ctypes
+import os
 import weakref
-from typing import Optional
+from typing import Optional, Union
 
-from kelvane._library import free, library
+from kelvane._library import KelvaneOptions, free, library
 from kelvane.tec import TecRecord, parse_tec_record
 
 # getFanSpeed's text when the controller gave no reply.
 NO_REPLY = "(null)"
+# The port every fixture controller listens on (KELVANE_CONTROLLER_PORT).
+CONTROLLER_PORT = 7805
 
 
 class FixtureUnreachable(ConnectionError):
@@ -26,6 +29,18 @@ def _to_str(reply: Optional[bytes]) -> Optional[str]:
     return None if reply is None else reply.decode("utf-8", errors="replace")
 
 
+def _options(port: int, timeout: Optional[float], trace: Optional[Union[str, os.PathLike]],
+             log: Optional[Union[str, os.PathLike]]) -> KelvaneOptions:
+    if not 1 <= port <= 65535:
+        raise ValueError(f"port must be from 1 to 65535, not {port}")
+    if timeout is not None and not 0 < timeout <= 86400:
+        raise ValueError(f"timeout must be above 0 and at most a day, not {timeout}")
+    return KelvaneOptions(size=ctypes.sizeof(KelvaneOptions), port=port,
+                          callTimeoutMs=0 if timeout is None else max(1, round(timeout * 1000)),
+                          traceFile=None if trace is None else _to_c(os.fspath(trace)),
+                          log=None if log is None else _to_c(os.fspath(log)))
+
+
 class Fixture:
     """A test fixture, driven through its controller board.
 
@@ -42,26 +57,37 @@ class Fixture:
             print(fixture.tray_in())          # "IN OK"
             print(fixture.tec_reading(1))     # TecRecord(...)
 
-    The controller listens on port 7805. The library takes no lock around the fixture: calls that
-    move it must not overlap; different Fixture objects may be used from different threads.
+    The library takes no lock around the fixture: calls that move it must not overlap; different
+    Fixture objects may be used from different threads.
     """
 
-    def __init__(self, ip: str) -> None:
-        """Connects to the controller at `ip` (e.g. "10.0.1.20"), waiting a few seconds at most.
+    def __init__(self, ip: str, port: int = CONTROLLER_PORT, *, timeout: Optional[float] = None,
+                 trace: Optional[Union[str, os.PathLike]] = None,
+                 log: Optional[Union[str, os.PathLike]] = None) -> None:
+        """Connects to the controller at `ip` (e.g. "10.0.1.20") and `port`, waiting a few seconds
+        at most.
 
-        Raises FixtureUnreachable when the controller does not answer, and LibraryNotFound when
-        libKelvane cannot be loaded."""
+        `timeout`: seconds a call waits for its reply when the operation sets no wait of its own
+        (setting IO lines and TEC readings set theirs); 3 by default. `trace`: a file to append one JSON
+        line per controller call to ("kelvanectl trace FILE" reads it); by default the file the
+        environment's KELVANE_TRACE names, if any; "" for none. `log`: where the library's
+        step-by-step log of this fixture goes: "stderr", "off" or a file to append to; by default
+        the process's log (standard error unless KELVANE_LOG says otherwise).
+
+        Raises FixtureUnreachable when the controller does not answer, ValueError for a port or
+        timeout out of range, and LibraryNotFound when libKelvane cannot be loaded."""
+        options = _options(port, timeout, trace, log)
         self._lib = library()
-        handle = self._lib.createKelvaneDev(_to_c(ip))
+        handle = self._lib.createKelvaneDevWithOptions(_to_c(ip), ctypes.byref(options))
         if not handle:
             raise MemoryError("libKelvane could not create a device")
         self._handle: Optional[int] = handle
         # Destroys the device also when the object is dropped without close().
         self._finalizer = weakref.finalize(self, self._lib.destroyKelvaneDev, handle)
-        self.ip = ip
+        self.ip, self.port = ip, port
         if not self.connected:
             self.close()
-            raise FixtureUnreachable(f"the fixture controller at {ip} did not answer")
+            raise FixtureUnreachable(f"the fixture controller at {ip}:{port} did not answer")
 
     def close(self) -> None:
         """Releases the device and its connection. Calls other threads have under way end early
@@ -76,7 +102,7 @@ class Fixture:
         self.close()
 
     def __repr__(self) -> str:
-        return f"<kelvane.Fixture {self.ip}{'' if self._handle else ' (closed)'}>"
+        return f"<kelvane.Fixture {self.ip}:{self.port}{'' if self._handle else ' (closed)'}>"
 
     def _device(self) -> int:
         if self._handle is None:

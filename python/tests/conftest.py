@@ -1,5 +1,5 @@
 """What the package's tests share: the built files ctest names in the environment, and a
-kelvane-sim process on the C interface's fixed port with a pyzmq client for its "sim." methods."""
+kelvane-sim process on a free loopback port with a pyzmq client for its "sim." methods."""
 import itertools
 import json
 import os
@@ -7,10 +7,6 @@ import subprocess
 
 import pytest
 import zmq
-
-# The C interface always connects to port 7805.
-CONTROLLER_ENDPOINT = "tcp://127.0.0.1:7805"
-
 
 def built(variable):
     path = os.environ.get(variable)
@@ -20,19 +16,21 @@ def built(variable):
 
 
 class Simulator:
-    """kelvane-sim bound to 127.0.0.1:7805, stopped by close()."""
+    """kelvane-sim on a free port of 127.0.0.1 (`port`), stopped by close()."""
 
     def __init__(self):
         self.process = subprocess.Popen(
-            [built("KELVANE_SIM"), "--bind", CONTROLLER_ENDPOINT, "--quiet"], stdout=subprocess.PIPE)
+            [built("KELVANE_SIM"), "--bind", "tcp://127.0.0.1:*", "--quiet"], stdout=subprocess.PIPE)
         line = self.process.stdout.readline().decode(errors="replace")
         if not line.startswith("listening on "):
             self.process.kill()
-            raise RuntimeError(f"kelvane-sim did not start on {CONTROLLER_ENDPOINT} (port busy?): {line!r}")
+            raise RuntimeError(f"kelvane-sim did not start: {line!r}")
+        endpoint = line.split()[-1]
+        self.port = int(endpoint.rsplit(":", 1)[1])
         self.socket = zmq.Context.instance().socket(zmq.DEALER)
         self.socket.setsockopt(zmq.LINGER, 0)
         self.socket.setsockopt(zmq.RCVTIMEO, 3000)
-        self.socket.connect(CONTROLLER_ENDPOINT)
+        self.socket.connect(endpoint)
         self.ids = itertools.count(1)
 
     def control(self, method, *params):

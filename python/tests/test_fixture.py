@@ -16,8 +16,9 @@ from kelvane import _library
 HEADER = Path(__file__).resolve().parents[2] / "include" / "kelvane" / "kelvane.h"
 
 
-def test_a_fixture_cycle_with_texts_no_replies_and_tec_readings(simulator):
-    with kelvane.Fixture("127.0.0.1") as fixture:
+def test_a_fixture_cycle_with_texts_no_replies_and_tec_readings(simulator, tmp_path):
+    trace = tmp_path / "cycle.trace"
+    with kelvane.Fixture("127.0.0.1", simulator.port, trace=trace, log="off") as fixture:
         assert fixture.connected and fixture.initial_fixture()
         assert "done" in fixture.fixture_init()
         assert (fixture.tray_down(), fixture.tray_in()) == ("Please IN first!", "IN OK")
@@ -42,6 +43,7 @@ def test_a_fixture_cycle_with_texts_no_replies_and_tec_readings(simulator):
                                          "error": {"code": 1, "message": "busy"}})
         assert fixture.fan_speed(3) is None, "no reply"
     assert not fixture.connected
+    assert trace.read_text().count('"method":"vantrel.set_fan_speed"') == 1
     fixture.close()
     with pytest.raises(ValueError, match="closed"):
         fixture.tray_up()
@@ -61,8 +63,10 @@ def test_exports_helpers_lookup_and_an_unreachable_controller(monkeypatch):
     assert (kelvane.is_pure_float(" -1e-3 "), kelvane.is_pure_float("1.5V")) == (True, False)
     with pytest.raises(ValueError):
         kelvane.is_pure_float("1\0")
-    with pytest.raises(kelvane.FixtureUnreachable, match="127.0.0.1"):
-        kelvane.Fixture("127.0.0.1")  # nothing listens on port 7805
+    with pytest.raises(kelvane.FixtureUnreachable, match="127.0.0.1:1 "):
+        kelvane.Fixture("127.0.0.1", 1)  # nothing listens on port 1
+    with pytest.raises(ValueError, match="port"):
+        kelvane.Fixture("127.0.0.1", 65536)
 
     monkeypatch.setenv("KELVANE_LIBRARY", "/nonexistent/libKelvane.so.0")
     with pytest.raises(kelvane.LibraryNotFound, match="KELVANE_LIBRARY=/nonexistent"):

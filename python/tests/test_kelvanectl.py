@@ -1,5 +1,6 @@
 """kelvanectl as a station engineer and a script use it: exit statuses, the one-line JSON
 reports, the messages on standard error, and the progress line that only a terminal gets."""
+import functools
 import json
 import os
 import pty
@@ -9,7 +10,7 @@ import subprocess
 
 from conftest import built
 
-UNREACHABLE = "cannot reach the fixture controller at 127.0.0.1:7805"
+UNREACHABLE = "cannot reach the fixture controller at 127.0.0.1:1 "
 
 
 def kelvanectl(*args, stderr=subprocess.PIPE):
@@ -18,9 +19,9 @@ def kelvanectl(*args, stderr=subprocess.PIPE):
 
 
 def test_unreachable_controller_exits_2_and_text_helpers_and_bad_usage_need_none():
-    plain = kelvanectl("tray-in")
+    plain = kelvanectl("--port", "1", "tray-in")
     assert (plain.returncode, plain.stdout) == (2, "") and UNREACHABLE in plain.stderr
-    report = kelvanectl("--json", "connect")
+    report = kelvanectl("--json", "connect", "--port", "1")
     line = json.loads(report.stdout)
     assert (report.returncode, line["command"], line["result"], line["ok"]) == (2, "connect", 0, False)
     assert UNREACHABLE in line["error"]
@@ -29,17 +30,19 @@ def test_unreachable_controller_exits_2_and_text_helpers_and_bad_usage_need_none
     assert (decoded.returncode, decoded.stdout) == (0, "ABC\n")
     checked = json.loads(kelvanectl("--json", "is-float", "1.5V").stdout)
     assert (checked["result"], checked["ok"]) == (False, True)
-    for usage in [(), ("hex", ""), ("lock", "ON"), ("fan", "set", "1")]:
+    for usage in [(), ("hex", ""), ("lock", "ON"), ("fan", "set", "1"), ("--port", "0", "connect")]:
         assert kelvanectl(*usage).returncode == 64, usage
 
 
 def test_reports_refusals_traces_tec_readings_and_the_progress_line_against_the_simulator(simulator, tmp_path):
-    refused = kelvanectl("tray-down")
+    ctl = functools.partial(kelvanectl, "--port", str(simulator.port))
+
+    refused = ctl("tray-down")
     assert refused.returncode == 1 and "Please IN first!" in refused.stderr
 
     # On a terminal a progress line shows while the tray moves, and is wiped when it ends.
     main, terminal = pty.openpty()
-    moved = kelvanectl("tray-in", stderr=terminal)
+    moved = ctl("tray-in", stderr=terminal)
     os.close(terminal)
     shown = b""
     try:
@@ -51,50 +54,50 @@ def test_reports_refusals_traces_tec_readings_and_the_progress_line_against_the_
     assert (moved.returncode, moved.stdout.split(" (")[0]) == (0, "IN OK")
     assert b"tray-in" in shown and shown.endswith(b"\r\x1b[K"), shown
 
-    moved = kelvanectl("tray-out", "--json")
+    moved = ctl("tray-out", "--json")
     assert (moved.returncode, moved.stderr) == (0, ""), "the library's log stays hidden without --log"
     line = json.loads(moved.stdout)
     assert list(line) == ["command", "result", "ok", "seconds"]
     assert (line["command"], line["result"], line["ok"]) == ("tray-out", "OUT OK", True)
     assert simulator.control("sim.state")["tray"]["horizontal"] == "OUT"
-    assert "Connect Fixture seccussful" in kelvanectl("--log", "sensors").stderr
+    assert "Connect Fixture seccussful" in ctl("--log", "sensors").stderr
 
-    assert kelvanectl("fan", "set", "3", "40").returncode == 0
-    assert json.loads(kelvanectl("--json", "fan", "get", "3").stdout)["result"] == "40"
-    assert kelvanectl("lock", "on").returncode == 0
+    assert ctl("fan", "set", "3", "40").returncode == 0
+    assert json.loads(ctl("--json", "fan", "get", "3").stdout)["result"] == "40"
+    assert ctl("lock", "on").returncode == 0
     state = simulator.control("sim.state")
     assert (state["fans"]["3"], state["lock"]) == (40, "on")
     simulator.control("sim.script", {"method": "vantrel.fixture_up", "reply": "up_refused: jammed"},
                       {"method": "vantrel.set_fan_speed", "reply": "busy"})
-    jammed = kelvanectl("--json", "tray-up")
+    jammed = ctl("--json", "tray-up")
     line = json.loads(jammed.stdout)
     assert (jammed.returncode, line["ok"], line["result"]) == (1, False, "up_refused: jammed")
-    assert kelvanectl("fan", "set", "1", "10").returncode == 1
+    assert ctl("fan", "set", "1", "10").returncode == 1
 
     trace = str(tmp_path / "refusals.trace")
-    assert kelvanectl("--trace", trace, "tray-down").returncode == 1
+    assert ctl("--trace", trace, "tray-down").returncode == 1
     simulator.control("sim.script", {"method": "vantrel.get_fan_speed", "action": "error",
                                      "error": {"code": 5, "message": "fan gone"}})
-    assert kelvanectl("fan", "get", "2", "--trace", trace).returncode == 1
-    timeline = kelvanectl("trace", trace).stdout.splitlines()
+    assert ctl("fan", "get", "2", "--trace", trace).returncode == 1
+    timeline = ctl("trace", trace).stdout.splitlines()
     assert re.match(r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z server\.mode +\[\] +result ", timeline[0])
     assert re.search(r"vantrel\.get_fan_speed +\[2\] +error .* 5 fan gone$", timeline[-1])
-    stats = {line.split()[0]: line.split()[1:4] for line in kelvanectl("trace", trace, "--stats").stdout.splitlines()}
+    stats = {line.split()[0]: line.split()[1:4] for line in ctl("trace", trace, "--stats").stdout.splitlines()}
     assert stats["server.mode"] == ["2", "0", "0"] and stats["vantrel.get_fan_speed"] == ["1", "1", "0"]
 
-    plain = kelvanectl("tec", "1")
+    plain = ctl("tec", "1")
     fields = plain.stdout.rstrip("\n").split(",")
     assert (plain.returncode, len(fields), fields[7]) == (0, 8, "(null)"), plain.stdout
-    result = json.loads(kelvanectl("--json", "tec", "2").stdout)["result"]
+    result = json.loads(ctl("--json", "tec", "2").stdout)["result"]
     assert list(result) == ["timestamp", "sensors", "pwm", "current", "item"]
     assert all(20 < sensor < 30 for sensor in result["sensors"]), result
     simulator.control("sim.set", {"tec_faults": [{"kind": "send_refused", "slot": 3}]})
-    missing = kelvanectl("--json", "tec", "3")
+    missing = ctl("--json", "tec", "3")
     line = json.loads(missing.stdout)
     assert (missing.returncode, line["result"]["missing"]) == (1, True)
     assert line["result"]["line"].endswith("(null),(null) get null value."), line
 
-    watch = subprocess.Popen([built("KELVANECTL"), "tec", "1", "--watch", "0.2"],
+    watch = subprocess.Popen([built("KELVANECTL"), "--port", str(simulator.port), "tec", "1", "--watch", "0.2"],
                              stdout=subprocess.PIPE, text=True)
     readings = [watch.stdout.readline(), watch.stdout.readline()]
     watch.send_signal(signal.SIGINT)

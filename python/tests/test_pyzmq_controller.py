@@ -1,7 +1,7 @@
 """libKelvane driving a controller written in Python with pyzmq, from docs/protocol.md alone.
 
-The controller is a REP socket on the C interface's fixed port, served on a thread of this
-process; the library is driven through the package as a station's sequencer drives it."""
+The controller is a REP socket on a free loopback port, served on a thread of this process; the
+library is driven through the package as a station's sequencer drives it."""
 import json
 import threading
 
@@ -9,7 +9,6 @@ import pytest
 import zmq
 
 import kelvane
-from conftest import CONTROLLER_ENDPOINT
 
 NOT_FOUND = {"error": {"code": -32601, "message": "method not found"}}
 
@@ -24,7 +23,7 @@ class PyzmqController:
         self._context = zmq.Context()  # terminated on close, which frees the port at once
         self._socket = self._context.socket(zmq.REP)
         self._socket.setsockopt(zmq.LINGER, 0)
-        self._socket.bind(CONTROLLER_ENDPOINT)
+        self.port = self._socket.bind_to_random_port("tcp://127.0.0.1")
         self._stop = threading.Event()
         self._thread = threading.Thread(target=self._serve, daemon=True)
         self._thread.start()
@@ -61,7 +60,7 @@ def test_requests_are_shaped_as_documented_and_a_silent_controller_is_unreachabl
     replies = iter([{"result": "fixture_init done"}, {"error": {"code": 5, "message": "done? no: jammed"}}])
     served = controller({"server.mode": lambda _: {"result": "normal"},
                          "vantrel.fixture_init": lambda _: next(replies)})
-    with kelvane.Fixture("127.0.0.1") as fixture:
+    with kelvane.Fixture("127.0.0.1", served.port) as fixture:
         assert fixture.connected
         assert (fixture.initial_fixture(), fixture.initial_fixture()) == (True, False), \
             "an error mentioning done is no success"
@@ -77,5 +76,5 @@ def test_requests_are_shaped_as_documented_and_a_silent_controller_is_unreachabl
 
     silent = controller({"server.mode": lambda _: None})
     with pytest.raises(kelvane.FixtureUnreachable):
-        kelvane.Fixture("127.0.0.1")
+        kelvane.Fixture("127.0.0.1", silent.port)
     assert [message["method"] for _, message in silent.requests] == ["server.mode"]

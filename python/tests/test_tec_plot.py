@@ -31,7 +31,7 @@ def test_the_plot_and_summary_of_a_monitoring_run_with_faults(simulator, tmp_pat
         {"kind": "low_reading", "slot": 1, "sensor": 4, "times": 2},  # below only
         {"kind": "send_refused", "slot": 2, "times": 1},  # a missing reply
         {"kind": "sensor_offset", "slot": 2, "times": 3}]})
-    run = subprocess.run([built("KELVANE_TEC_WORKER_RUN"), "7805", tmp_path / "root", "3", "2", "1", "2"],
+    run = subprocess.run([built("KELVANE_TEC_WORKER_RUN"), str(simulator.port), tmp_path / "root", "3", "2", "1", "2"],
                          check=True, capture_output=True, text=True, timeout=120)
     records, *csv_files = run.stdout.split()
     tool = install_package(tmp_path)

@@ -8,8 +8,8 @@ namespace {
 
 // The C interface never runs the scanner check. Its identifier is the number 1 rather than a
 // "Fixture<n>" text; log lines of C hosts have always been prefixed so.
-Value topologyFor(const std::string& ip) {
-    return {{"FixtureIP", {{"ip", ip}, {"port", KELVANE_CONTROLLER_PORT}}},
+Value topologyFor(const std::string& ip, std::uint32_t port) {
+    return {{"FixtureIP", {{"ip", ip}, {"port", port}}},
             {"identifier", 1},
             {"units", 1},
             {"ScanSN", "NO"}};
@@ -18,7 +18,10 @@ Value topologyFor(const std::string& ip) {
 }  // namespace
 
 Kelvane::Kelvane(const std::string& ip, Platform platform)
-    : session_(FixtureControl::initWithIP(topologyFor(ip), std::move(platform))) {}
+    : Kelvane(ip, KELVANE_CONTROLLER_PORT, std::move(platform)) {}
+
+Kelvane::Kelvane(const std::string& ip, std::uint32_t port, Platform platform)
+    : session_(FixtureControl::initWithIP(topologyFor(ip, port), std::move(platform))) {}
 
 void Kelvane::close() {
     if (session_) session_->close();

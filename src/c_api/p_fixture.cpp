@@ -4,6 +4,7 @@
 #include <kelvane/Kelvane.hpp>
 #include <kelvane/kelvane.h>
 
+#include "c_api/device_options.hpp"
 #include "c_api/guarded.hpp"
 #include "c_api/handle_table.hpp"
 
@@ -29,9 +30,13 @@ const char* const noText = nullptr;
 
 extern "C" {
 
-KelvaneHandle createKelvaneDev(const char* ip) {
+KelvaneHandle createKelvaneDev(const char* ip) { return createKelvaneDevWithOptions(ip, nullptr); }
+
+KelvaneHandle createKelvaneDevWithOptions(const char* ip, const KelvaneOptions* options) {
     auto created = guarded<std::shared_ptr<Kelvane>>(nullptr, [&] {
-        return ip ? std::make_shared<Kelvane>(ip) : std::make_shared<Kelvane>();
+        auto read = kelvane::readDeviceOptions(options);
+        if (!ip || !read) return std::make_shared<Kelvane>();
+        return std::make_shared<Kelvane>(ip, read->port, kelvane::platformFor(*read));
     });
     // Should creation itself fail, the host still gets a handle, one with no session.
     return guarded<KelvaneHandle>(nullptr, [&] {

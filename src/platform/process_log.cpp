@@ -1,4 +1,4 @@
-#include "platform/process_log.hpp"
+#include <kelvane/Platform.hpp>
 
 #include "platform/pipe_signal_guard.hpp"
 
@@ -87,14 +87,15 @@ std::shared_ptr<LogSink> processLogRoutedBy(std::string_view route) {
         return std::make_shared<StreamLog>(std::make_shared<StreamSink>(file, true));
     }
     auto log = standardErrorStream();
-    log->write(fmt::format("{}={}: the file cannot be opened for appending; logging to standard error",
-                           processLogRouteVariable, route));
+    log->write(fmt::format("process log {}: the file cannot be opened for appending; logging to "
+                           "standard error",
+                           route));
     return log;
 }
 
 std::shared_ptr<LogSink> standardErrorLog() {
     static const std::shared_ptr<LogSink> log = [] {
-        const char* route = std::getenv(processLogRouteVariable);
+        const char* route = std::getenv("KELVANE_LOG");
         return processLogRoutedBy(route ? route : "");
     }();
     return log;

@@ -4,7 +4,6 @@
 #include "rpc/dealer_link.hpp"
 #include <kelvane/protocol/json_rpc.hpp>
 #include "rpc/pending_calls.hpp"
-#include "trace/call_trace.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -17,7 +16,10 @@ using SteadyClock = std::chrono::steady_clock;
 // Longer "timeout_ms" values are cut to this, so the deadline arithmetic cannot overflow.
 constexpr std::chrono::milliseconds longestCallTimeout = std::chrono::hours(24);
 
+using Kind = RpcError::Kind;
+
 const std::string closedText = "RPC client closed";
+const RpcError closedError{jsonrpc::clientClosedError, closedText, Kind::closed};
 
 std::chrono::milliseconds callTimeout(const Value& kwargs,
                                       const RPCClientWrapper::Options& options) {
@@ -41,12 +43,9 @@ std::chrono::milliseconds callTimeout(const Value& kwargs,
 struct RPCClientWrapper::Impl {
     Impl(std::string endpoint, Options options)
         : options(options),
-          trace(CallTrace::fromEnvironment(endpoint)),
           link(context, std::move(endpoint), options.maxReplyBytes) {}
 
     const Options options;
-    // Null unless the host's environment asked for a trace when the client was made.
-    const std::shared_ptr<CallTrace> trace;
     const SteadyClock::time_point created = SteadyClock::now();
     std::atomic<std::int64_t> nextId{1};
     // Set by the watcher for the reader, which connects anew at its next step.
@@ -54,7 +53,7 @@ struct RPCClientWrapper::Impl {
 
     zmq::context_t context{1};
     DealerLink link;
-    PendingCalls calls{RpcError{jsonrpc::clientClosedError, closedText}};
+    PendingCalls calls{closedError};
     ConnectionWatcher watcher{context, link.handle(),
                               {[this] { failCallsInFlight(); },
                                [this] { return reconnectAfterProtocolError(); }}};
@@ -74,36 +73,26 @@ struct RPCClientWrapper::Impl {
         watcher.stop();
     }
 
+    // The call's whole life: every outcome a call can have is decided here, and each failure
+    // carries its kind from here.
     Value call(const std::string& method, const Value& args, const Value& kwargs,
                RpcErrorSlot error) {
-        auto id = nextId.fetch_add(1);
-        if (!trace) return exchange(id, method, args, kwargs, error);
-        auto start = trace->begin();
-        std::optional<RpcError> failure;
-        Value result = exchange(id, method, args, kwargs, &failure);
-        trace->record(start, {id, method, args, kwargs, result, failure});
-        if (error) *error = std::move(failure);
-        return result;
-    }
-
-    // The call's whole life: every outcome a call can have is decided here.
-    Value exchange(std::int64_t id, const std::string& method, const Value& args,
-                   const Value& kwargs, RpcErrorSlot error) {
-        auto fail = [&](int code, std::string message) -> Value {
-            if (error) *error = RpcError{code, std::move(message)};
+        auto fail = [&](RpcError failure) -> Value {
+            if (error) *error = std::move(failure);
             return nullptr;
         };
+        auto id = nextId.fetch_add(1);
         auto timeout = callTimeout(kwargs, options);
         auto deadline = SteadyClock::now() + timeout;
         std::string request = jsonrpc::encodeRequest({id, method, args, kwargs});
 
         CallerPresence presence(calls);
-        if (!presence.entered()) return fail(jsonrpc::clientClosedError, closedText);
+        if (!presence.entered()) return fail(closedError);
         // Callers wait for the first connection only during the grace period after creation;
         // later, a controller that is away makes calls fail at once.
         if (!watcher.waitForConnection(std::min(deadline, created + options.connectGrace))) {
-            if (calls.closed()) return fail(jsonrpc::clientClosedError, closedText);
-            return fail(jsonrpc::notConnectedError, notReachableText());
+            if (calls.closed()) return fail(closedError);
+            return fail(notReachable());
         }
         std::optional<PendingCalls::Outcome> outcome;
         {
@@ -113,8 +102,9 @@ struct RPCClientWrapper::Impl {
             outcome = calls.remove(id);
         }
         if (!outcome) {
-            return fail(jsonrpc::timeoutError,
-                        method + " timed out after " + std::to_string(timeout.count()) + " ms");
+            return fail({jsonrpc::timeoutError,
+                         method + " timed out after " + std::to_string(timeout.count()) + " ms",
+                         Kind::timeout});
         }
         if (outcome->error) {
             if (error) *error = std::move(outcome->error);
@@ -143,8 +133,7 @@ struct RPCClientWrapper::Impl {
             std::optional<jsonrpc::Reply> reply;
             if (unsent.empty() && link.waitForTraffic(deadline)) reply = link.receive();
             for (auto unsentId : unsent) {
-                calls.complete(unsentId, {nullptr, RpcError{jsonrpc::notConnectedError,
-                                                            notReachableText()}});
+                calls.complete(unsentId, {nullptr, notReachable()});
             }
             if (reply) calls.complete(reply->id, {std::move(reply->result), std::move(reply->error)});
             if (SteadyClock::now() >= deadline) return;
@@ -153,7 +142,8 @@ struct RPCClientWrapper::Impl {
 
     // From the watcher. Requests sent before the controller went away will never be answered.
     void failCallsInFlight() {
-        calls.failAll({jsonrpc::notConnectedError, "connection to " + link.endpoint() + " lost"});
+        calls.failAll({jsonrpc::notConnectedError, "connection to " + link.endpoint() + " lost",
+                       Kind::notReachable});
         link.wake();
     }
 
@@ -171,8 +161,9 @@ struct RPCClientWrapper::Impl {
         return true;
     }
 
-    std::string notReachableText() const {
-        return "controller at " + link.endpoint() + " is not reachable";
+    RpcError notReachable() const {
+        return {jsonrpc::notConnectedError, "controller at " + link.endpoint() + " is not reachable",
+                Kind::notReachable};
     }
 };
 
@@ -190,6 +181,12 @@ std::shared_ptr<RPCClientWrapper> RPCClientWrapper::initWithIP(const std::string
 std::shared_ptr<RPCClientWrapper> RPCClientWrapper::initWithIP(const std::string& ip,
                                                               std::uint32_t port) {
     return initWithIP(ip, port, Options{});
+}
+
+RpcClientFactory RPCClientWrapper::factory(Options options) {
+    return [options](const std::string& ip, std::uint32_t port) -> std::shared_ptr<RpcClient> {
+        return initWithIP(ip, port, options);
+    };
 }
 
 RPCClientWrapper::RPCClientWrapper(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}

@@ -36,6 +36,8 @@ public:
     static std::shared_ptr<RPCClientWrapper> initWithIP(const std::string& ip, std::uint32_t port,
                                                         Options options);
     static std::shared_ptr<RPCClientWrapper> initWithIP(const std::string& ip, std::uint32_t port);
+    // Makes clients with these options, for a Platform's `connect`.
+    static RpcClientFactory factory(Options options);
 
     ~RPCClientWrapper() override;
 

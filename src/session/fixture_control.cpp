@@ -71,8 +71,7 @@ bool FixtureControl::connectWithIPAddress(const Value& address) {
     // A port no TCP connection can use fails as a controller that does not answer, without
     // waiting for the client's connect grace.
     bool usablePort = port >= lowestPort && port <= highestPort;
-    fixtureControlClient(usablePort && d_->platform.connect ? d_->platform.connect(ip, port)
-                                                            : nullptr);
+    fixtureControlClient(usablePort ? d_->platform.clientFor(ip, port) : nullptr);
     Value reply = call(methods::serverMode);
     log("RPC server.mode: " + describe(reply) + "...");
     if (reply.is_null()) {

@@ -1,14 +1,37 @@
 #include "trace/trace_writer.hpp"
 
+#include <cstdlib>
 #include <map>
 
 namespace kelvane {
+namespace {
+
+constexpr std::uint64_t bytesPerMegabyte = 1024 * 1024;
+constexpr std::uint64_t defaultTraceLimit = 64 * bytesPerMegabyte;
+
+}  // namespace
+
+std::uint64_t traceLimitFromEnvironment() {
+    const char* text = std::getenv("KELVANE_TRACE_MAX_MB");
+    if (!text || !*text) return defaultTraceLimit;
+    char* end = nullptr;
+    unsigned long long megabytes = std::strtoull(text, &end, 10);
+    if (*end != '\0' || megabytes == 0 || megabytes > (UINT64_MAX / bytesPerMegabyte)) {
+        return defaultTraceLimit;
+    }
+    return megabytes * bytesPerMegabyte;
+}
+
+std::shared_ptr<TraceWriter> traceFileFromEnvironment() {
+    const char* path = std::getenv("KELVANE_TRACE");
+    if (!path || !*path) return nullptr;
+    return traceFile(path, traceLimitFromEnvironment());
+}
 
 TraceWriter::TraceWriter(std::filesystem::path path, std::uint64_t maxBytes)
     : path_(std::move(path)), maxBytes_(maxBytes) {}
 
-std::shared_ptr<TraceWriter> TraceWriter::forPath(const std::filesystem::path& path,
-                                                  std::uint64_t maxBytes) {
+std::shared_ptr<TraceWriter> traceFile(const std::filesystem::path& path, std::uint64_t maxBytes) {
     static std::mutex mutex;
     static std::map<std::filesystem::path, std::weak_ptr<TraceWriter>> writers;
     std::lock_guard lock(mutex);

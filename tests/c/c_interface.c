@@ -27,6 +27,11 @@ int main(void) {
     check(device != NULL && getConnectFlag(device) == 0 && trayIn(device) == NULL,
           "a NULL address gives a handle without a session");
     destroyKelvaneDev(device);
-    printf("%d passed, %d failed\n", 3 - failed, failed);
+    KelvaneOptions options = KELVANE_OPTIONS_INIT;
+    options.port = 70000;
+    device = createKelvaneDevWithOptions("127.0.0.1", &options);
+    check(device != NULL && getConnectFlag(device) == 0, "a port past 65535 gives a handle without a session");
+    destroyKelvaneDev(device);
+    printf("%d passed, %d failed\n", 4 - failed, failed);
     return failed != 0;
 }

@@ -1,13 +1,15 @@
 // The C interface against a kelvane-sim process over the real transport, when the host destroys
 // the handle while another thread is inside a call. (The cycle through the C interface is the
-// main job's, tests/c/fixture_cycle.sh; controller faults are the fault campaign's.) The
-// device's connector sends the fixed controller port to the simulator's port; its virtual clock
-// makes deadlines instant.
+// main job's, tests/c/fixture_cycle.sh; controller faults are the fault campaign's.) Devices
+// reach the simulator's port through their options; the tray move's device has a virtual clock,
+// which makes deadlines instant.
 #include "session_fixture.hpp"
 #include "simulator_test_support.hpp"
 
 #include <kelvane/Kelvane.hpp>
 #include <kelvane/kelvane.h>
+
+#include <sstream>
 
 namespace kelvane::testing {
 namespace {
@@ -19,10 +21,8 @@ protected:
     KelvaneHandle connect() {
         Platform platform = fakes.platform();
         platform.clock = clock;
-        platform.connect = [this](const std::string& ip, std::uint32_t) -> std::shared_ptr<RpcClient> {
-            return RPCClientWrapper::initWithIP(ip, sim.port());
-        };
-        return handleOf(std::make_shared<Kelvane>("127.0.0.1", platform));
+        platform.connect = RPCClientWrapper::factory(RPCClientWrapper::Options{});
+        return handleOf(std::make_shared<Kelvane>("127.0.0.1", sim.port(), platform));
     }
     // Once the simulator has received a call of `method`, the newest in its journal.
     bool received(const std::string& method) {
@@ -52,10 +52,17 @@ TEST_F(CApiSimulatorTest, DestroyWhileAnotherThreadIsInsideACallEndsThatCallEarl
     EXPECT_EQ(text(trayUp(moving)), "(NULL)") << "a destroyed handle has no session";
 
     // Replies held back far longer than any call waits: the destroy comes while the call is in.
+    // The calls are traced, and the trace records their end as the client decided it.
+    const auto trace = fakes.root.path() / "destroyed.trace";
+    KelvaneOptions options = KELVANE_OPTIONS_INIT;
+    options.port = static_cast<int>(sim.port());
+    options.callTimeoutMs = 600000;
+    options.traceFile = trace.c_str();
+    options.log = "off";
     using Operation = const char* (*)(KelvaneHandle);
     auto destroyWhileWaiting = [&](const std::string& method, Operation operation) {
         sim.control("sim.script", Value::array({{{"method", method}, {"delay_ms", 600000}}}));
-        KelvaneHandle handle = connect();
+        KelvaneHandle handle = createKelvaneDevWithOptions("127.0.0.1", &options);
         std::string result;
         std::thread caller([&] { result = text(operation(handle)); });
         EXPECT_TRUE(received(method)) << method << " never reached the simulator";
@@ -67,6 +74,10 @@ TEST_F(CApiSimulatorTest, DestroyWhileAnotherThreadIsInsideACallEndsThatCallEarl
     EXPECT_EQ(destroyWhileWaiting("vantrel.fixture_io_set",
                                   [](KelvaneHandle handle) { return setIO(handle, 10, 1); }),
               "RPC client closed (code -32102)");
+    std::istringstream lines(fileText(trace));
+    std::vector<std::string> outcomes;
+    for (std::string line; std::getline(lines, line);) outcomes.push_back(Value::parse(line)["outcome"]);
+    EXPECT_EQ(outcomes, (std::vector<std::string>{"result", "closed", "result", "closed"}));
 }
 
 }  // namespace

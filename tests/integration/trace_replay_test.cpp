@@ -1,5 +1,5 @@
 // Trace and replay end to end: a station's sequence (a fixture cycle and TEC readings on demand)
-// recorded with KELVANE_TRACE against kelvane-sim with faults injected, then replayed by
+// recorded through a traced platform against kelvane-sim with faults injected, then replayed by
 // `kelvane-sim --replay` to the same sequence on a fresh session, which must see exactly what the
 // recorded one saw, failures included. A host that changes its sequence finds its new requests,
 // and the exchanges it skipped, in the replay's report.
@@ -56,11 +56,10 @@ protected:
             options.defaultTimeout = callWait, options.timeoutMargin = callMargin;
             return RPCClientWrapper::initWithIP(ip, port, options);
         };
-        if (traced) ::setenv("KELVANE_TRACE", trace.c_str(), 1);
         auto session = FixtureControl::initWithIP(
             {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", controller.port()}}}, {"identifier", "Fixture3"}},
-            {std::make_shared<VirtualClock>(), std::make_shared<CapturingLog>(), root.path(), connectTransport});
-        ::unsetenv("KELVANE_TRACE");
+            {std::make_shared<VirtualClock>(), std::make_shared<CapturingLog>(), root.path(), connectTransport,
+             traced ? traceFile(trace, 1 << 30) : nullptr});
         EXPECT_TRUE(session && session->setUpTecMonitoring(4));
         return session;
     }

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # libKelvane as others get it: installed into a temporary prefix and found from there by a C++
 # project (find_package) and a C program (pkg-config); packaged as a .deb whose unpacked tools
-# drive a cycle. All talk to kelvane-sim on the controller's fixed port.
+# drive a cycle. All talk to kelvane-sim on a free loopback port ($port).
 # $1: the build directory, $2: the C compiler, $3: the C++ compiler.
 set -uo pipefail
 build=$1 cc=$2 cxx=$3 here=$(cd "$(dirname "$0")" && pwd) tmp=$(mktemp -d) sim=
@@ -9,9 +9,13 @@ trap 'stop_sim; rm -rf "$tmp"' EXIT
 fail() { echo "FAILED: $*"; exit 1; }
 run() { local what=$1; shift; "$@" >"$tmp/out" 2>&1 || { cat "$tmp/out"; fail "$what"; }; }
 start_sim() {
-  "$1" --quiet --travel-ms 0 --lift-ms 0 >"$tmp/sim" & sim=$!
-  for _ in $(seq 50); do grep -q '^listening on ' "$tmp/sim" && return; sleep 0.1; done
-  fail "$1 did not start (port 7805 busy?)"
+  "$1" --bind 'tcp://127.0.0.1:*' --quiet --travel-ms 0 --lift-ms 0 >"$tmp/sim" & sim=$!
+  for _ in $(seq 50); do
+    port=$(sed -n 's/^listening on tcp:.*:\([0-9]*\)$/\1/p' "$tmp/sim")
+    [ -z "$port" ] || return
+    sleep 0.1
+  done
+  fail "$1 did not start"
 }
 stop_sim() { [ -z "$sim" ] || { kill "$sim"; wait "$sim"; sim=; } 2>/dev/null; }
 cached() { sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"; }
@@ -26,9 +30,9 @@ run "the C++ consumer builds" cmake --build "$tmp/cpp"
 # shellcheck disable=SC2046  # pkg-config's flags are meant to be split
 run "the C consumer builds" "$cc" "$here/consumer_c.c" -o "$tmp/c" $(pkg-config --cflags --libs kelvane)
 start_sim "$prefix/bin/kelvane-sim"
-said=$("$tmp/cpp/consumer_cpp" 7805 2>/dev/null)
+said=$("$tmp/cpp/consumer_cpp" "$port" 2>/dev/null)
 [ "$said" = "libKelvane $version sensors 0;1;1;0" ] || fail "the C++ consumer said '$said'"
-said=$(LD_LIBRARY_PATH=$prefix/$lib "$tmp/c" 2>/dev/null)
+said=$(LD_LIBRARY_PATH=$prefix/$lib "$tmp/c" "$port" 2>/dev/null)
 [ "$said" = "libKelvane $version dut dut_sensor_on" ] || fail "the C consumer said '$said'"
 stop_sim
 
@@ -54,6 +58,6 @@ said=$("$root/usr/bin/kelvanectl" --version)
 [ "$said" = "kelvanectl (libKelvane) $version" ] || fail "the unpacked kelvanectl --version said '$said'"
 start_sim "$root/usr/bin/kelvane-sim"
 for command in connect tray-up tray-in sensors; do
-  "$root/usr/bin/kelvanectl" "$command" >/dev/null 2>&1 || fail "the unpacked kelvanectl $command"
+  "$root/usr/bin/kelvanectl" --port "$port" "$command" >/dev/null 2>&1 || fail "the unpacked kelvanectl $command"
 done
 echo "2 passed, 0 failed"

@@ -1,7 +1,9 @@
 // The C interface over a scripted controller: how replies become C results, that no exception
-// escapes an export, what handles without a device give, and that a returned text belongs to
-// the calling thread alone.
+// escapes an export, what handles without a device give, that a returned text belongs to the
+// calling thread alone, and how a device's options are read.
 #include "session_fixture.hpp"
+
+#include "c_api/device_options.hpp"
 
 #include <kelvane/Kelvane.hpp>
 #include <kelvane/kelvane.h>
@@ -9,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -108,6 +111,25 @@ TEST(CApiWrapperTest, NullDestroyedAndUnknownHandlesAndThrowingOperationsGiveThe
         destroyKelvaneDev(handle);
     }
     destroyKelvaneDev(noSession);
+}
+
+// A host built against an older header passes a shorter struct, one built against a newer header
+// a longer one: only the fields both know are read, and only whole ones.
+TEST(CApiWrapperTest, OptionsAreReadUpToTheHostsSizeAndSenselessOnesAreRefused) {
+    KelvaneOptions options = {0, 7806, 250, "t", 2, "off"};
+    auto read = [&](std::size_t size, int port = 7806) {
+        options.size = size, options.port = port;
+        return readDeviceOptions(&options);
+    };
+    DeviceOptions all = read(sizeof options + 64).value();
+    EXPECT_EQ(std::tie(all.port, all.callTimeout, all.traceFile, all.traceMaxBytes, all.logRoute),
+              std::tuple(7806u, std::chrono::milliseconds(250), "t", 2u << 20, "off"));
+    DeviceOptions older = read(offsetof(KelvaneOptions, traceFile)).value();
+    EXPECT_EQ(std::tie(older.callTimeout, older.traceFile, older.logRoute),
+              std::tuple(std::chrono::milliseconds(250), std::nullopt, std::nullopt));
+    EXPECT_FALSE(read(offsetof(KelvaneOptions, callTimeoutMs) + 2)->callTimeout) << "a field cut short";
+    EXPECT_EQ(readDeviceOptions(nullptr)->port, KELVANE_CONTROLLER_PORT);
+    EXPECT_FALSE(read(sizeof options.size - 1) || read(sizeof options, -1) || read(sizeof options, 65536));
 }
 
 TEST(CApiWrapperTest, TextReturnedToOneThreadSurvivesAnotherThreadsCall) {

@@ -2,7 +2,6 @@
 #include "stepped_clock.hpp"
 
 #include "platform/local_time.hpp"
-#include "platform/process_log.hpp"
 #include "platform/worker_thread.hpp"
 
 #include <gtest/gtest.h>
@@ -54,7 +53,7 @@ TEST(ProcessLog, RoutesToAFileOffOrStandardErrorWhenTheFileCannotBeOpened) {
     auto unopenable = root.path() / "no folder" / "process.log";
     processLogRoutedBy(unopenable.string())->write("still logged");
     EXPECT_TRUE(std::regex_match(::testing::internal::GetCapturedStderr(),
-                                 std::regex(prefix + "KELVANE_LOG=.*no folder/process.log: .*standard error\n" +
+                                 std::regex(prefix + "process log .*no folder/process.log: .*standard error\n" +
                                             prefix + "still logged\n")));
     EXPECT_FALSE(std::filesystem::exists(unopenable.parent_path()));
 }

@@ -3,7 +3,7 @@
 
 #include <kelvane/protocol/json_rpc.hpp>
 #include "rpc/rpc_client_wrapper.hpp"
-#include "trace/call_trace.hpp"
+#include "trace/tracing_client.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,10 +12,13 @@
 #include <set>
 #include <thread>
 
-using kelvane::CallTrace;
+using kelvane::Platform;
 using kelvane::RpcError;
-using kelvane::TraceWriter;
+using kelvane::traceFile;
+using kelvane::TracingClient;
 using kelvane::Value;
+using kelvane::testing::FakeRpcClient;
+using kelvane::testing::RecordedCall;
 using kelvane::testing::TemporaryDirectory;
 using kelvane::testing::VirtualClock;
 using ::testing::HasSubstr;
@@ -32,43 +35,44 @@ std::vector<Value> traceLines(const std::filesystem::path& path) {
     return lines;
 }
 
-void traceCall(CallTrace& trace, std::int64_t id, const Value& result,
-               std::optional<RpcError> error = std::nullopt) {
-    const std::string method = "vantrel.get_fan_speed";
-    trace.record(trace.begin(), {id, method, Value::array({id % 4}), nullptr, result, error});
-}
-
 }  // namespace
 
-TEST(TraceWriter, LinesCarryTheCallAndBothClocksAndEachOutcomeHasItsName) {
+// The outcome is the one the wrapped client decided (its error's kind), not guessed from the
+// code: a controller may answer with any code, the client's own ones included.
+TEST(TraceWriter, TracedCallsCarryTheCallBothClocksAndTheOutcomeTheClientDecided) {
     TemporaryDirectory folder;
     auto clock = std::make_shared<VirtualClock>(1'700'000'000.25);
-    auto writer = std::make_shared<TraceWriter>(folder.path() / "trace.jsonl", 1 << 20);
-    CallTrace trace(writer, clock, "tcp://127.0.0.1:7805");
+    auto controller = std::make_shared<FakeRpcClient>();
+    TracingClient client(controller, traceFile(folder.path() / "trace.jsonl", 1 << 20), clock,
+                         "tcp://127.0.0.1:7805");
+    controller->onCall([&](const RecordedCall& call) {
+        if (call.method == "vantrel.fixture_in") clock->advance(0.012);
+    });
 
-    auto start = trace.begin();
-    clock->advance(0.012);
-    const std::string method = "vantrel.fixture_in";
-    const Value params = Value::array(), kwargs = {{"timeout_ms", 20000}}, result = "in_done";
-    trace.record(start, {7, method, params, kwargs, result, std::nullopt});
+    controller->answer("vantrel.fixture_in", "in_done");
+    EXPECT_EQ(client.rpc("vantrel.fixture_in", Value::array(), {{"timeout_ms", 20000}}, nullptr), "in_done");
     clock->stepWallClock(-3600);  // a time sync: the wall time jumps, the trace's seconds do not
     clock->advance(1.5);
     namespace rpc = kelvane::jsonrpc;
-    const std::pair<int, std::string> failures[] = {{-32601, "error"}, {rpc::timeoutError, "timeout"},
-        {rpc::notConnectedError, "not_reachable"}, {rpc::clientClosedError, "closed"}};
-    for (auto [code, outcome] : failures) traceCall(trace, 8, nullptr, RpcError{code, outcome});
+    using Kind = RpcError::Kind;
+    const std::pair<RpcError, std::string> failures[] = {{{rpc::timeoutError, "bus error"}, "error"},
+        {{rpc::timeoutError, "late", Kind::timeout}, "timeout"},
+        {{rpc::notConnectedError, "gone", Kind::notReachable}, "not_reachable"},
+        {{rpc::clientClosedError, "closed", Kind::closed}, "closed"}};
+    for (const auto& failure : failures) controller->fail("vantrel.get_fan_speed", failure.first);
+    for (int call = 0; call < 4; ++call) client.rpc("vantrel.get_fan_speed", Value::array({1}), nullptr);
 
-    auto lines = traceLines(writer->path());
+    auto lines = traceLines(folder.path() / "trace.jsonl");
     ASSERT_EQ(lines.size(), 5u);
     EXPECT_EQ(lines[0], Value::parse(R"({"time":"2023-11-14T22:13:20.250Z","t":0.0,
-        "endpoint":"tcp://127.0.0.1:7805","id":7,"method":"vantrel.fixture_in","params":[],
+        "endpoint":"tcp://127.0.0.1:7805","id":1,"method":"vantrel.fixture_in","params":[],
         "kwargs":{"timeout_ms":20000},"outcome":"result","result":"in_done","ms":12.0})"));
     EXPECT_EQ(lines[1]["time"], "2023-11-14T21:13:21.762Z");
     EXPECT_DOUBLE_EQ(lines[1]["t"].get<double>(), 1.512);
-    EXPECT_EQ(lines[1]["error"], (Value{{"code", -32601}, {"message", "error"}}));
+    EXPECT_EQ(lines[1]["error"], (Value{{"code", rpc::timeoutError}, {"message", "bus error"}}));
     EXPECT_FALSE(lines[1].contains("result"));
     for (int i = 0; i < 4; ++i) EXPECT_EQ(lines[i + 1]["outcome"], failures[i].second);
-    EXPECT_EQ(lines[4]["ms"], 0.0);
+    EXPECT_EQ(std::tie(lines[4]["id"], lines[4]["ms"]), std::tuple(5, 0.0));
 }
 
 // Eight threads share one writer: every line arrives whole, none is lost below the limit, and
@@ -78,14 +82,16 @@ TEST(TraceWriter, EightThreadsWriteWholeLinesAndTheFileRotatesOnceAtItsLimit) {
     const auto path = folder.path() / "trace.jsonl";
     constexpr int threads = 8, callsEach = 200;
     auto writeFromThreads = [&](std::uint64_t maxBytes) {
-        auto writer = TraceWriter::forPath(path, maxBytes);
-        EXPECT_EQ(writer, TraceWriter::forPath(path, maxBytes)) << "one writer per file";
-        CallTrace trace(writer, std::make_shared<VirtualClock>(), "tcp://127.0.0.1:7805");
+        auto writer = traceFile(path, maxBytes);
+        EXPECT_EQ(writer, traceFile(path, maxBytes)) << "one writer per file";
+        auto controller = std::make_shared<FakeRpcClient>();
+        controller->answer("vantrel.get_fan_speed", "40");
+        TracingClient client(controller, writer, std::make_shared<VirtualClock>(), "tcp://127.0.0.1:7805");
         std::vector<std::thread> workers;
         for (int worker = 0; worker < threads; ++worker) {
-            workers.emplace_back([&trace, worker] {
+            workers.emplace_back([&client] {
                 for (int call = 0; call < callsEach; ++call) {
-                    traceCall(trace, worker * callsEach + call, std::string(call % 50, 'x'));
+                    client.rpc("vantrel.get_fan_speed", Value::array({std::string(call % 50, 'x')}), nullptr);
                 }
             });
         }
@@ -112,16 +118,19 @@ TEST(TraceWriter, EightThreadsWriteWholeLinesAndTheFileRotatesOnceAtItsLimit) {
     EXPECT_FALSE(traceLines(older).empty());
 }
 
-// A trace that cannot be written loses its lines, never a call: the client answers as it would
-// untraced. The file is tried again at each line, so a folder made later gets the trace.
+// A host that passes no settings turns tracing on from its environment. A trace that cannot be
+// written loses its lines, never a call: the client answers as it would untraced. The file is
+// tried again at each line, so a folder made later gets the trace.
 TEST(TraceWriter, AnUnwritableTraceLeavesCallsAloneAndIsTriedAgain) {
     TemporaryDirectory folder;
     const auto path = folder.path() / "later" / "trace.jsonl";
     ::setenv("KELVANE_TRACE", path.c_str(), 1);
+    Platform platform = Platform::defaults();
+    ::unsetenv("KELVANE_TRACE");
     kelvane::RPCClientWrapper::Options options;
     options.connectGrace = std::chrono::milliseconds(20);
-    auto client = kelvane::RPCClientWrapper::initWithIP("127.0.0.1", 1, options);
-    ::unsetenv("KELVANE_TRACE");
+    platform.connect = kelvane::RPCClientWrapper::factory(options);
+    auto client = platform.clientFor("127.0.0.1", 1);
     ASSERT_NE(client, nullptr);
 
     std::optional<RpcError> error;

@@ -1,26 +1,22 @@
-// Standard error belongs to the library's step-by-step log; kelvanectl's own messages (errors,
-// progress) go to a private copy of it, so the log can be silenced without silencing them.
+// Where kelvanectl's own messages (errors, progress) go: standard error. The library's
+// step-by-step log shares it only when asked for (--log); otherwise the device is made with its
+// log switched off.
 #pragma once
 
 #include <cstdio>
+
+#include <unistd.h>
 
 namespace kelvanectl {
 
 class Console {
 public:
-    // Unless `showLibraryLog`, standard error is sent to /dev/null from here on.
-    explicit Console(bool showLibraryLog);
-    ~Console();
-    Console(const Console&) = delete;
-    Console& operator=(const Console&) = delete;
-
-    std::FILE* messages() const { return messages_; }
+    std::FILE* messages() const { return stderr; }
     // Whether a person is watching the messages (a progress indication makes sense).
     bool isTerminal() const { return terminal_; }
 
 private:
-    std::FILE* messages_ = stderr;
-    bool terminal_ = false;
+    bool terminal_ = isatty(STDERR_FILENO) == 1;
 };
 
 }  // namespace kelvanectl

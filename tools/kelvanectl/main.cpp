@@ -33,6 +33,7 @@ constexpr const char* helpFooter =
 
 struct Settings {
     std::string ip = "127.0.0.1";
+    int port = KELVANE_CONTROLLER_PORT;
     bool json = false;
     bool showLibraryLog = false;
     std::string traceFile;  // empty: the environment's KELVANE_TRACE, if any, stands
@@ -54,15 +55,25 @@ private:
 Outcome unreachable(const std::string& label, const Settings& settings) {
     return failed(label == "connect" ? Result(0) : Result(nullptr),
                   "cannot reach the fixture controller at " + settings.ip + ":" +
-                      std::to_string(KELVANE_CONTROLLER_PORT) +
+                      std::to_string(settings.port) +
                       " (is it powered and on the network?)",
                   exitUnreachable);
+}
+
+// The command's device. The library's own log stays off unless asked for, and then goes where
+// the process's log goes (standard error, or where KELVANE_LOG sends it).
+KelvaneHandle connect(const Settings& settings) {
+    KelvaneOptions options = KELVANE_OPTIONS_INIT;
+    options.port = settings.port;
+    if (!settings.traceFile.empty()) options.traceFile = settings.traceFile.c_str();
+    if (!settings.showLibraryLog) options.log = "off";
+    return createKelvaneDevWithOptions(settings.ip.c_str(), &options);
 }
 
 int runOnDevice(const DeviceCommand& command, const std::string& label, const Settings& settings,
                 Console& console) {
     Stopwatch stopwatch;
-    KelvaneHandle device = createKelvaneDev(settings.ip.c_str());
+    KelvaneHandle device = connect(settings);
     Outcome outcome;
     if (getConnectFlag(device) != 1) {
         outcome = unreachable(label, settings);
@@ -86,7 +97,7 @@ int repeatOnDevice(const DeviceCommand& command, const std::string& label,
                    Console& console) {
     Interruption interruption;
     Stopwatch connecting;
-    KelvaneHandle device = createKelvaneDev(settings.ip.c_str());
+    KelvaneHandle device = connect(settings);
     if (getConnectFlag(device) != 1) {
         destroyKelvaneDev(device);
         return publish({label, unreachable(label, settings), connecting.seconds()}, settings.json,
@@ -245,16 +256,17 @@ void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
 int run(int argc, char** argv) {
     CLI::App app{"Drive a Kelvane test fixture, one operation per command.", "kelvanectl"};
     Settings settings;
-    app.add_option("--ip", settings.ip,
-                   "Address of the fixture controller (port " +
-                       std::to_string(KELVANE_CONTROLLER_PORT) + ")")
-        ->capture_default_str();
+    app.add_option("--ip", settings.ip, "Address of the fixture controller")->capture_default_str();
+    app.add_option("--port", settings.port,
+                   "The controller's TCP port (default " + std::to_string(KELVANE_CONTROLLER_PORT) + ")")
+        ->option_text("PORT")
+        ->check(CLI::Range(1, 65535));
     app.add_flag("--json", settings.json, "Print one JSON object per command, for scripts");
     app.add_flag("--log", settings.showLibraryLog,
-                 "Show the library's step-by-step log on standard error");
+                 "Show the library's step-by-step log (standard error, or where KELVANE_LOG sends it)");
     app.set_version_flag("--version", "kelvanectl (libKelvane) " KELVANE_VERSION_STRING);
     app.add_option("--trace", settings.traceFile,
-                   "Append one line per controller call to FILE (as KELVANE_TRACE does)")
+                   "Append one line per controller call to FILE (as KELVANE_TRACE does for a station)")
         ->option_text("FILE");
     app.require_subcommand(1);
     app.fallthrough();
@@ -269,9 +281,7 @@ int run(int argc, char** argv) {
         int status = app.exit(error);
         return status == 0 ? exitOk : exitUsage;
     }
-    // The library reads it when the command's device is made.
-    if (!settings.traceFile.empty()) ::setenv("KELVANE_TRACE", settings.traceFile.c_str(), 1);
-    Console console(settings.showLibraryLog);
+    Console console;
     return chosen(settings, console);
 }
 
