@@ -102,7 +102,7 @@ TEST_F(SimulatorModelsTest, MalformedArgumentsAreRefusedWithATextAndChangeNothin
 
 // Fixture k of a station listens at 127.0.1.k with a world, scripts and journal of its own.
 TEST(SimulatorStationTest, EachFixtureOfOneProcessKeepsItsOwnWorldScriptsAndJournal) {
-    SimulatorProcess station(Station{2}, {"--travel-ms", "0"});
+    SimulatorProcess station(SimulatedStation{2}, {"--travel-ms", "0"});
     ASSERT_EQ(station.address(2), "127.0.1.2");
     auto first = RPCClientWrapper::initWithIP(station.address(1), station.port(1));
     auto second = RPCClientWrapper::initWithIP(station.address(2), station.port(2));

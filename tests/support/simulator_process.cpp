@@ -86,7 +86,7 @@ SimulatorProcess::SimulatorProcess(std::vector<std::string> extraArgs, std::stri
     start("tcp://127.0.0.1:*", 1);
 }
 
-SimulatorProcess::SimulatorProcess(Station station, std::vector<std::string> extraArgs)
+SimulatorProcess::SimulatorProcess(SimulatedStation station, std::vector<std::string> extraArgs)
     : executable_(KELVANE_SIM_PATH), extraArgs_(std::move(extraArgs)) {
     start("tcp://127.0.1.1:*", station.fixtures);
 }

@@ -20,7 +20,7 @@ class RPCClientWrapper;
 
 namespace kelvane::testing {
 
-struct Station {
+struct SimulatedStation {
     int fixtures = 1;
 };
 
@@ -31,7 +31,7 @@ public:
     explicit SimulatorProcess(std::vector<std::string> extraArgs = {},
                               std::string executable = KELVANE_SIM_PATH);
     // A station: `station.fixtures` fixtures in one process, fixture k at 127.0.1.k.
-    explicit SimulatorProcess(Station station, std::vector<std::string> extraArgs = {});
+    explicit SimulatorProcess(SimulatedStation station, std::vector<std::string> extraArgs = {});
     ~SimulatorProcess();
 
     SimulatorProcess(const SimulatorProcess&) = delete;
