@@ -4,6 +4,10 @@
 // transport_connection_test.cpp.)
 #include "simulator_test_support.hpp"
 
+#include <sys/wait.h>
+
+#include <cstdlib>
+
 namespace kelvane::testing {
 namespace {
 
@@ -112,7 +116,11 @@ TEST_F(SimulatorScriptsTest, MalformedScriptIsRejectedAndNoneOfTheBatchIsAdded) 
 
 TEST(SimulatorProcessTest, MissingBinaryOrBadOptionsFailToStart) {
     EXPECT_THROW(SimulatorProcess({}, "/nonexistent/kelvane-sim"), std::runtime_error);
-    EXPECT_THROW(SimulatorProcess({"--dut", "maybe"}), std::runtime_error);
+    for (std::string args : {"--dut maybe", "--fixtures 65", "--fixtures 2 --replay trace.jsonl",
+                             "--fixtures 3 --bind tcp://127.0.1.254:0", "--fixtures 2 --bind ipc://sim"}) {
+        int status = std::system(("timeout 10 " KELVANE_SIM_PATH " " + args + " 2>/dev/null").c_str());
+        EXPECT_EQ(WEXITSTATUS(status), 64) << args << ": a usage error";
+    }
 }
 
 }  // namespace

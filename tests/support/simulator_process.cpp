@@ -13,6 +13,7 @@
 #include <sys/prctl.h>
 #endif
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -56,51 +57,68 @@ std::pair<pid_t, int> spawn(const std::string& executable, const std::vector<std
     return {pid, pipeFds[0]};
 }
 
-// The first line the child writes; what came so far when it exits or the deadline passes.
-std::string readFirstLine(int fd) {
-    std::string line;
-    for (auto deadline = Clock::now() + startDeadline; line.find('\n') == std::string::npos;) {
+// The first `count` lines the child writes; fewer when it exits or the deadline passes first.
+std::vector<std::string> readLines(int fd, int count) {
+    std::string text;
+    auto lines = [&] { return static_cast<int>(std::count(text.begin(), text.end(), '\n')); };
+    for (auto deadline = Clock::now() + startDeadline; lines() < count;) {
         auto left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now()).count();
         pollfd item{fd, POLLIN, 0};
         if (left <= 0 || ::poll(&item, 1, static_cast<int>(left)) < 0) break;
-        char buffer[256];
+        char buffer[4096];
         auto got = ::read(fd, buffer, sizeof buffer);
         if (got < 0 && errno == EINTR) continue;
         if (got <= 0) break;  // the child closed its stdout: it has exited
-        line.append(buffer, static_cast<std::size_t>(got));
+        text.append(buffer, static_cast<std::size_t>(got));
     }
-    return line.substr(0, line.find('\n'));
+    std::vector<std::string> read;
+    for (std::size_t start = 0, end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
+        read.push_back(text.substr(start, end - start));
+    }
+    if (read.empty()) read.push_back(text);  // what it printed, for the error message
+    return read;
 }
 
 }  // namespace
 
 SimulatorProcess::SimulatorProcess(std::vector<std::string> extraArgs, std::string executable)
     : executable_(std::move(executable)), extraArgs_(std::move(extraArgs)) {
-    start("tcp://127.0.0.1:*");
+    start("tcp://127.0.0.1:*", 1);
+}
+
+SimulatorProcess::SimulatorProcess(SimulatedStation station, std::vector<std::string> extraArgs)
+    : executable_(KELVANE_SIM_PATH), extraArgs_(std::move(extraArgs)) {
+    start("tcp://127.0.1.1:*", station.fixtures);
 }
 
 SimulatorProcess::~SimulatorProcess() { stop(); }
 
-std::string SimulatorProcess::endpoint() const { return "tcp://127.0.0.1:" + std::to_string(port_); }
+std::string SimulatorProcess::endpoint(int fixture) const {
+    return "tcp://" + address(fixture) + ":" + std::to_string(port(fixture));
+}
 
-void SimulatorProcess::start(const std::string& bindEndpoint) {
-    std::vector<std::string> args = {"--bind", bindEndpoint, "--quiet"};
+void SimulatorProcess::start(const std::string& bindEndpoint, int fixtures) {
+    std::vector<std::string> args = {"--bind", bindEndpoint, "--fixtures", std::to_string(fixtures), "--quiet"};
     args.insert(args.end(), extraArgs_.begin(), extraArgs_.end());
     auto [pid, output] = spawn(executable_, args);
     pid_ = pid;
-    std::string line = readFirstLine(output);
+    auto lines = readLines(output, fixtures);
     ::close(output);
-    unsigned port = 0;
-    if (std::sscanf(line.c_str(), "listening on tcp://127.0.0.1:%u", &port) != 1 || port == 0) {
-        stop();
-        throw std::runtime_error("kelvane-sim at " + executable_ + " did not start; it printed: " + line);
+    fixtures_.clear();
+    for (const auto& line : lines) {
+        char address[64] = {};
+        unsigned port = 0;
+        if (std::sscanf(line.c_str(), "listening on tcp://%63[0-9.]:%u", address, &port) != 2 || port == 0) break;
+        fixtures_.push_back({address, port, nullptr});
     }
-    port_ = port;
-    controlClient_ = RPCClientWrapper::initWithIP("127.0.0.1", port_);
+    if (fixtureCount() != fixtures) {
+        stop();
+        throw std::runtime_error("kelvane-sim at " + executable_ + " did not start; it printed: " + lines.front());
+    }
 }
 
 void SimulatorProcess::stop() {
-    controlClient_.reset();
+    for (auto& fixture : fixtures_) fixture.controlClient.reset();
     if (pid_ <= 0) return;
     ::kill(pid_, SIGTERM);
     for (auto deadline = Clock::now() + stopGrace; Clock::now() < deadline;) {
@@ -111,7 +129,7 @@ void SimulatorProcess::stop() {
 }
 
 void SimulatorProcess::kill() {
-    controlClient_.reset();
+    for (auto& fixture : fixtures_) fixture.controlClient.reset();
     if (pid_ <= 0) return;
     ::kill(pid_, SIGKILL);
     ::waitpid(pid_, nullptr, 0);
@@ -119,10 +137,11 @@ void SimulatorProcess::kill() {
 }
 
 void SimulatorProcess::restart() {
+    std::string previous = endpoint();
     stop();
     for (int attempt = 1;; ++attempt) {
         try {
-            return start(endpoint());
+            return start(previous, 1);
         } catch (const std::runtime_error&) {
             if (attempt == restartAttempts) throw;
             std::this_thread::sleep_for(restartPause);
@@ -130,11 +149,16 @@ void SimulatorProcess::restart() {
     }
 }
 
-Value SimulatorProcess::control(const std::string& method, const Value& params, RpcErrorSlot error) {
+Value SimulatorProcess::control(int fixture, const std::string& method, const Value& params, RpcErrorSlot error) {
     std::optional<RpcError> failure;
     Value reply = nullptr;
-    if (controlClient_) reply = controlClient_->call(method, params, nullptr, &failure);
-    else failure = RpcError{0, "kelvane-sim is not running"};
+    if (pid_ > 0) {
+        auto& client = fixtures_.at(fixture - 1).controlClient;
+        if (!client) client = RPCClientWrapper::initWithIP(address(fixture), port(fixture));
+        reply = client->call(method, params, nullptr, &failure);
+    } else {
+        failure = RpcError{0, "kelvane-sim is not running"};
+    }
     if (error) *error = failure;
     else if (failure) ADD_FAILURE() << "control(" << method << ") failed: " << failure->text();
     return reply;

@@ -1,6 +1,7 @@
 // A kelvane-sim process for integration tests: started on a free loopback port, controllable
 // through its "sim." methods, killable and restartable to play a controller that dies and
-// comes back, and stopped when the object goes away.
+// comes back, and stopped when the object goes away. It may also simulate a station of several
+// fixtures, fixture k at 127.0.1.k, each on a free port.
 #pragma once
 
 #include <kelvane/RpcClient.hpp>
@@ -19,39 +20,58 @@ class RPCClientWrapper;
 
 namespace kelvane::testing {
 
+struct SimulatedStation {
+    int fixtures = 1;
+};
+
 class SimulatorProcess {
 public:
     // Starts the simulator on a free loopback port with `--quiet` and `extraArgs`, and waits for
     // its "listening on" line; throws std::runtime_error with a readable text when it cannot.
     explicit SimulatorProcess(std::vector<std::string> extraArgs = {},
                               std::string executable = KELVANE_SIM_PATH);
+    // A station: `station.fixtures` fixtures in one process, fixture k at 127.0.1.k.
+    explicit SimulatorProcess(SimulatedStation station, std::vector<std::string> extraArgs = {});
     ~SimulatorProcess();
 
     SimulatorProcess(const SimulatorProcess&) = delete;
     SimulatorProcess& operator=(const SimulatorProcess&) = delete;
 
-    std::uint32_t port() const { return port_; }
-    std::string endpoint() const;  // "tcp://127.0.0.1:<port>"
+    // Fixture 1's, or with a fixture number 1 to fixtureCount() that fixture's.
+    std::uint32_t port(int fixture = 1) const { return fixtures_.at(fixture - 1).port; }
+    std::string address(int fixture = 1) const { return fixtures_.at(fixture - 1).address; }
+    std::string endpoint(int fixture = 1) const;  // "tcp://<address>:<port>"
+    int fixtureCount() const { return static_cast<int>(fixtures_.size()); }
 
-    // A call to the simulator (usually a "sim." method) through a client of this object's own.
-    // With no error slot, an error or a missing reply is reported as a test failure.
+    // A call to fixture 1 (or to `fixture`; usually a "sim." method) through a client of this
+    // object's own. With no error slot, an error or a missing reply is reported as a test failure.
     Value control(const std::string& method, const Value& params = Value::array(),
+                  RpcErrorSlot error = nullptr) {
+        return control(1, method, params, error);
+    }
+    Value control(int fixture, const std::string& method, const Value& params = Value::array(),
                   RpcErrorSlot error = nullptr);
 
     // SIGKILL: the controller vanishes without closing its connections.
     void kill();
-    // Starts a fresh simulator on the same port (after kill(), or replacing a running one).
+    // Starts a fresh simulator on the same port (after kill(), or replacing a running one); one
+    // fixture only, as a station's fixtures each took a port of their own.
     void restart();
 
 private:
-    void start(const std::string& bindEndpoint);
+    struct Fixture {
+        std::string address;
+        std::uint32_t port = 0;
+        std::shared_ptr<RPCClientWrapper> controlClient;  // made on first use
+    };
+
+    void start(const std::string& bindEndpoint, int fixtures);
     void stop();
 
     std::string executable_;
     std::vector<std::string> extraArgs_;
     pid_t pid_ = -1;
-    std::uint32_t port_ = 0;
-    std::shared_ptr<RPCClientWrapper> controlClient_;
+    std::vector<Fixture> fixtures_;
 };
 
 }  // namespace kelvane::testing

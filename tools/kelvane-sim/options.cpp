@@ -1,14 +1,20 @@
 #include "options.hpp"
 
+#include "fixture_endpoints.hpp"
+
 #include <kelvane/version.h>
 
 #include <CLI/CLI.hpp>
 
 #include <map>
+#include <variant>
 
 namespace kelvane::sim {
 
 namespace {
+
+// The most fixtures one simulator serves.
+constexpr int mostFixtures = 64;
 
 void addReplayOptions(CLI::App& app, Options& options) {
     auto* replay = app.add_option("--replay", options.replayFile,
@@ -29,6 +35,15 @@ void addReplayOptions(CLI::App& app, Options& options) {
         ->needs(replay);
 }
 
+// The combinations no single option can refuse by itself.
+std::optional<std::string> placeFixtures(Options& options, const std::optional<std::string>& bind, int fixtures) {
+    if (fixtures > 1 && !options.replayFile.empty()) return "--replay answers as one fixture; it takes no --fixtures";
+    auto endpoints = fixtureEndpoints(bind, fixtures);
+    if (auto* problem = std::get_if<std::string>(&endpoints)) return *problem;
+    options.endpoints = std::move(std::get<std::vector<std::string>>(endpoints));
+    return std::nullopt;
+}
+
 }  // namespace
 
 std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
@@ -36,11 +51,18 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     int travelMs = static_cast<int>(options.world.travel.count());
     int liftMs = static_cast<int>(options.world.lift.count());
     std::string dut = "present";
+    std::string bind;
+    int fixtures = 1;
 
     CLI::App app{"kelvane-sim: a simulated fixture controller board, serving JSON-RPC over ZeroMQ.",
                  "kelvane-sim"};
-    app.add_option("--bind", options.bind,
-                   "Endpoint to bind; port * or 0 picks a free port (default " + options.bind + ")");
+    auto* bindOption = app.add_option(
+        "--bind", bind,
+        "Endpoint to bind (the first fixture's); port * or 0 picks a free port (default tcp://127.0.0.1:7805, "
+        "with several fixtures tcp://127.0.1.1:7805)");
+    app.add_option("--fixtures", fixtures,
+                   "Simulate N independent fixtures, fixture k at the address k-1 above the first (default 1)")
+        ->check(CLI::Range(1, mostFixtures));
     app.add_option("--travel-ms", travelMs, "Tray travel time between OUT and IN, in ms (default 300)")
         ->check(CLI::Range(0, 86'400'000));
     app.add_option("--lift-ms", liftMs, "Tray travel time between UP and DOWN, in ms (default 200)")
@@ -49,15 +71,17 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
         ->check(CLI::IsMember({"present", "absent"}));
     app.add_option("--tec-slots", options.world.tecSlots, "TEC controllers on the CAN bus, slots 1..N (default 4)")
         ->check(CLI::Range(0, 16));
-    app.add_option("--seed", options.world.seed, "Seed of the TEC sensors' noise (default 1)");
+    app.add_option("--seed", options.world.seed, "Seed of the TEC sensors' noise; fixture k uses S+k-1 (default 1)");
     app.add_flag("--quiet", options.quiet, "Log nothing on stderr");
     app.set_version_flag("--version", "kelvane-sim (libKelvane) " KELVANE_VERSION_STRING);
     addReplayOptions(app, options);
 
     try {
         app.parse(argc, argv);
+        auto givenBind = bindOption->count() > 0 ? std::optional(bind) : std::nullopt;
+        if (auto problem = placeFixtures(options, givenBind, fixtures)) throw CLI::ValidationError(*problem);
     } catch (const CLI::ParseError& error) {
-        exitCode = app.exit(error);
+        exitCode = app.exit(error) == 0 ? 0 : usageExitCode;
         return std::nullopt;
     }
     options.world.travel = std::chrono::milliseconds(travelMs);

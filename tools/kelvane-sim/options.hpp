@@ -3,15 +3,16 @@
 
 #include "models.hpp"
 
-#include <kelvane/protocol/controller_port.hpp>
-
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kelvane::sim {
 
 struct Options {
-    std::string bind = "tcp://127.0.0.1:" + std::to_string(controllerPort);
+    // One per simulated fixture, in order (see fixtureEndpoints).
+    std::vector<std::string> endpoints;
+    // Fixture k's TEC noise is seeded with world.seed + k - 1, so fixtures do not read alike.
     WorldSettings world;
     bool quiet = false;
     // Answer from this trace file (docs/trace.md) rather than from the model.
@@ -21,8 +22,11 @@ struct Options {
     bool replayExit = false;  // stop once every recorded exchange was asked for
 };
 
-// The options, or nothing with `exitCode` set when the program should stop at once (after
-// --help, or after a usage error that has been printed).
+// Exit status after a usage error.
+constexpr int usageExitCode = 64;
+
+// The options, or nothing with `exitCode` set when the program should stop at once (0 after
+// --help or --version, usageExitCode after a usage error that has been printed).
 std::optional<Options> parseOptions(int argc, char** argv, int& exitCode);
 
 }  // namespace kelvane::sim

@@ -1,189 +1,59 @@
 #include "server.hpp"
 
-#include "request_reader.hpp"
-
-#include <zmq_addon.hpp>
-
 #include <algorithm>
-#include <iostream>
+#include <stdexcept>
 
 namespace kelvane::sim {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
-
-constexpr milliseconds longestPollWait{100};
-// A client that sends more than this in one message is disconnected by ZeroMQ.
-constexpr std::int64_t largestRequestBytes = std::int64_t{16} << 20;
-constexpr std::size_t longestLoggedText = 300;
-// The replay's own control method: the report so far, as JSON.
-constexpr std::string_view replayReportMethod = "sim.replay_report";
-// Answered under --replay-strict to a request the trace has no exchange for.
-constexpr int noRecordedMatchError = -32010;
-static_assert(jsonrpc::isServerError(noRecordedMatchError));
-
-std::string shortened(std::string text) {
-    if (text.size() > longestLoggedText) {
-        text.resize(longestLoggedText);
-        text += "...";
-    }
-    return text;
-}
-
-// Routing id frames, an empty delimiter, then the one JSON frame: what DEALER clients that send
-// the delimiter themselves and REQ clients both look like through a ROUTER.
-std::optional<std::pair<Frames, std::string>> splitMessage(std::vector<zmq::message_t>& parts) {
-    auto delimiter = std::find_if(parts.begin(), parts.end(),
-                                  [](const zmq::message_t& part) { return part.size() == 0; });
-    if (delimiter == parts.begin() || delimiter == parts.end() || parts.end() - delimiter != 2) {
-        return std::nullopt;
-    }
-    Frames envelope;
-    for (auto part = parts.begin(); part != delimiter; ++part) envelope.push_back(part->to_string());
-    return std::pair{std::move(envelope), parts.back().to_string()};
-}
 
 }  // namespace
 
-Server::Server(SimulatedFixture& fixture, bool quiet, std::optional<ReplaySettings> replay)
-    : fixture_(fixture), quiet_(quiet), replay_(std::move(replay)) {
-    router_.set(zmq::sockopt::linger, 0);
-    router_.set(zmq::sockopt::maxmsgsize, largestRequestBytes);
-}
-
-std::string Server::bind(const std::string& endpoint) {
-    router_.bind(endpoint);
-    return router_.get(zmq::sockopt::last_endpoint);
-}
-
-void Server::run(const std::function<bool()>& stopRequested) {
-    while (!stopRequested()) {
-        auto wait = longestPollWait;
-        if (auto due = delayed_.nextDue()) {
-            auto untilDue = std::chrono::ceil<milliseconds>(*due - Clock::now());
-            wait = std::clamp(untilDue, milliseconds(0), longestPollWait);
-        }
-        zmq_pollitem_t item{router_.handle(), 0, ZMQ_POLLIN, 0};
-        int ready = zmq_poll(&item, 1, static_cast<long>(wait.count()));
-        if (ready < 0 && zmq_errno() != EINTR) throw zmq::error_t();
-        if (ready > 0) receiveAll();
-        sendDue();
-    }
-}
-
-void Server::receiveAll() {
-    while (true) {
-        std::vector<zmq::message_t> parts;
-        if (!zmq::recv_multipart(router_, std::back_inserter(parts), zmq::recv_flags::dontwait)) return;
-        auto message = splitMessage(parts);
-        if (!message) {
-            log("dropped a message without routing id, delimiter and one body frame");
-            continue;
-        }
-        handle(message->first, message->second);
-    }
-}
-
-void Server::handle(const Frames& envelope, std::string_view text) {
-    auto read = readRequest(text);
-    if (std::holds_alternative<Dropped>(read)) {
-        log("dropped unreadable request: " + shortened(std::string(text)));
-        return;
-    }
-    if (auto* rejection = std::get_if<Rejection>(&read)) {
-        log("rejected request: " + rejection->error.message);
-        reply(envelope, jsonrpc::encodeError(rejection->id, rejection->error));
-        return;
-    }
-    const auto& request = std::get<jsonrpc::Request>(read);
-    log(request.method + " " + shortened(jsonrpc::toJson(request.params)));
-    if (request.method == replayReportMethod && replay_) {
-        reply(envelope, jsonrpc::encodeResult(request.id, replay_->book.report()));
-        return;
-    }
-    if (ControlSurface::handles(request.method)) {
-        reply(envelope, encodeOutcome(request.id, control_.call(request)));
-        return;
-    }
-    serveControllerRequest(envelope, request);
-}
-
-void Server::serveControllerRequest(const Frames& envelope, const jsonrpc::Request& request) {
-    journal_.record(request);
-    if (replay_ && replayAnswer(envelope, request)) return;
-    auto script = scripts_.take(request.method);
-    if (!script) {
-        reply(envelope, encodeOutcome(request.id, modelAnswer(request)));
-        return;
-    }
-    journal_.noteScript(actionName(script->action));
-    auto message = script->messageFor(request.id, [&] { return modelAnswer(request); });
-    if (!message) {
-        log("  (scripted: no reply)");
-        return;
-    }
-    if (script->delay.count() > 0) {
-        log("  (scripted: sent in " + std::to_string(script->delay.count()) + " ms)");
-    }
-    reply(envelope, std::move(*message), script->delay);
-}
-
-bool Server::replayAnswer(const Frames& envelope, const jsonrpc::Request& request) {
-    auto answer = replay_->book.take(request);
-    if (!answer) {
-        if (!replay_->strict) return false;
-        log("  (replay: no recorded match)");
-        reply(envelope, jsonrpc::encodeError(request.id, RpcError{noRecordedMatchError,
-            "no recorded exchange for " + request.method + " " + jsonrpc::toJson(request.params)}));
-        return true;
-    }
-    if (!answer->outcome) {
-        log("  (replay: no reply, as recorded)");
-        return true;
-    }
-    // The recorded answer goes out under the id of the request asking now.
-    reply(envelope, encodeOutcome(request.id, *answer->outcome),
-          replay_->recordedTiming ? answer->recordedDuration : milliseconds{0});
-    return true;
-}
-
-Outcome Server::modelAnswer(const jsonrpc::Request& request) {
-    if (auto outcome = fixture_.call(request)) return *outcome;
-    return Outcome::failure(jsonrpc::methodNotFoundError, "method not found: " + request.method);
-}
-
-void Server::reply(const Frames& envelope, std::string message, milliseconds delay) {
-    Frames frames = envelope;
-    frames.emplace_back();
-    frames.push_back(std::move(message));
-    if (delay.count() > 0) {
-        delayed_.schedule(Clock::now() + delay, std::move(frames));
-        return;
-    }
-    send(frames);
-}
-
-// A client that has gone away simply misses its reply; nothing a client does stops the server.
-void Server::send(const Frames& frames) {
-    if (!quiet_ && !frames.empty()) log("  -> " + shortened(frames.back()));
+FixtureServer& Server::addFixture(const std::string& endpoint, SimulatedFixture fixture, std::string logLabel,
+                                  std::optional<ReplaySettings> replay) {
     try {
-        for (std::size_t i = 0; i < frames.size(); ++i) {
-            auto flags = zmq::send_flags::dontwait;
-            if (i + 1 < frames.size()) flags = flags | zmq::send_flags::sndmore;
-            if (!router_.send(zmq::buffer(frames[i]), flags)) return;
-        }
+        fixtures_.push_back(std::make_unique<FixtureServer>(context_, endpoint, std::move(fixture),
+                                                            std::move(logLabel), quiet_, std::move(replay)));
     } catch (const zmq::error_t& error) {
-        log(std::string("reply not sent: ") + error.what());
+        throw std::runtime_error(std::string(error.what()) + " (" + endpoint + ")");
+    }
+    return *fixtures_.back();
+}
+
+// One poll over every fixture's socket and the task queue's wake-up pipe (the last item). An idle
+// station wakes once per `checkEvery` only: a few dozen sockets polled ten times a second would
+// cost more than the rest of an idle simulator.
+void Server::run(const std::function<bool()>& stopRequested, milliseconds checkEvery) {
+    std::vector<zmq_pollitem_t> items;
+    for (auto& fixture : fixtures_) items.push_back({fixture->socket().handle(), 0, ZMQ_POLLIN, 0});
+    items.push_back({nullptr, tasks_.wakeDescriptor(), ZMQ_POLLIN, 0});
+    while (!stopRequested()) {
+        auto wait = checkEvery;
+        if (auto due = nextDue()) {
+            auto untilDue = std::chrono::ceil<milliseconds>(*due - FixtureServer::Clock::now());
+            wait = std::clamp(untilDue, milliseconds(0), checkEvery);
+        }
+        int ready = zmq_poll(items.data(), static_cast<int>(items.size()), static_cast<long>(wait.count()));
+        if (ready < 0 && zmq_errno() != EINTR) throw zmq::error_t();
+        for (std::size_t i = 0; ready > 0 && i < fixtures_.size(); ++i) {
+            if (items[i].revents & ZMQ_POLLIN) fixtures_[i]->receiveAll();
+        }
+        if (ready > 0 && (items.back().revents & ZMQ_POLLIN)) tasks_.runPosted();
+        auto now = FixtureServer::Clock::now();
+        for (auto& fixture : fixtures_) fixture->sendDue(now);
     }
 }
 
-void Server::sendDue() {
-    for (const auto& frames : delayed_.takeDue(Clock::now())) send(frames);
-}
+bool Server::holdsRepliesBack() const { return nextDue().has_value(); }
 
-void Server::log(const std::string& line) const {
-    if (!quiet_) std::cerr << line << '\n';
+std::optional<FixtureServer::Clock::time_point> Server::nextDue() const {
+    std::optional<FixtureServer::Clock::time_point> earliest;
+    for (const auto& fixture : fixtures_) {
+        auto due = fixture->nextDue();
+        if (due && (!earliest || *due < *earliest)) earliest = due;
+    }
+    return earliest;
 }
 
 }  // namespace kelvane::sim

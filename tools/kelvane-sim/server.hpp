@@ -1,68 +1,65 @@
-// The simulator's server loop: one ROUTER socket, so it answers any number of DEALER or REQ
-// clients and can hold one reply back without keeping the others waiting.
+// The simulator's serving loop: one thread polls the sockets of every simulated fixture, sends
+// each fixture's held-back replies when they are due, and runs the work other threads post.
 #pragma once
 
-#include "control_surface.hpp"
-#include "delayed_sends.hpp"
-#include "journal.hpp"
-#include "replay_book.hpp"
-#include "scripts.hpp"
-#include "simulated_fixture.hpp"
+#include "fixture_server.hpp"
+#include "task_queue.hpp"
 
 #include <zmq.hpp>
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
+#include <future>
+#include <memory>
+#include <optional>
 #include <string>
-#include <string_view>
+#include <type_traits>
+#include <vector>
 
 namespace kelvane::sim {
 
-// How a server answers from a recorded trace (kelvane-sim --replay).
-struct ReplaySettings {
-    ReplayBook book;
-    bool recordedTiming = false;  // wait each exchange's recorded duration before answering
-    bool strict = false;          // a request with no match is an error rather than a model answer
-};
-
 class Server {
 public:
-    Server(SimulatedFixture& fixture, bool quiet, std::optional<ReplaySettings> replay = {});
+    explicit Server(bool quiet) : quiet_(quiet) {}
 
-    // Binds and gives the endpoint bound, with the port the system chose for "*" or 0.
-    // Throws zmq::error_t when the endpoint cannot be bound.
-    std::string bind(const std::string& endpoint);
-    // Serves until `stopRequested` says so; it is checked at least every 100 ms.
-    void run(const std::function<bool()>& stopRequested);
+    // Before run(): adds a fixture listening at `endpoint`, its log lines starting with
+    // `logLabel`. Throws std::runtime_error naming the endpoint when it cannot be bound.
+    FixtureServer& addFixture(const std::string& endpoint, SimulatedFixture fixture, std::string logLabel,
+                              std::optional<ReplaySettings> replay = {});
 
-    bool holdsRepliesBack() const { return delayed_.nextDue().has_value(); }
-    // Null when the server does not replay.
-    const ReplayBook* replayBook() const { return replay_ ? &replay_->book : nullptr; }
+    // Serves until `stopRequested` says so. It is checked after every request, due reply and
+    // wake(), and when nothing happens at least every `checkEvery`.
+    void run(const std::function<bool()>& stopRequested,
+             std::chrono::milliseconds checkEvery = std::chrono::seconds(1));
+    // Any thread, signal handlers included: run() checks `stopRequested` at once.
+    void wake() const noexcept { tasks_.wake(); }
+
+    // The serving thread's own view (or any thread's before run()): fixture 1 is the first added.
+    int fixtureCount() const { return static_cast<int>(fixtures_.size()); }
+    FixtureServer& fixture(int number) { return *fixtures_.at(static_cast<std::size_t>(number - 1)); }
+    bool holdsRepliesBack() const;
+
+    // Any thread: runs `work` on the serving thread at its next turn and hands back its result
+    // (or what it threw) through the future. Work still queued when the server is destroyed is
+    // dropped and its future reports a broken promise, so callers outside the serving thread
+    // wait only while run() serves, or with a deadline.
+    template <class Work>
+    std::future<std::invoke_result_t<Work&>> onServingThread(Work work) {
+        using Result = std::invoke_result_t<Work&>;
+        auto task = std::make_shared<std::packaged_task<Result()>>(std::move(work));
+        auto result = task->get_future();
+        tasks_.post([task] { (*task)(); });
+        return result;
+    }
 
 private:
-    void receiveAll();
-    void handle(const Frames& envelope, std::string_view text);
-    void serveControllerRequest(const Frames& envelope, const jsonrpc::Request& request);
-    Outcome modelAnswer(const jsonrpc::Request& request);
-    // True when the replay answered (or silenced) the request.
-    bool replayAnswer(const Frames& envelope, const jsonrpc::Request& request);
-    // Sends the reply now, or holds it back for `delay` without keeping other clients waiting.
-    void reply(const Frames& envelope, std::string message,
-               std::chrono::milliseconds delay = std::chrono::milliseconds{0});
-    void send(const Frames& frames);
-    void sendDue();
-    void log(const std::string& line) const;
+    std::optional<FixtureServer::Clock::time_point> nextDue() const;
 
-    SimulatedFixture& fixture_;
     const bool quiet_;
-    std::optional<ReplaySettings> replay_;
-    ScriptBook scripts_;
-    Journal journal_;
-    ControlSurface control_{fixture_, scripts_, journal_};
-    DelayedSends delayed_;
-
-    zmq::context_t context_{1};
-    zmq::socket_t router_{context_, zmq::socket_type::router};
+    zmq::context_t context_{1};  // outlives the fixtures' sockets
+    std::vector<std::unique_ptr<FixtureServer>> fixtures_;
+    TaskQueue tasks_;
 };
 
 }  // namespace kelvane::sim
