@@ -1,8 +1,13 @@
 // What an idle session costs its host, against one kelvane-sim (all on loopback):
 // - IdleSessionCpu: process CPU time (user + system, all threads) while one connected session
 //   sits idle for 10 s.
-// - ResourcesPerSession: threads, descriptors and resident memory that each of 16 sessions adds.
-// Single iterations: these are counts, not speeds; the counters carry the figures.
+// - ResourcesWithSessions/N: the process's threads with N sessions open (N = 1, 16, 256), and the
+//   descriptors and resident memory each adds.
+// - CreateDestroyCycles: threads and descriptors after 2,000 sessions opened and closed in turn.
+// Single iterations: these are counts, not speeds; the counters carry the figures. What every
+// session shares (the process's ZeroMQ context and monitor thread) is made by a session opened
+// and closed before the benchmarks, so the counts are of the sessions alone. The benchmark
+// raises its own descriptor limit: a build that gives each session a context needs thousands.
 #include "process_resources.hpp"
 #include "simulator_main.hpp"
 #include "simulator_process.hpp"
@@ -25,7 +30,7 @@ namespace {
 using kelvane::testing::SimulatorProcess;
 
 constexpr auto idleTime = std::chrono::seconds(10);
-constexpr int sessionsCounted = 16;
+constexpr int cycles = 2000;
 SimulatorProcess* simulator = nullptr;
 
 std::shared_ptr<kelvane::FixtureControl> openSession() {
@@ -53,32 +58,72 @@ void IdleSessionCpu(benchmark::State& state) {
     }
 }
 
-void ResourcesPerSession(benchmark::State& state) {
-    using namespace kelvane::testing;
-    if (!residentBytes() || !threadCount() || !descriptorCount()) {
-        return state.SkipWithError("no /proc here");
+struct ProcessCounts {
+    std::size_t threads, descriptors, resident;
+    static ProcessCounts now() {
+        using namespace kelvane::testing;
+        return {*threadCount(), *descriptorCount(), *residentBytes()};
     }
+};
+
+bool countsReadable() {
+    using namespace kelvane::testing;
+    return residentBytes() && threadCount() && descriptorCount();
+}
+
+double difference(std::size_t after, std::size_t before) {
+    return static_cast<double>(after) - static_cast<double>(before);
+}
+
+void ResourcesWithSessions(benchmark::State& state) {
+    if (!countsReadable()) return state.SkipWithError("no /proc here");
+    auto sessionCount = static_cast<int>(state.range(0));
     for (auto _ : state) {
-        auto threads = *threadCount();
-        auto descriptors = *descriptorCount();
-        auto resident = *residentBytes();
+        auto before = ProcessCounts::now();
         std::vector<std::shared_ptr<kelvane::FixtureControl>> sessions;
-        for (int i = 0; i < sessionsCounted; ++i) sessions.push_back(openSession());
-        auto per = [](std::size_t after, std::size_t before) {
-            return (static_cast<double>(after) - static_cast<double>(before)) / sessionsCounted;
-        };
-        state.counters["threads"] = per(*threadCount(), threads);
-        state.counters["descriptors"] = per(*descriptorCount(), descriptors);
-        state.counters["resident_KiB"] = per(*residentBytes(), resident) / 1024;
+        for (int i = 0; i < sessionCount; ++i) {
+            sessions.push_back(openSession());
+            if (!sessions.back()) return state.SkipWithError("a session did not open");
+        }
+        auto with = ProcessCounts::now();
+        state.counters["threads"] = static_cast<double>(with.threads);
+        state.counters["threads_added"] = difference(with.threads, before.threads);
+        state.counters["descriptors_per_session"] =
+            difference(with.descriptors, before.descriptors) / sessionCount;
+        state.counters["resident_KiB_per_session"] =
+            difference(with.resident, before.resident) / 1024 / sessionCount;
+    }
+}
+
+void CreateDestroyCycles(benchmark::State& state) {
+    if (!countsReadable()) return state.SkipWithError("no /proc here");
+    for (auto _ : state) {
+        auto before = ProcessCounts::now();
+        for (int i = 0; i < cycles; ++i) {
+            if (!openSession()) return state.SkipWithError("a session did not open");
+        }
+        auto after = ProcessCounts::now();
+        state.counters["threads_change"] = difference(after.threads, before.threads);
+        state.counters["descriptors_change"] = difference(after.descriptors, before.descriptors);
     }
 }
 
 BENCHMARK(IdleSessionCpu)->Iterations(1)->Unit(benchmark::kSecond);
-BENCHMARK(ResourcesPerSession)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(ResourcesWithSessions)->Arg(1)->Arg(16)->Arg(256)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(CreateDestroyCycles)->Iterations(1)->Unit(benchmark::kSecond);
+
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    raiseDescriptorLimit();
     return kelvane::bench::runWithSimulator(argc, argv, simulator,
-                                            {"the session resource benchmarks"});
+                                            {"the session resource benchmarks",
+                                             [](auto&) { openSession(); }});
 }

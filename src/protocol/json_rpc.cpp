@@ -203,7 +203,7 @@ std::optional<Reply> decodeReply(std::string_view text) {
         if (!error->is_object()) return std::nullopt;
         reply.error = errorFrom(*error);
     } else if (auto result = message->find("result"); result != message->end()) {
-        reply.result = *result;
+        reply.result = std::move(*result);
     } else {
         return std::nullopt;
     }

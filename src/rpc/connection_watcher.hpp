@@ -1,24 +1,20 @@
-// ConnectionWatcher: whether the client's connection to its controller is up, read on a thread
-// of its own from the socket's monitor. It tells the client when the connection is lost, and
-// asks it to connect anew when ZeroMQ has ended the session for a protocol error (an oversize
-// frame, a peer of the wrong socket type), after which ZeroMQ itself never reconnects.
+// ConnectionWatcher: whether the client's connection to its controller is up, read from the
+// socket's monitor on the process's monitor thread (ConnectionMonitors). It tells the client when
+// the connection is lost, and asks it to connect anew when ZeroMQ has ended the session for a
+// protocol error (an oversize frame, a peer of the wrong socket type), after which ZeroMQ itself
+// never reconnects.
 #pragma once
 
-#include "rpc/wake_pipe.hpp"
-
-#include <zmq.hpp>
+#include "rpc/connection_monitors.hpp"
 
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
 #include <functional>
 #include <mutex>
-#include <optional>
-#include <thread>
 
 namespace kelvane {
 
-class ConnectionWatcher {
+class ConnectionWatcher final : private ConnectionMonitors::Listener {
 public:
     struct Reactions {
         // The connection dropped: calls in flight will never be answered.
@@ -27,7 +23,7 @@ public:
         std::function<bool()> reconnect;
     };
 
-    ConnectionWatcher(zmq::context_t& context, void* watchedSocket, Reactions reactions);
+    ConnectionWatcher(ConnectionMonitors& monitors, void* watchedSocket, Reactions reactions);
     ~ConnectionWatcher();
     ConnectionWatcher(const ConnectionWatcher&) = delete;
     ConnectionWatcher& operator=(const ConnectionWatcher&) = delete;
@@ -37,18 +33,15 @@ public:
     bool isConnected() const;
     // Makes waits under way and later ones return at once.
     void stopWaiting();
-    // Ends the thread and detaches the monitor; the state stays as last seen.
+    // Stops watching: no reaction runs once this has returned. The state stays as last seen.
     void stop();
 
 private:
-    void watch();
-    std::optional<std::uint16_t> readEvent();
+    std::optional<ConnectionMonitors::Deadline> onEvent(std::uint16_t event) override;
+    std::optional<ConnectionMonitors::Deadline> onDue() override;
 
-    void* const watched_;
+    ConnectionMonitors& monitors_;
     const Reactions reactions_;
-    zmq::socket_t monitor_;
-    WakePipe stop_;
-    std::thread thread_;
 
     mutable std::mutex mutex_;  // guards the two below
     std::condition_variable changed_;

@@ -33,6 +33,8 @@ std::optional<PendingCalls::Outcome> PendingCalls::remove(std::int64_t id) {
     if (found == calls_.end()) return std::nullopt;
     auto outcome = std::move(found->second.outcome);
     calls_.erase(found);
+    // It may have been the one woken to read next.
+    if (!reading_) handOverReaderTurnLocked();
     return outcome;
 }
 
@@ -60,8 +62,18 @@ bool PendingCalls::tryTakeReaderTurn() {
 void PendingCalls::endReaderTurn() {
     std::lock_guard lock(mutex_);
     reading_ = false;
-    // Every waiting call looks; the first to get the mutex reads next.
-    for (auto& [id, call] : calls_) call.changed.notify_one();
+    handOverReaderTurnLocked();
+}
+
+// Wakes one call still waiting for its reply to take the turn over. Waking every one would cost
+// each caller's thread a wake-up per reply, and all but one would find the turn taken.
+void PendingCalls::handOverReaderTurnLocked() {
+    for (auto& [id, call] : calls_) {
+        if (!call.outcome) {
+            call.changed.notify_one();
+            return;
+        }
+    }
 }
 
 std::vector<PendingCalls::Request> PendingCalls::takeUnsent() {

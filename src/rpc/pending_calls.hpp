@@ -48,7 +48,8 @@ public:
     // holds the turn to read now (it must be woken to send the request).
     bool add(std::int64_t id, std::string request);
     // The call leaves the table; a reply that still comes for it is dropped. Its outcome, if
-    // it had one.
+    // it had one. A caller must call it once wait() has returned, even without an outcome: the
+    // turn to read may have been handed to it meanwhile, and it passes it on.
     std::optional<Outcome> remove(std::int64_t id);
 
     // Blocks until call `id` is answered, its deadline passes, or the turn to read is free: then
@@ -79,6 +80,7 @@ private:
     };
 
     void closeLocked();
+    void handOverReaderTurnLocked();
 
     const RpcError closedError_;
     mutable std::mutex mutex_;  // guards everything below

@@ -4,6 +4,7 @@
 #include "rpc/dealer_link.hpp"
 #include <kelvane/protocol/json_rpc.hpp>
 #include "rpc/pending_calls.hpp"
+#include "rpc/process_context.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -39,11 +40,11 @@ std::chrono::milliseconds callTimeout(const Value& kwargs,
 // it, sends what is queued, and reads replies (handing each to the caller it belongs to) until
 // its own reply is in; then another waiting caller takes over. A lone caller so does its whole
 // round trip on its own thread, with no hand-over to another thread. Only the connection state
-// comes from a thread of the client's own, the watcher's.
+// comes from another thread: the process's one monitor thread, shared by every client.
 struct RPCClientWrapper::Impl {
     Impl(std::string endpoint, Options options)
         : options(options),
-          link(context, std::move(endpoint), options.maxReplyBytes) {}
+          link(processContext(), std::move(endpoint), options.maxReplyBytes) {}
 
     const Options options;
     const SteadyClock::time_point created = SteadyClock::now();
@@ -51,10 +52,9 @@ struct RPCClientWrapper::Impl {
     // Set by the watcher for the reader, which connects anew at its next step.
     std::atomic<bool> reconnectWanted{false};
 
-    zmq::context_t context{1};
     DealerLink link;
     PendingCalls calls{closedError};
-    ConnectionWatcher watcher{context, link.handle(),
+    ConnectionWatcher watcher{ConnectionMonitors::process(), link.handle(),
                               {[this] { failCallsInFlight(); },
                                [this] { return reconnectAfterProtocolError(); }}};
 

@@ -1,9 +1,11 @@
 // RPCClientWrapper against a controller that is not there, goes away, comes back, is slow for one
 // of several threads, or is still busy when the client is closed; and what it makes of each kind
 // of answer a controller can give: silence, odd timeouts, a reply at the size limit, a flood.
+// Also the one thread that reads the connection events of every client.
 // Real sockets, kelvane-sim. (Results, null results and errors reaching the caller are shown in
 // simulator_protocol_test.cpp.)
 #include "process_resources.hpp"
+#include "rpc/connection_monitors.hpp"
 #include "simulator_test_support.hpp"
 
 #include <future>
@@ -191,6 +193,80 @@ TEST(TransportFlood, IdleClientBuffersABoundedAmountOfUnaskedDataAndStillWorks) 
         EXPECT_LT(grown, 32ll << 20) << sent << " frames of 256 KiB sent unasked";
     }
     EXPECT_TRUE(served()) << "the client reads past what nobody asked for";
+}
+
+// Records what the monitor thread hands it; can hold its next reaction until released.
+struct RecordingListener : ConnectionMonitors::Listener {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<std::uint16_t> events;
+    int dues = 0;
+    bool holdNext = false, held = false, released = false;
+
+    std::optional<ConnectionMonitors::Deadline> onEvent(std::uint16_t event) override {
+        std::unique_lock lock(mutex);
+        events.push_back(event);
+        held = std::exchange(holdNext, false);
+        changed.notify_all();
+        changed.wait(lock, [&] { return !held || released; });
+        if (event != ZMQ_EVENT_DISCONNECTED) return std::nullopt;
+        return Stopwatch::now();
+    }
+    std::optional<ConnectionMonitors::Deadline> onDue() override {
+        std::lock_guard lock(mutex);
+        ++dues;
+        changed.notify_all();
+        return std::nullopt;
+    }
+    template <typename Condition> bool waitUntil(Condition condition) {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, std::chrono::seconds(5), condition);
+    }
+};
+
+// Two sockets watched by one thread: each listener hears its own socket's events (each monitor
+// has an endpoint of its own), gets the call it asked for, and remove() waits out a reaction
+// under way, so nothing of a client's runs after the client has left.
+TEST(TransportMonitors, OneThreadServesEachListenerItsOwnEventsAndRemoveWaitsForItsReaction) {
+    zmq::context_t context;
+    ConnectionMonitors monitors(context);
+    zmq::socket_t peers[] = {{context, zmq::socket_type::router}, {context, zmq::socket_type::router}};
+    zmq::socket_t clients[] = {{context, zmq::socket_type::dealer}, {context, zmq::socket_type::dealer}};
+    RecordingListener listeners[2];
+    for (int i = 0; i < 2; ++i) {
+        for (auto* socket : {&peers[i], &clients[i]}) socket->set(zmq::sockopt::linger, 0);
+        peers[i].bind("tcp://127.0.0.1:*");
+        monitors.add(clients[i].handle(), ZMQ_EVENT_HANDSHAKE_SUCCEEDED | ZMQ_EVENT_DISCONNECTED,
+                     listeners[i]);
+        clients[i].connect(peers[i].get(zmq::sockopt::last_endpoint));
+    }
+    for (auto& listener : listeners) {
+        EXPECT_TRUE(listener.waitUntil([&] { return listener.events.size() == 1; }));
+        EXPECT_EQ(listener.events, std::vector<std::uint16_t>{ZMQ_EVENT_HANDSHAKE_SUCCEEDED});
+    }
+
+    peers[1].close();
+    EXPECT_TRUE(listeners[1].waitUntil([&] { return listeners[1].dues == 1; }));
+
+    auto& first = listeners[0];
+    {
+        std::lock_guard lock(first.mutex);
+        first.holdNext = true;
+    }
+    peers[0].close();
+    ASSERT_TRUE(first.waitUntil([&] { return first.held; }));
+    auto removal = std::async(std::launch::async, [&] { monitors.remove(first); });
+    EXPECT_EQ(removal.wait_for(milliseconds(200)), std::future_status::timeout)
+        << "remove() returned while the listener's reaction was running";
+    {
+        std::lock_guard lock(first.mutex);
+        first.released = true;
+        first.changed.notify_all();
+    }
+    removal.get();
+    EXPECT_EQ(first.events, (std::vector<std::uint16_t>{ZMQ_EVENT_HANDSHAKE_SUCCEEDED, ZMQ_EVENT_DISCONNECTED}));
+    EXPECT_EQ(listeners[1].events.size(), 2u) << "the other socket's events went to its own listener";
+    monitors.remove(listeners[1]);
 }
 
 }  // namespace
