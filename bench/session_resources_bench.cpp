@@ -95,14 +95,21 @@ void ResourcesWithSessions(benchmark::State& state) {
     }
 }
 
+// ZeroMQ closes a socket's connection on its own thread after the socket is closed, so the counts
+// are taken once that has had time to happen.
+ProcessCounts settledCounts() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    return ProcessCounts::now();
+}
+
 void CreateDestroyCycles(benchmark::State& state) {
     if (!countsReadable()) return state.SkipWithError("no /proc here");
     for (auto _ : state) {
-        auto before = ProcessCounts::now();
+        auto before = settledCounts();
         for (int i = 0; i < cycles; ++i) {
             if (!openSession()) return state.SkipWithError("a session did not open");
         }
-        auto after = ProcessCounts::now();
+        auto after = settledCounts();
         state.counters["threads_change"] = difference(after.threads, before.threads);
         state.counters["descriptors_change"] = difference(after.descriptors, before.descriptors);
     }
