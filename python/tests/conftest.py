@@ -1,8 +1,10 @@
 """What the package's tests share: the built files ctest names in the environment, and a
-kelvane-sim process on a free loopback port with a pyzmq client for its "sim." methods."""
+kelvane-sim process on a free loopback port with a pyzmq client for its "sim." methods; or a
+station of them, on 127.0.2.k (an address block no other test uses) and a port they share."""
 import itertools
 import json
 import os
+import socket
 import subprocess
 
 import pytest
@@ -16,16 +18,18 @@ def built(variable):
 
 
 class Simulator:
-    """kelvane-sim on a free port of 127.0.0.1 (`port`), stopped by close()."""
+    """kelvane-sim on a free port of 127.0.0.1 (`port`), or `fixtures` fixtures from `bind` on,
+    stopped by close(); control() calls fixture 1."""
 
-    def __init__(self):
+    def __init__(self, fixtures=1, bind="tcp://127.0.0.1:*"):
         self.process = subprocess.Popen(
-            [built("KELVANE_SIM"), "--bind", "tcp://127.0.0.1:*", "--quiet"], stdout=subprocess.PIPE)
-        line = self.process.stdout.readline().decode(errors="replace")
-        if not line.startswith("listening on "):
+            [built("KELVANE_SIM"), "--bind", bind, "--fixtures", str(fixtures), "--quiet"],
+            stdout=subprocess.PIPE)
+        lines = [self.process.stdout.readline().decode(errors="replace") for _ in range(fixtures)]
+        if not all(line.startswith("listening on ") for line in lines):
             self.process.kill()
-            raise RuntimeError(f"kelvane-sim did not start: {line!r}")
-        endpoint = line.split()[-1]
+            raise RuntimeError(f"kelvane-sim did not start: {lines!r}")
+        endpoint = lines[0].split()[-1]
         self.port = int(endpoint.rsplit(":", 1)[1])
         self.socket = zmq.Context.instance().socket(zmq.DEALER)
         self.socket.setsockopt(zmq.LINGER, 0)
@@ -55,5 +59,16 @@ class Simulator:
 @pytest.fixture
 def simulator():
     sim = Simulator()
+    yield sim
+    sim.close()
+
+
+@pytest.fixture
+def station():
+    """Two fixtures, 127.0.2.1 and 127.0.2.2, on one free port (`port`); 127.0.2.3 has none."""
+    with socket.socket() as probe:
+        probe.bind(("127.0.2.1", 0))
+        port = probe.getsockname()[1]
+    sim = Simulator(fixtures=2, bind=f"tcp://127.0.2.1:{port}")
     yield sim
     sim.close()
