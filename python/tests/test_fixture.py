@@ -94,6 +94,5 @@ def test_a_station_opens_every_fixture_of_a_range_and_closes_them_together(stati
     assert not any(fixture.connected for fixture in fixtures)
     with pytest.raises(kelvane.FixtureUnreachable, match="127.0.2.3:"):
         kelvane.open_station("127.0.2.1-3", station.port, log="off")
-    for malformed in ["127.0.2.3-1", "127.0.2.1-256", "127.0.2.1-", "x-3"]:
-        with pytest.raises(ValueError, match="127.0.1.1-48"):
-            kelvane.station_addresses(malformed)
+    with pytest.raises(ValueError, match="127.0.1.1-48"):
+        kelvane.station_addresses(["127.0.2.1", "127.0.2.3-1"])

@@ -1,8 +1,6 @@
-// A station's host process through the C interface: one handle per fixture of a simulated
-// station, all driven at once, within the descriptor limit the host is given. Each test sets its
-// process's limit before it opens anything, so a handle that costs too much fails here as it
-// would in the station. Each fixture listens on a free port of its own, so these tests never
-// meet another test's controller.
+// A station's host process through the C interface: many handles, one per fixture of a simulated
+// station, within the descriptor limit the host is given (lowered before any handle is made).
+// Each fixture listens on a free port of its own, so no other test's controller is met.
 #include "process_resources.hpp"
 #include "simulator_process.hpp"
 
@@ -22,46 +20,32 @@ namespace {
 
 constexpr std::size_t descriptorsPerHandle = 6;
 
-// Lowers this process's limit of open descriptors for the test's length.
-class DescriptorLimit {
-public:
-    explicit DescriptorLimit(rlim_t limit) {
-        ::getrlimit(RLIMIT_NOFILE, &previous_);
-        rlimit lowered = previous_;
-        lowered.rlim_cur = std::min(limit, previous_.rlim_max);
-        ::setrlimit(RLIMIT_NOFILE, &lowered);
-    }
-    ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &previous_); }
-
-private:
-    rlimit previous_{};
-};
-
 std::string text(const char* result) { return result ? result : "(NULL)"; }
 
 class CApiStationTest : public ::testing::Test {
 protected:
-    // Opens `count` handles, handle i to fixture i modulo the station's size; checks that each
-    // connected and that neither threads nor descriptors grow beyond a handle's share.
-    void open(std::size_t count) {
+    // Lowers the limit, then opens `count` handles, handle i to fixture i modulo the station's
+    // size: each must connect, with the threads of one handle and a handle's share of descriptors.
+    void open(rlim_t descriptorLimit, std::size_t count) {
+        rlimit lowered = saved;
+        lowered.rlim_cur = std::min(descriptorLimit, saved.rlim_max);
+        ::setrlimit(RLIMIT_NOFILE, &lowered);
         handles.push_back(connect(0));
         auto threadsWithOne = threadCount(), descriptorsWithOne = descriptorCount();
         while (handles.size() < count) handles.push_back(connect(handles.size()));
-        for (std::size_t i = 0; i < count; ++i)
-            EXPECT_EQ(getConnectFlag(handles[i]), 1) << "handle " << i << " to " << address(i);
+        for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(getConnectFlag(handles[i]), 1) << address(i);
         if (threadsWithOne) {
             EXPECT_EQ(threadCount(), threadsWithOne) << "threads grow with the handles";
-        }
-        if (descriptorsWithOne) {
             EXPECT_LE(*descriptorCount() - *descriptorsWithOne, (count - 1) * descriptorsPerHandle);
         }
     }
     void TearDown() override {
         for (KelvaneHandle handle : handles) destroyKelvaneDev(handle);
+        ::setrlimit(RLIMIT_NOFILE, &saved);
     }
 
-    std::string address(std::size_t i) const { return station.address(fixture(i)); }
     int fixture(std::size_t i) const { return static_cast<int>(i) % station.fixtureCount() + 1; }
+    std::string address(std::size_t i) const { return station.address(fixture(i)); }
     KelvaneHandle connect(std::size_t i) {
         KelvaneOptions options = KELVANE_OPTIONS_INIT;
         options.port = static_cast<int>(station.port(fixture(i)));
@@ -69,27 +53,27 @@ protected:
         return createKelvaneDevWithOptions(address(i).c_str(), &options);
     }
 
+    rlimit saved = [] {
+        rlimit limit{};
+        ::getrlimit(RLIMIT_NOFILE, &limit);
+        return limit;
+    }();
     SimulatorProcess station{SimulatedStation{32}, {"--travel-ms", "50", "--lift-ms", "50"}};
     std::vector<KelvaneHandle> handles;
 };
 
-// macOS gives a process 256 descriptors: a station of 32 fixtures, each on a thread of the host,
-// runs a tray cycle and reads a TEC controller on all of them at once. Had two handles reached
-// one fixture, its second tray cycle would be refused.
+// macOS's default limit is 256. Had two handles reached one fixture, a tray cycle would be refused.
 TEST_F(CApiStationTest, ThirtyTwoFixturesDrivenAtOnceWithinMacOsDescriptorLimit) {
-    DescriptorLimit limit(256);
-    open(32);
+    open(256, 32);
     std::vector<std::string> results(handles.size());
     std::vector<std::thread> hosts;
     for (std::size_t i = 0; i < handles.size(); ++i) {
         hosts.emplace_back([&, i] {
-            KelvaneHandle handle = handles[i];
-            std::string cycle;
-            for (auto move : {trayIn, trayDown, trayUp, trayOut}) cycle += text(move(handle)) + ", ";
-            std::string reading = text(tecTempRecord(handle, 1));
+            for (auto move : {trayIn, trayDown, trayUp, trayOut}) results[i] += text(move(handles[i])) + ", ";
+            std::string reading = text(tecTempRecord(handles[i], 1));
             bool complete = std::count(reading.begin(), reading.end(), ',') == 7 &&
                             reading.find("get null value") == std::string::npos;
-            results[i] = cycle + (complete ? "TEC reading" : reading);
+            results[i] += complete ? "TEC reading" : reading;
         });
     }
     for (auto& host : hosts) host.join();
@@ -97,10 +81,9 @@ TEST_F(CApiStationTest, ThirtyTwoFixturesDrivenAtOnceWithinMacOsDescriptorLimit)
         EXPECT_EQ(results[i], "IN OK, DOWN OK, UP OK, OUT OK, TEC reading") << address(i);
 }
 
-// Linux gives a process 1,024 descriptors: 150 handles, several to each fixture.
+// Linux's default limit is 1,024: 150 handles, several to each fixture.
 TEST_F(CApiStationTest, HundredFiftyHandlesWithinLinuxDescriptorLimit) {
-    DescriptorLimit limit(1024);
-    open(150);
+    open(1024, 150);
     for (std::size_t i = 0; i < handles.size(); ++i)
         EXPECT_EQ(text(checkDUTSensor(handles[i])), "dut_sensor_on") << "handle " << i;
 }
