@@ -1,6 +1,5 @@
 """What the package's tests share: the built files ctest names in the environment, and a
-kelvane-sim process on a free loopback port with a pyzmq client for its "sim." methods; or a
-station of them, on 127.0.2.k (an address block no other test uses) and a port they share."""
+kelvane-sim process on a free loopback port with a pyzmq client for its "sim." methods."""
 import itertools
 import json
 import os
@@ -18,8 +17,7 @@ def built(variable):
 
 
 class Simulator:
-    """kelvane-sim on a free port of 127.0.0.1 (`port`), or `fixtures` fixtures from `bind` on,
-    stopped by close(); control() calls fixture 1."""
+    """kelvane-sim with `fixtures` fixtures from `bind` on (`port`: fixture 1's), stopped by close()."""
 
     def __init__(self, fixtures=1, bind="tcp://127.0.0.1:*"):
         self.process = subprocess.Popen(
@@ -65,7 +63,7 @@ def simulator():
 
 @pytest.fixture
 def station():
-    """Two fixtures, 127.0.2.1 and 127.0.2.2, on one free port (`port`); 127.0.2.3 has none."""
+    """Fixtures 127.0.2.1 and .2 (addresses no other test uses) on one free port; .3 has none."""
     with socket.socket() as probe:
         probe.bind(("127.0.2.1", 0))
         port = probe.getsockname()[1]

@@ -63,8 +63,6 @@ def test_exports_helpers_lookup_and_an_unreachable_controller(monkeypatch):
     assert (kelvane.is_pure_float(" -1e-3 "), kelvane.is_pure_float("1.5V")) == (True, False)
     with pytest.raises(ValueError):
         kelvane.is_pure_float("1\0")
-    with pytest.raises(kelvane.FixtureUnreachable, match="127.0.0.1:1 "):
-        kelvane.Fixture("127.0.0.1", 1)  # nothing listens on port 1
     with pytest.raises(ValueError, match="port"):
         kelvane.Fixture("127.0.0.1", 65536)
 
