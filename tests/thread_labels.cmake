@@ -2,9 +2,10 @@
 # their replies, the TEC workers, the trace writer. Their tests get the label "threads" beside
 # their own ("unit" or "integration", as their binary), and the ThreadSanitizer build runs the
 # tests so labelled. ctest reads this file after the lists of tests the binaries gave.
-set(thread_suites "^(Transport|PendingCalls|TecMonitor|TecSimulator|WorkerThread|TraceWriter)[A-Za-z]*\\.")
-foreach(label unit integration)
-  foreach(test IN LISTS kelvane_${label}_tests_TESTS)
+set(thread_suites "^(Transport|CApiStation|PendingCalls|TecMonitor|TecSimulator|WorkerThread|TraceWriter)[A-Za-z]*\\.")
+foreach(binary unit integration c_api)
+  string(REPLACE "c_api" "integration" label "${binary}")
+  foreach(test IN LISTS kelvane_${binary}_tests_TESTS)
     if(test MATCHES "${thread_suites}")
       set_tests_properties("${test}" PROPERTIES LABELS "${label};threads")
     endif()

@@ -3,6 +3,7 @@ kelvane-sim process on a free loopback port with a pyzmq client for its "sim." m
 import itertools
 import json
 import os
+import socket
 import subprocess
 
 import pytest
@@ -16,16 +17,17 @@ def built(variable):
 
 
 class Simulator:
-    """kelvane-sim on a free port of 127.0.0.1 (`port`), stopped by close()."""
+    """kelvane-sim with `fixtures` fixtures from `bind` on (`port`: fixture 1's), stopped by close()."""
 
-    def __init__(self):
+    def __init__(self, fixtures=1, bind="tcp://127.0.0.1:*"):
         self.process = subprocess.Popen(
-            [built("KELVANE_SIM"), "--bind", "tcp://127.0.0.1:*", "--quiet"], stdout=subprocess.PIPE)
-        line = self.process.stdout.readline().decode(errors="replace")
-        if not line.startswith("listening on "):
+            [built("KELVANE_SIM"), "--bind", bind, "--fixtures", str(fixtures), "--quiet"],
+            stdout=subprocess.PIPE)
+        lines = [self.process.stdout.readline().decode(errors="replace") for _ in range(fixtures)]
+        if not all(line.startswith("listening on ") for line in lines):
             self.process.kill()
-            raise RuntimeError(f"kelvane-sim did not start: {line!r}")
-        endpoint = line.split()[-1]
+            raise RuntimeError(f"kelvane-sim did not start: {lines!r}")
+        endpoint = lines[0].split()[-1]
         self.port = int(endpoint.rsplit(":", 1)[1])
         self.socket = zmq.Context.instance().socket(zmq.DEALER)
         self.socket.setsockopt(zmq.LINGER, 0)
@@ -55,5 +57,16 @@ class Simulator:
 @pytest.fixture
 def simulator():
     sim = Simulator()
+    yield sim
+    sim.close()
+
+
+@pytest.fixture
+def station():
+    """Fixtures 127.0.2.1 and .2 (addresses no other test uses) on one free port; .3 has none."""
+    with socket.socket() as probe:
+        probe.bind(("127.0.2.1", 0))
+        port = probe.getsockname()[1]
+    sim = Simulator(fixtures=2, bind=f"tcp://127.0.2.1:{port}")
     yield sim
     sim.close()

@@ -63,8 +63,6 @@ def test_exports_helpers_lookup_and_an_unreachable_controller(monkeypatch):
     assert (kelvane.is_pure_float(" -1e-3 "), kelvane.is_pure_float("1.5V")) == (True, False)
     with pytest.raises(ValueError):
         kelvane.is_pure_float("1\0")
-    with pytest.raises(kelvane.FixtureUnreachable, match="127.0.0.1:1 "):
-        kelvane.Fixture("127.0.0.1", 1)  # nothing listens on port 1
     with pytest.raises(ValueError, match="port"):
         kelvane.Fixture("127.0.0.1", 65536)
 
@@ -85,3 +83,14 @@ def test_exports_helpers_lookup_and_an_unreachable_controller(monkeypatch):
         "sensor3", "power")
     with pytest.raises(ValueError):
         kelvane.parse_tec_record(kelvane.tec.CSV_HEADER)
+
+
+def test_a_station_opens_every_fixture_of_a_range_and_closes_them_together(station):
+    with kelvane.open_station(["127.0.2.2", "127.0.2.1-2"], station.port, log="off") as fixtures:
+        assert [fixture.ip for fixture in fixtures] == ["127.0.2.1", "127.0.2.2"]
+        assert [fixture.tray_in() for fixture in fixtures] == ["IN OK", "IN OK"]
+    assert not any(fixture.connected for fixture in fixtures)
+    with pytest.raises(kelvane.FixtureUnreachable, match="127.0.2.3:"):
+        kelvane.open_station("127.0.2.1-3", station.port, log="off")
+    with pytest.raises(ValueError, match="127.0.1.1-48"):
+        kelvane.station_addresses(["127.0.2.1", "127.0.2.3-1"])

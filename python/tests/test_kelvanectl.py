@@ -104,3 +104,22 @@ def test_reports_refusals_traces_tec_readings_and_the_progress_line_against_the_
     assert watch.wait(timeout=10) == 0
     watch.stdout.close()
     assert readings[0][:23] != readings[1][:23], "two readings, two time stamps"
+
+
+def test_a_station_runs_each_fixture_once_in_address_order_with_the_worst_status(station):
+    ctl = functools.partial(kelvanectl, "--port", str(station.port))
+    # Mixed, overlapping and out of order; 127.0.2.3 has no fixture.
+    every = ctl("--ip", "127.0.2.2", "--ip", "127.0.2.1-3", "--json", "tray-in")
+    assert every.returncode == 2, every.stderr
+    assert [(line["ip"], line["result"]) for line in map(json.loads, every.stdout.splitlines())] == [
+        ("127.0.2.1", "IN OK"), ("127.0.2.2", "IN OK"), ("127.0.2.3", None)]
+    assert f"kelvanectl: 127.0.2.3: tray-in: cannot reach the fixture controller at 127.0.2.3:{station.port} " in every.stderr
+
+    assert ctl("--ip", "127.0.2.2", "tray-out").stdout.startswith("OUT OK"), "one fixture: no address"
+    mixed = ctl("--ip", "127.0.2.1-2", "tray-in")
+    assert (mixed.returncode, mixed.stdout.split(" (")[0]) == (1, "127.0.2.2: IN OK")
+    assert "kelvanectl: 127.0.2.1: tray-in: the fixture refused: " in mixed.stderr
+
+    for usage in [("127.0.2.3-1", "sensors"), ("127.0.2.1-256", "sensors"), ("127.0.2.1-", "sensors"),
+                  ("x-3", "sensors"), ("127.0.2.1-2", "hex", "41"), ("127.0.2.1-2", "tec", "1", "--watch", "1")]:
+        assert ctl("--ip", *usage).returncode == 64, usage

@@ -1,11 +1,13 @@
 // kelvanectl: one fixture operation per command, for a station engineer at a fixture. It uses
 // nothing but the library's C interface, the same one the test station uses.
+#include "addresses.hpp"
 #include "commands.hpp"
 #include "console.hpp"
 #include "interruption.hpp"
 #include "outcome.hpp"
 #include "progress.hpp"
 #include "report.hpp"
+#include "station.hpp"
 #include "trace_reading.hpp"
 
 #include <kelvane/kelvane.h>
@@ -20,6 +22,7 @@
 #include <iostream>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kelvanectl {
 namespace {
@@ -27,12 +30,15 @@ namespace {
 constexpr const char* helpFooter =
     "LEDs have no C interface and cannot be driven from here.\n"
     "Exit status: 0 done (also a watch ended with Ctrl-C), 1 the fixture refused or gave no\n"
-    "reply, 2 the controller cannot be reached, 64 usage error. The library's own step-by-step\n"
+    "reply, 2 the controller cannot be reached, 64 usage error. Several --ip, or a range such as\n"
+    "--ip 127.0.1.1-48, run a fixture command on every fixture at once: one line each, in address\n"
+    "order, and the worst exit status of all (2, else 1, else 0). The library's own step-by-step\n"
     "log is shown with --log; --trace FILE records every controller call of the command\n"
     "(see docs/trace.md), and \"kelvanectl trace FILE\" reads such a file.";
 
 struct Settings {
-    std::string ip = "127.0.0.1";
+    std::vector<std::string> ips = {"127.0.0.1"};  // as given: addresses and ranges
+    std::vector<std::string> fixtures;             // every address they name, in order
     int port = KELVANE_CONTROLLER_PORT;
     bool json = false;
     bool showLibraryLog = false;
@@ -52,9 +58,9 @@ private:
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-Outcome unreachable(const std::string& label, const Settings& settings) {
+Outcome unreachable(const std::string& label, const std::string& ip, const Settings& settings) {
     return failed(label == "connect" ? Result(0) : Result(nullptr),
-                  "cannot reach the fixture controller at " + settings.ip + ":" +
+                  "cannot reach the fixture controller at " + ip + ":" +
                       std::to_string(settings.port) +
                       " (is it powered and on the network?)",
                   exitUnreachable);
@@ -62,32 +68,66 @@ Outcome unreachable(const std::string& label, const Settings& settings) {
 
 // The command's device. The library's own log stays off unless asked for, and then goes where
 // the process's log goes (standard error, or where KELVANE_LOG sends it).
-KelvaneHandle connect(const Settings& settings) {
+// With several fixtures, every handle appends to the one trace file, each line naming its
+// controller's endpoint.
+KelvaneHandle connect(const Settings& settings, const std::string& ip) {
     KelvaneOptions options = KELVANE_OPTIONS_INIT;
     options.port = settings.port;
     if (!settings.traceFile.empty()) options.traceFile = settings.traceFile.c_str();
     if (!settings.showLibraryLog) options.log = "off";
-    return createKelvaneDevWithOptions(settings.ip.c_str(), &options);
+    return createKelvaneDevWithOptions(ip.c_str(), &options);
+}
+
+// Whether a person watches a tray move on the terminal. The library's own log, when shown,
+// shares the terminal line; the spinner stays out of its way.
+bool showsProgress(const DeviceCommand& command, const Settings& settings, const Console& console) {
+    return command.moves && console.isTerminal() && !settings.showLibraryLog;
+}
+
+// One fixture's part of a command: connect, run, disconnect. `progress` is the terminal that
+// shows the move's progress once connected; null when none does.
+Report onFixture(const DeviceCommand& command, const std::string& label, const Settings& settings,
+                 const std::string& ip, std::FILE* progress) {
+    Stopwatch stopwatch;
+    KelvaneHandle device = connect(settings, ip);
+    Outcome outcome;
+    if (getConnectFlag(device) != 1) {
+        outcome = unreachable(label, ip, settings);
+    } else {
+        std::optional<Progress> shown;
+        if (progress) shown.emplace(progress, label);
+        outcome = command.run(device);  // copies the library's text before the next call
+    }
+    destroyKelvaneDev(device);
+    return {label, outcome, stopwatch.seconds(), command.moves};
 }
 
 int runOnDevice(const DeviceCommand& command, const std::string& label, const Settings& settings,
                 Console& console) {
-    Stopwatch stopwatch;
-    KelvaneHandle device = connect(settings);
-    Outcome outcome;
-    if (getConnectFlag(device) != 1) {
-        outcome = unreachable(label, settings);
-    } else {
-        std::optional<Progress> progress;
-        // The library's own log, when shown, shares the terminal line; the spinner stays out of its
-        // way.
-        bool watched = console.isTerminal() && !settings.showLibraryLog;
-        if (command.moves && watched) progress.emplace(console.messages(), label);
-        outcome = command.run(device);  // copies the library's text before the next call
+    std::FILE* terminal = showsProgress(command, settings, console) ? console.messages() : nullptr;
+    if (settings.fixtures.size() == 1) {
+        return publish(onFixture(command, label, settings, settings.fixtures.front(), terminal),
+                       settings.json, console.messages());
     }
-    destroyKelvaneDev(device);
-    return publish({label, outcome, stopwatch.seconds(), command.moves}, settings.json,
-                   console.messages());
+    // One progress line for the whole station, from the first connection to the last reply.
+    std::optional<Progress> shown;
+    if (terminal)
+        shown.emplace(terminal, label + " on " + std::to_string(settings.fixtures.size()) + " fixtures");
+    std::vector<Report> reports = onEveryFixture(settings.fixtures, [&](const std::string& ip) {
+        return onFixture(command, label, settings, ip, nullptr);
+    });
+    shown.reset();
+    return publishAll(reports, settings.json, console.messages());
+}
+
+// A command with a single output (a watch, or one that needs no fixture) given several fixtures:
+// a usage error rather than a guess at which fixture was meant.
+bool refusedForStation(const std::string& command, const std::string& reason,
+                       const Settings& settings, Console& console) {
+    if (settings.fixtures.size() <= 1) return false;
+    std::fprintf(console.messages(), "kelvanectl: %s %s: give one --ip\n", command.c_str(),
+                 reason.c_str());
+    return true;
 }
 
 // Runs the command every `period` (start to start) on one connection until Ctrl-C, publishing
@@ -95,13 +135,15 @@ int runOnDevice(const DeviceCommand& command, const std::string& label, const Se
 int repeatOnDevice(const DeviceCommand& command, const std::string& label,
                    std::chrono::duration<double> period, const Settings& settings,
                    Console& console) {
+    if (refusedForStation("tec --watch", "follows one fixture", settings, console)) return exitUsage;
     Interruption interruption;
     Stopwatch connecting;
-    KelvaneHandle device = connect(settings);
+    const std::string& ip = settings.fixtures.front();
+    KelvaneHandle device = connect(settings, ip);
     if (getConnectFlag(device) != 1) {
         destroyKelvaneDev(device);
-        return publish({label, unreachable(label, settings), connecting.seconds()}, settings.json,
-                       console.messages());
+        return publish({label, unreachable(label, ip, settings), connecting.seconds()},
+                       settings.json, console.messages());
     }
     std::chrono::duration<double> untilNext{};
     do {
@@ -187,6 +229,8 @@ int readTraceFile(const std::string& path, bool stats) {
     return exitOk;
 }
 
+constexpr const char* needsNoFixture = "needs no fixture";
+
 struct Inputs {
     Arguments arguments;
     std::string hexText;
@@ -227,6 +271,7 @@ void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
     hex->add_option("hex-text", inputs.hexText, "Pairs of hex digits")->required();
     hex->callback([&] {
         chosen = [&](const Settings& settings, Console& console) {
+            if (refusedForStation("hex", needsNoFixture, settings, console)) return int(exitUsage);
             return publish(decodeHex(inputs.hexText), settings.json, console.messages());
         };
     });
@@ -236,6 +281,7 @@ void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
     isFloat->add_option("text", inputs.floatText, "The text to check")->required();
     isFloat->callback([&] {
         chosen = [&](const Settings& settings, Console& console) {
+            if (refusedForStation("is-float", needsNoFixture, settings, console)) return int(exitUsage);
             return publish(checkFloat(inputs.floatText), settings.json, console.messages());
         };
     });
@@ -247,7 +293,8 @@ void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
     trace->add_flag("--stats", inputs.traceStats,
                     "Calls, errors, timeouts and p50/p90/p99/max ms per method");
     trace->callback([&] {
-        chosen = [&](const Settings&, Console&) {
+        chosen = [&](const Settings& settings, Console& console) {
+            if (refusedForStation("trace", needsNoFixture, settings, console)) return int(exitUsage);
             return readTraceFile(inputs.traceFile, inputs.traceStats);
         };
     });
@@ -256,7 +303,13 @@ void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
 int run(int argc, char** argv) {
     CLI::App app{"Drive a Kelvane test fixture, one operation per command.", "kelvanectl"};
     Settings settings;
-    app.add_option("--ip", settings.ip, "Address of the fixture controller")->capture_default_str();
+    app.add_option("--ip", settings.ips,
+                   "Address of the fixture controller (default 127.0.0.1); given again, or as a "
+                   "range of the last octet such as 127.0.1.1-48, for several fixtures at once")
+        ->option_text("ADDRESS")
+        ->expected(1)
+        ->take_all()
+        ->check(addressProblem);
     app.add_option("--port", settings.port,
                    "The controller's TCP port (default " + std::to_string(KELVANE_CONTROLLER_PORT) + ")")
         ->option_text("PORT")
@@ -281,6 +334,7 @@ int run(int argc, char** argv) {
         int status = app.exit(error);
         return status == 0 ? exitOk : exitUsage;
     }
+    settings.fixtures = fixtureAddresses(settings.ips);
     Console console;
     return chosen(settings, console);
 }

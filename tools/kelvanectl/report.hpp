@@ -13,10 +13,12 @@ struct Report {
     Outcome outcome;
     double seconds = 0;        // wall time of the command, connection included
     bool showSeconds = false;  // in the plain form; the JSON form always has them
+    std::string fixture{};     // its address when the command ran on several fixtures, else empty
 };
 
 // Prints the report (plain text, or one JSON object when `json`) on standard output and, when
-// the command failed, a message on `messages`; returns the exit status.
+// the command failed, a message on `messages`; returns the exit status. A report of one fixture
+// among several starts with its address ("ip" first in the JSON form).
 int publish(const Report& report, bool json, std::FILE* messages);
 
 }  // namespace kelvanectl
