@@ -16,11 +16,11 @@ def built(variable):
 
 
 class Simulator:
-    """kelvane-sim on a free port of 127.0.0.1 (`port`), stopped by close()."""
+    """kelvane-sim on a free port of 127.0.0.1 (`port`), with more options if given, stopped by close()."""
 
-    def __init__(self):
+    def __init__(self, *options):
         self.process = subprocess.Popen(
-            [built("KELVANE_SIM"), "--bind", "tcp://127.0.0.1:*", "--quiet"], stdout=subprocess.PIPE)
+            [built("KELVANE_SIM"), "--bind", "tcp://127.0.0.1:*", "--quiet", *options], stdout=subprocess.PIPE)
         line = self.process.stdout.readline().decode(errors="replace")
         if not line.startswith("listening on "):
             self.process.kill()
