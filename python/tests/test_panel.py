@@ -31,7 +31,10 @@ def request(sim, method, path, body=None, **headers):
     return reply.status, json.loads(text) if text else None
 
 
-def test_control_posts_from_elsewhere_are_refused_and_bad_bodies_named(panel):
+def test_control_posts_from_elsewhere_are_refused_and_bad_bodies_named(panel, simulator):
+    if os.path.isdir(f"/proc/{simulator.process.pid}/task"):  # Linux: without --http, no HTTP threads
+        threads = lambda sim: len(os.listdir(f"/proc/{sim.process.pid}/task"))
+        assert threads(simulator) == 3 < threads(panel)
     own = f"127.0.0.1:{panel.http_port}"
     remove_dut = json.dumps({"fixture": 1, "method": "sim.set", "params": {"dut": False}})
     json_type = "application/json"

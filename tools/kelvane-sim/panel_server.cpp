@@ -103,11 +103,17 @@ PanelServer::PanelServer(Server& server, const std::string& address, int port)
     server_.watchStates([this](int fixture) {
         return feed_.changed(fixture, StateFeed::Clock::now(), [&] { return stateOf(server_.fixture(fixture)); });
     });
-    thread_ = std::thread([this] { http_->listen_after_bind(); });
+    thread_ = std::thread([this] {
+        http_->listen_after_bind();
+        listenReturned_ = true;
+    });
 }
 
 PanelServer::~PanelServer() {
     feed_.close();
+    // stop() reaches only a server already listening: one stopped before its thread got there
+    // would then listen for good.
+    while (!http_->is_running() && !listenReturned_) std::this_thread::yield();
     http_->stop();
     thread_.join();
 }

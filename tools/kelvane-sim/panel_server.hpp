@@ -8,6 +8,7 @@
 #include "server.hpp"
 #include "state_feed.hpp"
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <thread>
@@ -40,6 +41,7 @@ private:
     PanelAddress address_;
     StateFeed feed_;
     std::unique_ptr<httplib::Server> http_;
+    std::atomic<bool> listenReturned_{false};
     std::thread thread_;
 };
 
