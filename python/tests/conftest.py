@@ -17,11 +17,12 @@ def built(variable):
 
 
 class Simulator:
-    """kelvane-sim with `fixtures` fixtures from `bind` on (`port`: fixture 1's), stopped by close()."""
+    """kelvane-sim with `fixtures` fixtures from `bind` on (`port`: fixture 1's) and more options if
+    given, stopped by close()."""
 
-    def __init__(self, fixtures=1, bind="tcp://127.0.0.1:*"):
+    def __init__(self, *options, fixtures=1, bind="tcp://127.0.0.1:*"):
         self.process = subprocess.Popen(
-            [built("KELVANE_SIM"), "--bind", bind, "--fixtures", str(fixtures), "--quiet"],
+            [built("KELVANE_SIM"), "--bind", bind, "--fixtures", str(fixtures), "--quiet", *options],
             stdout=subprocess.PIPE)
         lines = [self.process.stdout.readline().decode(errors="replace") for _ in range(fixtures)]
         if not all(line.startswith("listening on ") for line in lines):

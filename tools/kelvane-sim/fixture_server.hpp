@@ -51,6 +51,7 @@ public:
 
     // A "sim." control call, answered as if it had come over the wire.
     Outcome control(const jsonrpc::Request& request);
+    const Journal& journal() const { return journal_; }
     // Null when the fixture does not replay.
     const ReplayBook* replayBook() const { return replay_ ? &replay_->book : nullptr; }
 

@@ -1,5 +1,7 @@
 #include "journal.hpp"
 
+#include <algorithm>
+
 namespace kelvane::sim {
 
 void Journal::record(const jsonrpc::Request& request) {
@@ -12,9 +14,12 @@ void Journal::noteScript(std::string_view action) {
     if (!entries_.empty()) entries_.back()["script"] = std::string(action);
 }
 
-Value Journal::entries() const {
+Value Journal::entries(std::size_t newest) const {
     Value all = Value::array();
-    for (const auto& entry : entries_) all.push_back(entry);
+    auto skipped = entries_.size() - std::min(newest, entries_.size());
+    for (auto entry = entries_.begin() + static_cast<std::ptrdiff_t>(skipped); entry != entries_.end(); ++entry) {
+        all.push_back(*entry);
+    }
     return all;
 }
 

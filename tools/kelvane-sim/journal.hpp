@@ -18,8 +18,8 @@ public:
     // Marks the newest entry as answered by a script with this action.
     void noteScript(std::string_view action);
     // An array of {"method", "params", "kwargs"}; kwargs null when the request had none, and
-    // "script" with the action's name when a script answered.
-    Value entries() const;
+    // "script" with the action's name when a script answered. The newest `newest` only, when given.
+    Value entries(std::size_t newest = capacity) const;
     void clear() { entries_.clear(); }
 
 private:

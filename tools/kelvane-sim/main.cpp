@@ -1,9 +1,12 @@
 // kelvane-sim: stands in for the fixture controller board, or with --fixtures for the boards of
 // a whole station. Prints one line "listening on <endpoint>" per fixture, in order, once all are
-// bound, and serves until SIGINT or SIGTERM (or, replaying with --replay-exit, until the trace is
+// bound (then with --http one line "panel at <url>"), and serves until SIGINT or SIGTERM (or, replaying with --replay-exit, until the trace is
 // used up); a replay prints its report on standard output at the end.
 #include "models.hpp"
 #include "options.hpp"
+#if KELVANE_SIM_PANEL
+#include "panel_server.hpp"
+#endif
 #include "server.hpp"
 #include "simulated_fixture.hpp"
 
@@ -95,6 +98,15 @@ int main(int argc, char** argv) {
         for (int k = 1; k <= server.fixtureCount(); ++k) {
             std::cout << "listening on " << server.fixture(k).endpoint() << '\n';
         }
+#if KELVANE_SIM_PANEL
+        std::optional<PanelServer> panel;
+        if (options->http) {
+            panel.emplace(server, options->http->address, options->http->port);
+            std::cout << "panel at " << panel->url() << '\n';
+        }
+#else
+        if (options->http) throw std::runtime_error("this build has no panel (--http)");
+#endif
         std::cout << std::flush;
         const ReplayBook* book = server.fixture(1).replayBook();
         std::optional<std::chrono::steady_clock::time_point> usedUp;

@@ -35,6 +35,22 @@ void addReplayOptions(CLI::App& app, Options& options) {
         ->needs(replay);
 }
 
+// "PORT" or "ADDRESS:PORT" (a port of 0 picks a free one), or the reason it is neither.
+std::variant<HttpSettings, std::string> readHttpSettings(const std::string& text) {
+    HttpSettings settings;
+    auto colon = text.rfind(':');
+    std::string port = text;
+    if (colon != std::string::npos) {
+        settings.address = text.substr(0, colon);
+        port = text.substr(colon + 1);
+        if (settings.address.empty()) return "--http: the address before ':' is missing";
+    }
+    bool digits = !port.empty() && port.size() <= 5 && port.find_first_not_of("0123456789") == std::string::npos;
+    if (!digits || std::stoi(port) > 65535) return "--http: expected PORT or ADDRESS:PORT, PORT 0 to 65535";
+    settings.port = std::stoi(port);
+    return settings;
+}
+
 // The combinations no single option can refuse by itself.
 std::optional<std::string> placeFixtures(Options& options, const std::optional<std::string>& bind, int fixtures) {
     if (fixtures > 1 && !options.replayFile.empty()) return "--replay answers as one fixture; it takes no --fixtures";
@@ -75,6 +91,15 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     app.add_flag("--quiet", options.quiet, "Log nothing on stderr");
     app.set_version_flag("--version", "kelvane-sim (libKelvane) " KELVANE_VERSION_STRING);
     addReplayOptions(app, options);
+    app.add_option_function<std::string>(
+           "--http",
+           [&options](const std::string& text) {
+               auto settings = readHttpSettings(text);
+               if (auto* problem = std::get_if<std::string>(&settings)) throw CLI::ValidationError(*problem);
+               options.http = std::get<HttpSettings>(settings);
+           },
+           "Serve a live panel of the fixtures on 127.0.0.1:PORT, or ADDRESS:PORT; port 0 picks a free one")
+        ->option_text("[ADDRESS:]PORT");
 
     try {
         app.parse(argc, argv);

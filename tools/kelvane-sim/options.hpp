@@ -9,6 +9,12 @@
 
 namespace kelvane::sim {
 
+// Where the live panel serves (--http).
+struct HttpSettings {
+    std::string address = "127.0.0.1";
+    int port = 0;  // 0: a free port
+};
+
 struct Options {
     // One per simulated fixture, in order (see fixtureEndpoints).
     std::vector<std::string> endpoints;
@@ -20,6 +26,7 @@ struct Options {
     bool replayRecordedTiming = false;
     bool replayStrict = false;
     bool replayExit = false;  // stop once every recorded exchange was asked for
+    std::optional<HttpSettings> http;  // absent: no panel, no HTTP thread
 };
 
 // Exit status after a usage error.

@@ -40,6 +40,14 @@ public:
     FixtureServer& fixture(int number) { return *fixtures_.at(static_cast<std::size_t>(number - 1)); }
     bool holdsRepliesBack() const;
 
+    // Serving thread: told after fixture k served requests or was noted changed, and again at
+    // the time it answers (a move's end, say); nothing to look at again, no answer. Unset, as
+    // without a panel, nothing is watched.
+    using StateWatch = std::function<std::optional<FixtureServer::Clock::time_point>(int fixture)>;
+    void watchStates(StateWatch watch);
+    // Serving thread: fixture k may have changed outside a request (posted work).
+    void noteChange(int fixture);
+
     // Any thread: runs `work` on the serving thread at its next turn and hands back its result
     // (or what it threw) through the future. Work still queued when the server is destroyed is
     // dropped and its future reports a broken promise, so callers outside the serving thread
@@ -54,12 +62,17 @@ public:
     }
 
 private:
+    // The next held-back reply; nextWake adds the next look at a watched fixture.
     std::optional<FixtureServer::Clock::time_point> nextDue() const;
+    std::optional<FixtureServer::Clock::time_point> nextWake() const;
+    void lookAgainDue(FixtureServer::Clock::time_point now);
 
     const bool quiet_;
     zmq::context_t context_{1};  // outlives the fixtures' sockets
     std::vector<std::unique_ptr<FixtureServer>> fixtures_;
     TaskQueue tasks_;
+    StateWatch watch_;
+    std::vector<std::optional<FixtureServer::Clock::time_point>> lookAgain_;  // per fixture
 };
 
 }  // namespace kelvane::sim

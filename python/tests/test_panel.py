@@ -1,0 +1,101 @@
+"""kelvane-sim's live panel (--http): the page in headless Chromium follows a fixture cycle run
+through the library, its controls reach the fixture, and control posts from elsewhere are refused.
+KELVANE_PANEL_SCREENSHOT names where the page's screenshot goes (docs/images/panel.png)."""
+import http.client
+import json
+import os
+import shutil
+
+import pytest
+
+import kelvane
+from conftest import Simulator
+
+
+@pytest.fixture
+def panel():
+    sim = Simulator("--http", "0", "--tec-slots", "2")
+    line = sim.process.stdout.readline().decode()
+    assert line.startswith("panel at http://127.0.0.1:"), line
+    sim.url = line.split()[-1]
+    sim.http_port = int(sim.url.rstrip("/").rsplit(":", 1)[1])
+    yield sim
+    sim.close()
+
+
+def request(sim, method, path, body=None, **headers):
+    connection = http.client.HTTPConnection("127.0.0.1", sim.http_port, timeout=5)
+    connection.request(method, path, body=body, headers=headers)
+    reply = connection.getresponse()
+    text = reply.read()
+    return reply.status, json.loads(text) if text else None
+
+
+def test_control_posts_from_elsewhere_are_refused_and_bad_bodies_named(panel, simulator):
+    if os.path.isdir(f"/proc/{simulator.process.pid}/task"):  # Linux: without --http, no HTTP threads
+        threads = lambda sim: len(os.listdir(f"/proc/{sim.process.pid}/task"))
+        assert threads(simulator) == 3 < threads(panel)
+    own = f"127.0.0.1:{panel.http_port}"
+    remove_dut = json.dumps({"fixture": 1, "method": "sim.set", "params": {"dut": False}})
+    json_type = "application/json"
+    for host, origin, content_type in [(own, "http://evil.example", json_type),
+                                       (f"evil.example:{panel.http_port}", None, json_type),
+                                       (own, None, "text/plain")]:
+        headers = {"Host": host, "Content-Type": content_type} | ({"Origin": origin} if origin else {})
+        assert request(panel, "POST", "/api/control", remove_dut, **headers)[0] == 403, headers
+    for body, problem in [("{", "not JSON"), ('{"fixture": 2, "method": "sim.reset"}', "1 to 1"),
+                          ('{"fixture": 1, "method": "vantrel.fixture_in"}', "sim.")]:
+        status, answer = request(panel, "POST", "/api/control", body, Host=own, **{"Content-Type": json_type})
+        assert status == 400 and problem in answer["error"], answer
+    assert request(panel, "GET", "/api/control?fixture=1&method=sim.reset")[0] == 404
+    status, fixtures = request(panel, "GET", "/api/fixtures")
+    assert status == 200 and fixtures[0]["state"]["dut"] is True and fixtures[0]["address"].startswith("127.0.0.1:")
+
+
+def test_the_page_follows_a_cycle_and_its_controls_reach_the_fixture(panel, tmp_path):
+    browser_path, driver_path = shutil.which("chromium"), shutil.which("chromedriver")
+    if not browser_path or not driver_path:
+        pytest.skip("the panel's browser test needs chromium and chromedriver (Debian chromium, chromium-driver)")
+    from selenium import webdriver
+    from selenium.webdriver.chrome.service import Service
+    from selenium.webdriver.common.by import By
+    from selenium.webdriver.support.ui import WebDriverWait
+
+    options = webdriver.ChromeOptions()
+    options.binary_location = browser_path
+    for argument in ("--headless=new", "--no-sandbox", "--window-size=1000,930", f"--user-data-dir={tmp_path}"):
+        options.add_argument(argument)
+    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+    browser = webdriver.Chrome(service=Service(executable_path=driver_path), options=options)
+    try:
+        browser.get(panel.url)
+        tray = lambda: browser.find_element(By.ID, "tray").get_attribute("data-state")
+        WebDriverWait(browser, 10).until(lambda _: tray() == "OUT UP")
+        with kelvane.Fixture("127.0.0.1", panel.port, log="off") as fixture:
+            assert fixture.initial_fixture() and "done" in fixture.fixture_init()
+            assert fixture.tray_in() == "IN OK"
+            WebDriverWait(browser, 10).until(lambda _: tray() == "IN UP")
+            assert fixture.dut_sensor() == "dut_sensor_on"
+            button = browser.find_element(By.ID, "dut-toggle")
+            assert button.text == "Remove DUT"
+            button.click()
+            WebDriverWait(browser, 10).until(lambda _: button.text == "Insert DUT")
+            assert fixture.dut_sensor() == "dut_sensor_off"
+            button.click()
+            WebDriverWait(browser, 10).until(lambda _: button.text == "Remove DUT")
+            assert fixture.tray_down() == "DOWN OK" and "done" in fixture.fixture_lock("on")
+            fixture.set_fan_speed(1, 60)
+            panel.control("vantrel.led_blink_control", "STATUS", "GREEN")
+            for _ in range(4):
+                fixture.tec_reading(1), fixture.tec_reading(2)
+            WebDriverWait(browser, 10).until(lambda _: tray() == "IN DOWN")
+        browser.find_element(By.ID, "tec-low").click()
+        WebDriverWait(browser, 10).until(lambda _: "low_reading" in browser.find_element(By.ID, "tec").text)
+        external = browser.execute_script(
+            "return performance.getEntriesByType('resource').map(e => e.name).filter(n => !n.startsWith(location.origin))")
+        assert external == [], "the page fetched from elsewhere"
+        browser.save_screenshot(os.environ.get("KELVANE_PANEL_SCREENSHOT", str(tmp_path / "panel.png")))
+        errors = [entry for entry in browser.get_log("browser") if entry["level"] == "SEVERE"]
+        assert errors == [], errors
+    finally:
+        browser.quit()
