@@ -16,6 +16,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 namespace kelvane {
@@ -45,7 +46,7 @@ class TemporaryDirectory {
 public:
     TemporaryDirectory() {
         std::string pattern = (std::filesystem::temp_directory_path() / "kelvane-test-XXXXXX").string();
-        path_ = ::mkdtemp(pattern.data());
+        path_ = ::mkdtemp(pattern.data()) ? pattern : throw std::runtime_error("no temporary folder");
     }
     ~TemporaryDirectory() {
         std::error_code ignored;
