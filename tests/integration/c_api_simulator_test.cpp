@@ -1,8 +1,5 @@
-// The C interface against a kelvane-sim process over the real transport, when the host destroys
-// the handle while another thread is inside a call. (The cycle through the C interface is the
-// main job's, tests/c/fixture_cycle.sh; controller faults are the fault campaign's.) Devices
-// reach the simulator's port through their options; the tray move's device has a virtual clock,
-// which makes deadlines instant.
+// The C interface over the real transport when the host destroys the handle while another
+// thread is inside a call.
 #include "session_fixture.hpp"
 #include "simulator_test_support.hpp"
 
@@ -24,7 +21,6 @@ protected:
         platform.connect = RPCClientWrapper::factory(RPCClientWrapper::Options{});
         return handleOf(std::make_shared<Kelvane>("127.0.0.1", sim.port(), platform));
     }
-    // Once the simulator has received a call of `method`, the newest in its journal.
     bool received(const std::string& method) {
         return eventually([&] {
             Value journal = sim.control("sim.journal");

@@ -1,5 +1,4 @@
-// The simulated fixture: the tray moves only as a real fixture allows and the sensors follow;
-// session, DUT presence, lock, fans, IO lines and LEDs.
+// The simulated fixture: tray, sensors, DUT presence, lock, fans, IO lines and LEDs.
 #include "simulator_test_support.hpp"
 
 namespace kelvane::testing {
@@ -21,8 +20,6 @@ protected:
     void set(const Value& changes) { sim.control("sim.set", Value::array({changes})); }
 };
 
-// A whole cycle of acknowledged moves with the sensors following is the main job's
-// (tests/c/fixture_cycle.sh) and the fault campaign's healthy cycle.
 TEST_F(SimulatorTrayTest, ForbiddenMovesAreRefusedWithoutMovingAndNothingIsActiveWhileTravelling) {
     EXPECT_EQ(call(m::fixtureDown), "down_refused: tray is not in");
     set({{"tray", {{"horizontal", "IN"}, {"vertical", "DOWN"}}}});

@@ -1,7 +1,5 @@
-// The wire protocol as any client meets it, the journal, scripted answers as a client sees them
-// through the real transport, and the process's start-up failures. (Broken replies, as each
-// operation meets them, are the fault campaign's; a delayed reply holding nobody up is shown in
-// transport_connection_test.cpp.)
+// The simulator's wire protocol, journal and scripted answers as clients meet them, and its
+// start-up failures.
 #include "simulator_test_support.hpp"
 
 #include <sys/wait.h>

@@ -22,20 +22,17 @@ class SimulatorTest : public ::testing::Test {
 protected:
     explicit SimulatorTest(std::vector<std::string> args = {}) : sim(std::move(args)) {}
 
-    // The reply and the error of one call through the real client.
     std::pair<Value, std::optional<RpcError>> ask(std::string_view method, const Value& params = Value::array(),
                                                   const Value& kwargs = nullptr) {
         std::optional<RpcError> error;
         Value reply = client->call(std::string(method), params, kwargs, &error);
         return {reply, error};
     }
-    // A call that must be answered with a result.
     Value call(std::string_view method, const Value& params = Value::array(), const Value& kwargs = nullptr) {
         auto [reply, error] = ask(method, params, kwargs);
         EXPECT_FALSE(error) << method << ": " << error->text();
         return reply;
     }
-    // The error code of a call that must fail.
     int failure(std::string_view method, const Value& params = Value::array(), const Value& kwargs = nullptr) {
         auto [reply, error] = ask(method, params, kwargs);
         EXPECT_TRUE(error) << method << " answered " << describe(reply);

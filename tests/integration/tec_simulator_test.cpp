@@ -1,9 +1,5 @@
-// TEC through kelvane-sim. The CAN bridge and the TEC controllers behind it, fed the frames the
-// library cuts and read back through the library's receiver, with raw "can.send"/"can.recv" calls
-// where the library would hide what the bridge does. Then TEC monitoring of a session over the
-// real transport: four slots' workers run pass by pass in virtual time with faults injected per
-// slot. (A reading on demand through the real transport is kelvanectl's test,
-// tests/python/test_kelvanectl.py.)
+// TEC through kelvane-sim: the simulated CAN bridge and TEC controllers fed the library's frames,
+// then four slots' workers over the real transport, pass by pass in virtual time, faults injected.
 #include "session_fixture.hpp"
 #include "simulator_test_support.hpp"
 #include "virtual_clock.hpp"
@@ -19,6 +15,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <fstream>
+#include <cstdio>
 #include <regex>
 
 namespace kelvane::testing {
@@ -110,10 +107,8 @@ TEST_F(SimulatorCanTest, FaultsApplyToTheirSlotAndCommandForTheirTimesUntilReset
 
 constexpr double restBetweenPasses = 1.5;
 
-// Time for four workers run pass by pass. Sleeps inside a pass (the CAN answer loop's 0.1 s) move
-// time at once. A worker's 1.5 s rest after a pass waits for the test instead, which lets all the
-// resting workers go together: left to the clock alone, a rest would end while other slots still
-// run their passes, and the slots' pass counts would drift apart.
+// Sleeps inside a pass move time at once; the 1.5 s rest after a pass waits for the test, so all
+// resting workers go together (on the clock alone, the slots' pass counts would drift apart).
 class PassStepper final : public Clock {
 public:
     double now() override { return time_.now(); }
@@ -127,8 +122,7 @@ public:
         changed_.wait(lock, [&] { return released_ || round_ != round; });
     }
 
-    // One pass of `workers` workers, all resting before (or just switched on, and so in their
-    // first pass already): they run until all rest again.
+    // One pass of `workers` workers, all resting (or just switched on): they run until all rest.
     void runPass(std::size_t workers) {
         std::unique_lock lock(mutex_);
         const std::size_t target = rests_ + workers;
@@ -137,7 +131,6 @@ public:
             ADD_FAILURE() << "the workers stalled";
     }
 
-    // From now on rests return at once, so the workers can end.
     void releaseAll() {
         std::lock_guard lock(mutex_);
         released_ = true;
@@ -152,7 +145,6 @@ private:
     bool released_ = false;
 };
 
-// The lines of a file, each with its "\r\n".
 std::vector<std::string> linesOf(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
     std::vector<std::string> lines;
@@ -162,21 +154,16 @@ std::vector<std::string> linesOf(const std::filesystem::path& path) {
 
 const std::string csvHeader = "Timestamp,Sensor1,Sensor2,Sensor3,Sensor4,PWM,Current,subsubtestname\r\n";
 
-// A measurement line: time stamp, four temperatures, PWM and current, then the slot's item name.
-const std::regex measurementLine(
-    R"(\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3},(-?\d+\.\d\d),(-?\d+\.\d\d),(-?\d+\.\d\d),(-?\d+\.\d\d),)"
-    R"((-?\d+\.\d\d),(-?\d+\.\d\d),([^,]*)\r\n)");
-
-// Checks the line against the simulator's thermal model: sensors between the set point (25 °C)
-// and the ambient (27 °C, sensor 4 1.2 °C warmer), noise included; the power stage cooling.
-void expectPlausibleReading(const std::string& line, const std::string& itemName) {
-    std::smatch fields;
-    ASSERT_TRUE(std::regex_match(line, fields, measurementLine)) << line;
-    for (int sensor = 1; sensor <= 4; ++sensor)
-        EXPECT_TRUE(std::stod(fields[sensor]) >= 24.9 && std::stod(fields[sensor]) <= (sensor == 4 ? 28.3 : 27.1)) << line;
-    EXPECT_TRUE(std::stod(fields[5]) < 0 && std::stod(fields[6]) > 0 && std::stod(fields[6]) <= 3.0)
-        << "PWM and current while cooling: " << line;
-    EXPECT_EQ(fields[7], itemName);
+// The simulator's thermal model: sensors between the set point (25 °C) and the ambient (27 °C,
+// sensor 4 1.2 °C warmer), noise included; the power stage cooling.
+void expectPlausibleReading(const std::string& line) {
+    double sensors[4], pwm, current;
+    char item[16];
+    ASSERT_EQ(std::sscanf(line.c_str(), "%*2d/%*2d/%*4d %*2d:%*2d:%*2d.%*3d,%lf,%lf,%lf,%lf,%lf,%lf,%15[^,\r]\r\n",
+                          &sensors[0], &sensors[1], &sensors[2], &sensors[3], &pwm, &current, item), 7) << line;
+    for (int i = 0; i < 4; ++i) EXPECT_TRUE(sensors[i] >= 24.9 && sensors[i] <= (i == 3 ? 28.3 : 27.1)) << line;
+    EXPECT_TRUE(pwm < 0 && current > 0 && current <= 3.0) << "cooling: " << line;
+    EXPECT_STREQ(item, "NOT SET");
 }
 
 // A slot's file: "Fixture3" writes to group 2.
@@ -196,7 +183,6 @@ TEST(TecSimulator, FourWorkersRunPassByPassAndRecordTheInjectedFaults) {
     ASSERT_TRUE(session->setUpTecMonitoring(4));
     const auto csvFile = [&](int slot) { return slotFile(root, slot, "TecTemp", "csv"); };
     for (int slot = 1; slot <= 4; ++slot) std::filesystem::create_directories(csvFile(slot).parent_path());
-    // However the test ends, the workers run free and end, so none outlives it.
     struct StopWorkers {
         PassStepper& clock;
         FixtureControl& session;
@@ -222,7 +208,7 @@ TEST(TecSimulator, FourWorkersRunPassByPassAndRecordTheInjectedFaults) {
         csv[slot] = linesOf(csvFile(slot));
         ASSERT_EQ(csv[slot].size(), 1u + passes);
         EXPECT_EQ(csv[slot][0], csvHeader);
-        for (std::size_t pass = 2; pass <= passes; ++pass) expectPlausibleReading(csv[slot][pass], "NOT SET");
+        for (std::size_t pass = 2; pass <= passes; ++pass) expectPlausibleReading(csv[slot][pass]);
         const auto monitor = linesOf(slotFile(root, slot, "TecControlMonitor", "log"));
         const auto countOf = [&](const std::string& text) {
             return std::size_t(std::count_if(monitor.begin(), monitor.end(), [&](auto& l) { return l.find(text) != l.npos; }));
@@ -235,7 +221,6 @@ TEST(TecSimulator, FourWorkersRunPassByPassAndRecordTheInjectedFaults) {
     EXPECT_THAT(session->getTecRecord(4).get<std::vector<std::string>>(),
                 UnorderedElementsAre(csv[1][1], csv[2][1], csv[3][1], csv[3][1]))
         << "a low reading once, disagreeing sensors once, both twice; a missing answer never";
-
 }
 
 }  // namespace

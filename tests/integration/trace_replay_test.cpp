@@ -1,8 +1,5 @@
-// Trace and replay end to end: a station's sequence (a fixture cycle and TEC readings on demand)
-// recorded through a traced platform against kelvane-sim with faults injected, then replayed by
-// `kelvane-sim --replay` to the same sequence on a fresh session, which must see exactly what the
-// recorded one saw, failures included. A host that changes its sequence finds its new requests,
-// and the exchanges it skipped, in the replay's report.
+// A station's sequence traced against kelvane-sim with faults injected, then replayed by
+// `kelvane-sim --replay` to a fresh session, which must see exactly what the recorded one saw.
 #include "session_fixture.hpp"
 #include "simulator_process.hpp"
 #include "virtual_clock.hpp"
@@ -29,7 +26,6 @@ constexpr std::chrono::milliseconds callWait{300}, callMargin{100};
 
 std::string shown(const Value& reply) { return reply.is_null() ? "<no reply>" : describe(reply); }
 
-// The station's side: the session's results, in order, as text.
 Results stationSequence(FixtureControl& s) {
     Results results = {s.initialFixture() ? "true" : "false", s.checkPositionSensor(),
                        shown(s.checkDUTSensor()), shown(s.trayIn()), shown(s.trayDown()),

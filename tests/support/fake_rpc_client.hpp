@@ -32,9 +32,8 @@ struct CallBudgetExceeded : std::logic_error {
 
 class FakeRpcClient final : public RpcClient {
 public:
-    // Calls allowed from now on, whatever was called before. A call past the budget fails the
-    // test and throws, so code that would call for ever (a receive loop that never sees its
-    // terminator) ends the test instead of hanging it.
+    // Calls allowed from now on. One past the budget fails the test and throws, so code that
+    // would call for ever ends the test instead of hanging it.
     void limitCalls(std::size_t budget) {
         std::lock_guard lock(mutex_);
         budget_ = budget, spent_ = 0;
@@ -55,7 +54,6 @@ public:
         std::lock_guard lock(mutex_);
         answers_.erase(method);
     }
-    // Called before each answer is chosen, e.g. to advance a virtual clock.
     void onCall(std::function<void(const RecordedCall&)> hook) { hook_ = std::move(hook); }
 
     Value call(const std::string& method, const Value& args, const Value& kwargs,

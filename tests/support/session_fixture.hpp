@@ -9,14 +9,14 @@
 
 #include <kelvane/FixtureControl.hpp>
 
-#include <unistd.h>
+#include <stdlib.h>
 
-#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 namespace kelvane {
@@ -45,11 +45,8 @@ inline std::string fileText(const std::filesystem::path& path) {
 class TemporaryDirectory {
 public:
     TemporaryDirectory() {
-        static std::atomic<int> counter{0};
-        path_ = std::filesystem::temp_directory_path() /
-                ("kelvane-test-" + std::to_string(::getpid()) + "-" + std::to_string(counter++));
-        std::filesystem::remove_all(path_);
-        std::filesystem::create_directories(path_);
+        std::string pattern = (std::filesystem::temp_directory_path() / "kelvane-test-XXXXXX").string();
+        path_ = ::mkdtemp(pattern.data()) ? pattern : throw std::runtime_error("no temporary folder");
     }
     ~TemporaryDirectory() {
         std::error_code ignored;

@@ -1,7 +1,5 @@
-// A kelvane-sim process for integration tests: started on a free loopback port, controllable
-// through its "sim." methods, killable and restartable to play a controller that dies and
-// comes back, and stopped when the object goes away. It may also simulate a station of several
-// fixtures, fixture k at 127.0.1.k, each on a free port.
+// A kelvane-sim process on a free loopback port (or a station of fixtures, fixture k at 127.0.1.k),
+// controlled through its "sim." methods, killable and restartable, stopped with the object.
 #pragma once
 
 #include <kelvane/RpcClient.hpp>
@@ -26,11 +24,9 @@ struct SimulatedStation {
 
 class SimulatorProcess {
 public:
-    // Starts the simulator on a free loopback port with `--quiet` and `extraArgs`, and waits for
-    // its "listening on" line; throws std::runtime_error with a readable text when it cannot.
+    // Waits for the "listening on" line; throws std::runtime_error with a readable text without.
     explicit SimulatorProcess(std::vector<std::string> extraArgs = {},
                               std::string executable = KELVANE_SIM_PATH);
-    // A station: `station.fixtures` fixtures in one process, fixture k at 127.0.1.k.
     explicit SimulatorProcess(SimulatedStation station, std::vector<std::string> extraArgs = {});
     ~SimulatorProcess();
 
@@ -43,8 +39,8 @@ public:
     std::string endpoint(int fixture = 1) const;  // "tcp://<address>:<port>"
     int fixtureCount() const { return static_cast<int>(fixtures_.size()); }
 
-    // A call to fixture 1 (or to `fixture`; usually a "sim." method) through a client of this
-    // object's own. With no error slot, an error or a missing reply is reported as a test failure.
+    // A call to fixture 1 (or `fixture`) through a client of its own; without an error slot, an
+    // error fails the test.
     Value control(const std::string& method, const Value& params = Value::array(),
                   RpcErrorSlot error = nullptr) {
         return control(1, method, params, error);

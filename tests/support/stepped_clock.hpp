@@ -1,6 +1,5 @@
-// Time for worker threads: sleepFor() blocks until the test moves time past the sleeper's wake-up
-// (or releases it), so a loop "pass; sleep 1.5 s" runs one pass per step of the test, with no
-// real sleeping and no spinning. Poll loops on the test's own thread use VirtualClock instead.
+// Time for worker threads: a sleep blocks until the test moves time past its wake-up (or releases
+// it), so a loop "pass; sleep 1.5 s" runs one pass per step of the test.
 #pragma once
 
 #include "virtual_clock.hpp"
@@ -35,15 +34,13 @@ public:
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [&] { return asleep() >= count; });
     }
-    // Both clocks move; sleepers whose wake-up has come are woken (and no longer count as
-    // asleep, even before their threads run again).
+    // Sleepers whose wake-up has come no longer count as asleep, even before their threads run.
     void advance(double seconds) {
         std::lock_guard lock(mutex_);
         time_.advance(seconds);
         changed_.notify_all();
     }
-    // Wakes every sleeper, and from now on sleeps return at once (moving the clocks), so
-    // workers can run to their end when a test is over.
+    // From now on sleeps return at once, so workers can run to their end when a test is over.
     void releaseAll() {
         std::lock_guard lock(mutex_);
         free_ = true;

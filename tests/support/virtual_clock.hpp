@@ -37,7 +37,6 @@ public:
         std::lock_guard lock(mutex_);
         atNextSleep_ = std::move(hook);
     }
-    // Time passes: both clocks move.
     void advance(double seconds) {
         std::lock_guard lock(mutex_);
         now_ += seconds;

@@ -1,6 +1,3 @@
-// The C interface over a scripted controller: how replies become C results, that no exception
-// escapes an export, what handles without a device give, that a returned text belongs to the
-// calling thread alone, and how a device's options are read.
 #include "session_fixture.hpp"
 
 #include "c_api/device_options.hpp"
@@ -37,7 +34,6 @@ public:
     }
 };
 
-// Makes a device with the test's platform and hands it out as a C handle.
 struct Device {
     explicit Device(Platform platform)
         : handle(handleOf(std::make_shared<Kelvane>("127.0.0.1", std::move(platform)))) {}

@@ -1,5 +1,3 @@
-// The JSON-RPC messages as text: what a controller receives and what the client accepts back,
-// and the methods a controller must answer.
 #include <kelvane/protocol/json_rpc.hpp>
 #include <kelvane/protocol/methods.hpp>
 

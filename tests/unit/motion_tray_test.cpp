@@ -1,5 +1,3 @@
-// The motion operations over a scripted controller: tray moves, the position and DUT sensors,
-// the lock and fixture init.
 #include "session_fixture.hpp"
 
 #include <gmock/gmock.h>
@@ -146,7 +144,7 @@ TEST(TrayMotion, PreconditionsRefuseWithTheirTextAfterReadingOnlyWhatTheyNeed) {
     EXPECT_THAT(fixture.log->lines(), ElementsAre("Fixture Down.", "Current state: 1\r", inFirst + "\r"));
 }
 
-TEST(MotionSensors, PositionSummaryUsesIntegerValuesInOrderAndOnlyOneCountsAsOk) {
+TEST(MotionSensors, PositionSummaryUsesIntegerValuesInOrderAndTheDutReplyIsReturnedAsItCame) {
     SessionFixture fixture;
     auto session = fixture.connect();
     fixture.controller->answer("vantrel.in_sensor_read", 1);
@@ -160,12 +158,9 @@ TEST(MotionSensors, PositionSummaryUsesIntegerValuesInOrderAndOnlyOneCountsAsOk)
                             "vantrel.up_sensor_read", "vantrel.down_sensor_read"));
     EXPECT_THAT(fixture.log->lines(), ElementsAre("IN_sensor_state: OK", "OUT_sensor_state: OK",
                                                   "UP_sensor_state: NO", "DOWN_sensor_state: NO"));
-}
 
-TEST(MotionSensors, DutReplyIsReturnedAndLoggedAsItCame) {
     for (Value reply : {Value("dut_sensor_off"), Value(), Value(7)}) {
-        SessionFixture fixture;
-        auto session = fixture.connect();
+        fixture.log->clear();
         fixture.controller->answer("vantrel.dut_sensor_read", reply);
         EXPECT_EQ(session->checkDUTSensor(), reply);
         EXPECT_THAT(fixture.log->lines(), ElementsAre("checkDUTSensor state is " + kelvane::describe(reply) + "\n"));
