@@ -1,17 +1,18 @@
 #!/usr/bin/env bash
-# Installs what is missing, then builds and runs every test twice: a normal build, and a build
-# with AddressSanitizer and UndefinedBehaviorSanitizer. The tests where threads meet (labelled
-# "threads": the transport shared by several callers, the TEC workers) run a third time under
-# ThreadSanitizer. Last, clang with libc++ (the standard library of the macOS toolchain), ASan and
-# UBSan builds the library, the tools and the tests, runs the unit tests, and runs each fuzz
-# target for a few seconds. Warnings are errors in all four builds.
+# Installs what is missing, then builds and runs every test in a normal build. The tests where
+# threads meet (labelled "threads": the transport shared by several callers, the TEC workers, a
+# station of handles) run again under ThreadSanitizer. Last, clang with libc++ (the standard
+# library of the macOS toolchain), AddressSanitizer and UndefinedBehaviorSanitizer builds
+# everything, runs every test but the Python package's, and runs each fuzz target for a few
+# seconds: one build serves as the sanitizer stage and the portability stage. Warnings are errors
+# in all three builds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh
 jobs=$(nproc)
 
-# ccache, where present, lets the four builds and later runs share what they compiled; paths
+# ccache, where present, lets the builds and later runs share what they compiled; paths
 # are taken relative to the checkout, so a fresh clone elsewhere still finds its objects.
 launcher=()
 if command -v ccache >/dev/null; then
@@ -29,17 +30,12 @@ configure normal
 cmake --build --preset normal -j"$jobs"
 ctest --preset normal -j"$jobs"
 
-echo "=== AddressSanitizer + UndefinedBehaviorSanitizer build ==="
-configure asan
-cmake --build --preset asan -j"$jobs"
-ctest --preset asan -j"$jobs"
-
 echo "=== ThreadSanitizer build (the tests labelled threads: transport, TEC workers) ==="
 configure tsan
 cmake --build --preset tsan -j"$jobs"
 ctest --preset tsan -j"$jobs"
 
-echo "=== clang + libc++ + ASan/UBSan build (all tests built, unit tests run, fuzz targets) ==="
+echo "=== clang + libc++ + ASan/UBSan build (every test but the Python package's, fuzz targets) ==="
 configure libcxx
 cmake --build --preset libcxx -j"$jobs"
 ctest --preset libcxx -j"$jobs"
