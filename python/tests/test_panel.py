@@ -31,7 +31,7 @@ def request(sim, method, path, body=None, **headers):
     return reply.status, json.loads(text) if text else None
 
 
-def test_control_posts_from_elsewhere_are_refused_and_bad_bodies_named(panel, simulator):
+def test_foreign_control_posts_are_refused_bad_bodies_named_and_no_http_thread_without_it(panel, simulator):
     if os.path.isdir(f"/proc/{simulator.process.pid}/task"):  # Linux: without --http, no HTTP threads
         threads = lambda sim: len(os.listdir(f"/proc/{sim.process.pid}/task"))
         assert threads(simulator) == 3 < threads(panel)
