@@ -52,7 +52,8 @@ done
 
 root=$tmp/root
 dpkg-deb -x "$deb" "$root"
-objdump -p "$root/usr/$lib/libKelvane.so.$version" | grep -q 'SONAME *libKelvane\.so\.0$' \
+# grep reads to the end: with -q it could leave objdump to die of SIGPIPE under pipefail.
+objdump -p "$root/usr/$lib/libKelvane.so.$version" | grep 'SONAME *libKelvane\.so\.0$' >/dev/null \
   || fail "the SONAME is not libKelvane.so.0"
 said=$("$root/usr/bin/kelvanectl" --version)
 [ "$said" = "kelvanectl (libKelvane) $version" ] || fail "the unpacked kelvanectl --version said '$said'"
