@@ -20,6 +20,7 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -182,7 +183,11 @@ std::string watchPeriodCheck(const std::string& text) {
 void addTecCommand(CLI::App& app, Arguments& arguments, Action& chosen) {
     DeviceCommand command = tecCommand(arguments);
     CLI::App* tec = app.add_subcommand(command.name, command.description);
-    tec->add_option("slot", arguments.tecSlot, "Slot number, from 1")->required();
+    // The library asks the controller about any slot; below 1 is a typing error, not worth the
+    // five answer periods a controller takes to say nothing.
+    tec->add_option("slot", arguments.tecSlot, "Slot number, from 1")
+        ->required()
+        ->check(CLI::Range(1, std::numeric_limits<int>::max()));
     CLI::Option* watch =
         tec->add_option("--watch", arguments.watchSeconds,
                         "Read again every SECONDS until Ctrl-C, one line per reading")
