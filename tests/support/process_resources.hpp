@@ -13,17 +13,36 @@
 
 namespace kelvane::testing {
 
-// Whether resident size tells what the code holds: under ThreadSanitizer it also counts the
-// sanitizer's shadow of every page touched, several times the memory itself.
 #if defined(__has_feature)
 #if __has_feature(thread_sanitizer)
 #define KELVANE_TEST_UNDER_TSAN
 #endif
+#if __has_feature(address_sanitizer)
+#define KELVANE_TEST_UNDER_ASAN
 #endif
-#if defined(__SANITIZE_THREAD__) || defined(KELVANE_TEST_UNDER_TSAN)
+#endif
+#if defined(__SANITIZE_THREAD__)
+#define KELVANE_TEST_UNDER_TSAN
+#endif
+#if defined(__SANITIZE_ADDRESS__)
+#define KELVANE_TEST_UNDER_ASAN
+#endif
+
+// Whether resident size tells what the code holds: under ThreadSanitizer it also counts the
+// sanitizer's shadow of every page touched, several times the memory itself.
+#ifdef KELVANE_TEST_UNDER_TSAN
 inline constexpr bool residentSizeIsMeaningful = false;
 #else
 inline constexpr bool residentSizeIsMeaningful = true;
+#endif
+
+// Whether a process of this build can run under an address-space limit: AddressSanitizer and
+// ThreadSanitizer reserve terabytes of it for their shadow memory. The tools are built alike.
+inline constexpr bool addressSpaceCanBeLimited =
+#if defined(KELVANE_TEST_UNDER_TSAN) || defined(KELVANE_TEST_UNDER_ASAN)
+    false;
+#else
+    true;
 #endif
 
 inline std::optional<std::size_t> residentBytes() {
