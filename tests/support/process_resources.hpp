@@ -1,5 +1,6 @@
-// What this process holds right now: resident memory, threads, open descriptors. Read from
-// /proc where the system has it; nothing (std::nullopt) elsewhere, so callers can skip visibly.
+// What this process (or a child) holds right now: resident memory, threads, open descriptors.
+// Read from /proc where the system has it; nothing (std::nullopt) elsewhere, so callers can skip
+// visibly.
 #pragma once
 
 #include <cstddef>
@@ -45,8 +46,9 @@ inline constexpr bool addressSpaceCanBeLimited =
     true;
 #endif
 
-inline std::optional<std::size_t> residentBytes() {
-    std::ifstream statm("/proc/self/statm");
+// Of this process, or of the process `pid`.
+inline std::optional<std::size_t> residentBytes(const std::string& pid = "self") {
+    std::ifstream statm("/proc/" + pid + "/statm");
     std::size_t totalPages = 0, residentPages = 0;
     if (!(statm >> totalPages >> residentPages)) return std::nullopt;
     return residentPages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));

@@ -89,7 +89,7 @@ int main(int argc, char** argv) {
         raiseDescriptorLimit();
         const auto& endpoints = options->endpoints;
         auto replay = replaySettings(*options);  // before anything is bound
-        Server server(options->quiet);
+        Server server(options->quiet, options->journalLimitBytes);
         for (std::size_t k = 1; k <= endpoints.size(); ++k) {
             WorldSettings world = options->world;
             world.seed += static_cast<std::uint32_t>(k - 1);
