@@ -167,18 +167,9 @@ TEST(TraceFiles, ALineOfAnyLengthIsReportedInBoundedMemoryAndAReadErrorIsAnError
     Ran stats = run(kelvanectl + " --stats", root.path());
     EXPECT_EQ(stats.status, 0) << stats.err;
     EXPECT_THAT(stats.err, ::testing::HasSubstr("long-line.trace:49: longer than 4 MiB, skipped"));
-    std::istringstream table(stats.out);
-    std::string header, method, note;
-    std::size_t calls = 0, errors = 0, timeouts = 0;
-    double p50 = 0, p90 = 0, p99 = 0, largest = 0;
-    std::getline(table, header);
-    table >> method >> calls >> errors >> timeouts >> p50 >> p90 >> p99 >> largest >> std::ws;
-    std::getline(table, note);
-    EXPECT_EQ(std::tie(method, calls, errors, timeouts, p50, largest, note),
-              std::make_tuple("server.mode", 96u, 0u, 0u, 48.0, 96.0, "1 line is not a trace line"))
-        << stats.out;
-    EXPECT_NEAR(p90, 87, 87 * 0.02);
-    EXPECT_NEAR(p99, 96, 96 * 0.02);
+    // Calls, errors, time-outs, p50 exact, p90 (87) and p99 (96) within 2 %, max.
+    EXPECT_THAT(stats.out, ::testing::ContainsRegex("\nserver\\.mode +96 +0 +0 +48\\.0 +8[5-8]\\.[0-9] +9[4-7]\\.[0-9] "
+                                                    "+96\\.0\n1 line is not a trace line\n$"));
 
     Ran timeline = run(kelvanectl, root.path());
     EXPECT_EQ(timeline.status, 0) << timeline.err;

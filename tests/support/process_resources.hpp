@@ -22,16 +22,10 @@ namespace kelvane::testing {
 #define KELVANE_TEST_UNDER_ASAN
 #endif
 #endif
-#if defined(__SANITIZE_THREAD__)
-#define KELVANE_TEST_UNDER_TSAN
-#endif
-#if defined(__SANITIZE_ADDRESS__)
-#define KELVANE_TEST_UNDER_ASAN
-#endif
 
 // Whether resident size tells what the code holds: under ThreadSanitizer it also counts the
 // sanitizer's shadow of every page touched, several times the memory itself.
-#ifdef KELVANE_TEST_UNDER_TSAN
+#if defined(__SANITIZE_THREAD__) || defined(KELVANE_TEST_UNDER_TSAN)
 inline constexpr bool residentSizeIsMeaningful = false;
 #else
 inline constexpr bool residentSizeIsMeaningful = true;
@@ -39,11 +33,11 @@ inline constexpr bool residentSizeIsMeaningful = true;
 
 // Whether a process of this build can run under an address-space limit: AddressSanitizer and
 // ThreadSanitizer reserve terabytes of it for their shadow memory. The tools are built alike.
-inline constexpr bool addressSpaceCanBeLimited =
-#if defined(KELVANE_TEST_UNDER_TSAN) || defined(KELVANE_TEST_UNDER_ASAN)
-    false;
+inline constexpr bool addressSpaceCanBeLimited = residentSizeIsMeaningful &&
+#if defined(__SANITIZE_ADDRESS__) || defined(KELVANE_TEST_UNDER_ASAN)
+                                                 false;
 #else
-    true;
+                                                 true;
 #endif
 
 // Of this process, or of the process `pid`.
