@@ -31,9 +31,10 @@ inline constexpr bool residentSizeIsMeaningful = false;
 inline constexpr bool residentSizeIsMeaningful = true;
 #endif
 
-// Whether a process of this build can run under an address-space limit: AddressSanitizer and
-// ThreadSanitizer reserve terabytes of it for their shadow memory. The tools are built alike.
-inline constexpr bool addressSpaceCanBeLimited = residentSizeIsMeaningful &&
+// Whether this build's processes (the tools are built alike) run as a station's do: no sanitizer
+// that reserves terabytes of address space for its shadow memory, keeps 256 MiB of freed memory
+// in quarantine (AddressSanitizer), or makes a request cost several times as much.
+inline constexpr bool builtWithoutSanitizers = residentSizeIsMeaningful &&
 #if defined(__SANITIZE_ADDRESS__) || defined(KELVANE_TEST_UNDER_ASAN)
                                                  false;
 #else
