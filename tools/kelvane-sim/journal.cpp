@@ -9,8 +9,8 @@ std::size_t Journal::cost(const Entry& entry) {
 }
 
 void Journal::record(const jsonrpc::Request& request) {
-    Entry entry{jsonrpc::toJson({{"method", request.method}, {"params", request.params}, {"kwargs", request.kwargs}}),
-                {}};
+    Value shown = {{"method", request.method}, {"params", request.params}, {"kwargs", request.kwargs}};
+    Entry entry{jsonrpc::toJson(shown), {}};
     entry.request.shrink_to_fit();
     bytes_ += cost(entry);
     entries_.push_back(std::move(entry));

@@ -28,8 +28,6 @@ public:
     Value entries(std::size_t newest = std::numeric_limits<std::size_t>::max()) const;
     // Empties the journal and gives its memory back.
     void clear();
-    // What the entries cost, as counted against the limit.
-    std::size_t bytes() const { return bytes_; }
 
 private:
     struct Entry {
