@@ -30,7 +30,7 @@ def test_unreachable_controller_exits_2_and_text_helpers_and_bad_usage_need_none
     assert (decoded.returncode, decoded.stdout) == (0, "ABC\n")
     checked = json.loads(kelvanectl("--json", "is-float", "1.5V").stdout)
     assert (checked["result"], checked["ok"]) == (False, True)
-    for usage in [(), ("hex", ""), ("lock", "ON"), ("fan", "set", "1"), ("--port", "0", "connect")]:
+    for usage in [(), ("hex", ""), ("lock", "ON"), ("fan", "set", "1"), ("--port", "0", "connect"), ("tec", "0")]:
         assert kelvanectl(*usage).returncode == 64, usage
 
 

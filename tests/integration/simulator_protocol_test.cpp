@@ -1,5 +1,6 @@
 // The simulator's wire protocol, journal and scripted answers as clients meet them, and its
 // start-up failures.
+#include "process_resources.hpp"
 #include "simulator_test_support.hpp"
 
 #include <sys/wait.h>
@@ -64,6 +65,57 @@ TEST_F(SimulatorProtocolTest, JournalRecordsControllerRequestsInOrderButNotContr
     EXPECT_EQ(sim.control("sim.journal"), Value::array());
 }
 
+// As the journal once kept requests (its newest 100,000, some 0.9 KiB each as JSON values), a
+// flood grew the simulator by 90 MiB; now its 4 MiB bound holds. Under a sanitizer resident size
+// says nothing and a request costs five times as much: a smaller flood that overfills the
+// journal checks the bound there.
+TEST_F(SimulatorProtocolTest, AFloodOfRequestsLeavesTheJournalWithinItsMemoryBound) {
+    const std::string pid = std::to_string(sim.pid());
+    if (!residentBytes(pid)) GTEST_SKIP() << "no /proc/PID/statm: resident memory is not readable here";
+    zmq::context_t context;
+    zmq::socket_t dealer(context, zmq::socket_type::dealer);
+    dealer.set(zmq::sockopt::linger, 0);
+    dealer.set(zmq::sockopt::rcvtimeo, 30000);
+    dealer.connect(sim.endpoint());
+    const Value params = Value::array({std::string(40, 'x')});
+    // Sends a batch, then reads its answers, so neither side queues more than a batch; gives the
+    // last answer. Every request is the same text: the simulator does not mind the ids.
+    auto flood = [&](int requests, const std::string& method) {
+        const std::string request = jsonrpc::encodeRequest({1, method, params, nullptr});
+        std::string answer;
+        for (int sent = 0, batch = 500; sent < requests; sent += batch) {
+            batch = std::min(batch, requests - sent);
+            for (int k = 0; k < batch; ++k) {
+                dealer.send(zmq::message_t(), zmq::send_flags::sndmore);
+                dealer.send(zmq::buffer(request));
+            }
+            for (int k = 0; k < batch; ++k) {
+                std::vector<zmq::message_t> parts;
+                if (!zmq::recv_multipart(dealer, std::back_inserter(parts))) return std::string("no answer");
+                answer = parts.back().to_string();
+            }
+        }
+        return answer;
+    };
+    flood(1000, "test.flood");
+    const auto before = *residentBytes(pid);
+    flood(builtWithoutSanitizers ? 150'000 : 30'000, "test.flood");
+    auto grown = static_cast<long long>(*residentBytes(pid)) - static_cast<long long>(before);
+    if (builtWithoutSanitizers) {
+        EXPECT_LT(grown, 32ll << 20);
+    }
+
+    auto reply = jsonrpc::decodeReply(flood(1, "sim.journal"));
+    ASSERT_TRUE(reply && reply->result.is_array());
+    const Value& journal = reply->result;
+    EXPECT_GT(journal.size(), 5000u) << "the newest entries fill the bound";
+    EXPECT_LT(journal.dump().size(), 4u << 20) << journal.size() << " entries";
+    EXPECT_EQ(journal.back(), (Value{{"method", "test.flood"}, {"params", params}, {"kwargs", nullptr}}));
+    EXPECT_EQ(sim.control("sim.clear_journal"), "done");
+    EXPECT_EQ(sim.control("sim.journal"), Value::array());
+    if (!builtWithoutSanitizers) GTEST_SKIP() << "a flood of 30,000, resident size not checked under a sanitizer";
+}
+
 using SimulatorScriptsTest = SimulatorTest;
 
 TEST_F(SimulatorScriptsTest, ReplyAndErrorScriptsOverrideTheModelForTheirTimesInQueueOrder) {
@@ -114,7 +166,7 @@ TEST_F(SimulatorScriptsTest, MalformedScriptIsRejectedAndNoneOfTheBatchIsAdded) 
 
 TEST(SimulatorProcessTest, MissingBinaryOrBadOptionsFailToStart) {
     EXPECT_THROW(SimulatorProcess({}, "/nonexistent/kelvane-sim"), std::runtime_error);
-    for (std::string args : {"--dut maybe", "--fixtures 65", "--fixtures 2 --replay trace.jsonl",
+    for (std::string args : {"--dut maybe", "--fixtures 65", "--journal-mb -1", "--fixtures 2 --replay trace.jsonl",
                              "--fixtures 3 --bind tcp://127.0.1.254:0", "--fixtures 2 --bind ipc://sim"}) {
         int status = std::system(("timeout 10 " KELVANE_SIM_PATH " " + args + " 2>/dev/null").c_str());
         EXPECT_EQ(WEXITSTATUS(status), 64) << args << ": a usage error";

@@ -1,5 +1,7 @@
 // A station's sequence traced against kelvane-sim with faults injected, then replayed by
-// `kelvane-sim --replay` to a fresh session, which must see exactly what the recorded one saw.
+// `kelvane-sim --replay` to a fresh session, which must see exactly what the recorded one saw;
+// and trace files of any shape, as kelvanectl and the replay read them.
+#include "process_resources.hpp"
 #include "session_fixture.hpp"
 #include "simulator_process.hpp"
 #include "virtual_clock.hpp"
@@ -12,8 +14,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 
 namespace kelvane::testing {
 namespace {
@@ -119,6 +124,67 @@ TEST_F(TraceReplay, ARecordedCycleWithFaultsReplaysExactlyAndAChangedOneIsReport
               Value::array({{{"method", std::string(m::setFanSpeed)}, {"params", Value::array({2, 900})}}}));
     EXPECT_THAT(report["never_asked"], Contains(Value{{"method", std::string(m::fixtureIn)}, {"params", Value::array()}}));
     EXPECT_LT(report["replayed"].get<std::size_t>(), lines);
+}
+
+struct Ran {
+    int status = -1;
+    std::string out, err;
+};
+
+// A shell command line, its standard output and error kept in `folder`.
+Ran run(const std::string& command, const std::filesystem::path& folder) {
+    auto out = folder / "out", err = folder / "err";
+    int status = std::system((command + " >" + out.string() + " 2>" + err.string()).c_str());
+    auto text = [](const std::filesystem::path& path) {
+        std::ostringstream all;
+        all << std::ifstream(path).rdbuf();
+        return all.str();
+    };
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text(out), text(err)};
+}
+
+// A line of 200 MiB between valid ones cost a reading all its memory, or silently ended it.
+// Now both tools read such a file under a 256 MiB address-space limit: kelvanectl skips the line,
+// reports it and counts every call; the replay refuses the file, naming the line. Under the
+// sanitizers, whose shadow memory takes terabytes of address space, they run without the limit.
+TEST(TraceFiles, ALineOfAnyLengthIsReportedInBoundedMemoryAndAReadErrorIsAnError) {
+    TemporaryDirectory root;
+    const auto trace = root.path() / "long-line.trace";
+    {
+        std::ofstream file(trace);
+        const std::string mebibyte(1 << 20, 'x');
+        for (int k = 1; k <= 96; ++k) {
+            file << R"({"time":"2026-11-23T00:03:23.483Z","method":"server.mode","params":[],)"
+                 << R"("outcome":"result","result":"normal","ms":)" << k << "}\n";
+            if (k != 48) continue;
+            for (int part = 0; part < 200; ++part) file << mebibyte;
+            file << "\n";
+        }
+    }
+    const std::string limit = builtWithoutSanitizers ? "ulimit -v 262144 && " : "";
+    const std::string kelvanectl = limit + KELVANECTL_PATH " trace " + trace.string();
+
+    Ran stats = run(kelvanectl + " --stats", root.path());
+    EXPECT_EQ(stats.status, 0) << stats.err;
+    EXPECT_THAT(stats.err, ::testing::HasSubstr("long-line.trace:49: longer than 4 MiB, skipped"));
+    // Calls, errors, time-outs, p50 exact, p90 (87) and p99 (96) within 2 %, max.
+    EXPECT_THAT(stats.out, ::testing::ContainsRegex("\nserver\\.mode +96 +0 +0 +48\\.0 +8[5-8]\\.[0-9] +9[4-7]\\.[0-9] "
+                                                    "+96\\.0\n1 line is not a trace line\n$"));
+
+    Ran timeline = run(kelvanectl, root.path());
+    EXPECT_EQ(timeline.status, 0) << timeline.err;
+    EXPECT_EQ(std::count(timeline.out.begin(), timeline.out.end(), '\n'), 97) << "every call, and the note";
+
+    Ran replay = run(limit + "timeout 60 " KELVANE_SIM_PATH " --bind tcp://127.0.0.1:0 --quiet --replay " +
+                         trace.string(), root.path());
+    EXPECT_EQ(replay.status, 1);
+    EXPECT_THAT(replay.err, ::testing::HasSubstr("long-line.trace:49: not a trace line: longer than 4 MiB"));
+    std::filesystem::remove(trace);
+
+    Ran folder = run(KELVANECTL_PATH " trace " + root.path().string(), root.path());
+    EXPECT_EQ(folder.status, 1) << "a read error is not the end of an empty file";
+    EXPECT_THAT(folder.err, ::testing::HasSubstr("reading " + root.path().string() + " failed after line 0: "));
+    if (!builtWithoutSanitizers) GTEST_SKIP() << "ran without the address-space limit under a sanitizer";
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
-// What this process holds right now: resident memory, threads, open descriptors. Read from
-// /proc where the system has it; nothing (std::nullopt) elsewhere, so callers can skip visibly.
+// What this process (or a child) holds right now: resident memory, threads, open descriptors.
+// Read from /proc where the system has it; nothing (std::nullopt) elsewhere, so callers can skip
+// visibly.
 #pragma once
 
 #include <cstddef>
@@ -13,21 +14,36 @@
 
 namespace kelvane::testing {
 
-// Whether resident size tells what the code holds: under ThreadSanitizer it also counts the
-// sanitizer's shadow of every page touched, several times the memory itself.
 #if defined(__has_feature)
 #if __has_feature(thread_sanitizer)
 #define KELVANE_TEST_UNDER_TSAN
 #endif
+#if __has_feature(address_sanitizer)
+#define KELVANE_TEST_UNDER_ASAN
 #endif
+#endif
+
+// Whether resident size tells what the code holds: under ThreadSanitizer it also counts the
+// sanitizer's shadow of every page touched, several times the memory itself.
 #if defined(__SANITIZE_THREAD__) || defined(KELVANE_TEST_UNDER_TSAN)
 inline constexpr bool residentSizeIsMeaningful = false;
 #else
 inline constexpr bool residentSizeIsMeaningful = true;
 #endif
 
-inline std::optional<std::size_t> residentBytes() {
-    std::ifstream statm("/proc/self/statm");
+// Whether this build's processes (the tools are built alike) run as a station's do: no sanitizer
+// that reserves terabytes of address space for its shadow memory, keeps 256 MiB of freed memory
+// in quarantine (AddressSanitizer), or makes a request cost several times as much.
+inline constexpr bool builtWithoutSanitizers = residentSizeIsMeaningful &&
+#if defined(__SANITIZE_ADDRESS__) || defined(KELVANE_TEST_UNDER_ASAN)
+                                                 false;
+#else
+                                                 true;
+#endif
+
+// Of this process, or of the process `pid`.
+inline std::optional<std::size_t> residentBytes(const std::string& pid = "self") {
+    std::ifstream statm("/proc/" + pid + "/statm");
     std::size_t totalPages = 0, residentPages = 0;
     if (!(statm >> totalPages >> residentPages)) return std::nullopt;
     return residentPages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));

@@ -38,6 +38,7 @@ public:
     std::string address(int fixture = 1) const { return fixtures_.at(fixture - 1).address; }
     std::string endpoint(int fixture = 1) const;  // "tcp://<address>:<port>"
     int fixtureCount() const { return static_cast<int>(fixtures_.size()); }
+    pid_t pid() const { return pid_; }
 
     // A call to fixture 1 (or `fixture`) through a client of its own; without an error slot, an
     // error fails the test.

@@ -45,9 +45,10 @@ std::optional<std::pair<Frames, std::string>> splitMessage(std::vector<zmq::mess
 }  // namespace
 
 FixtureServer::FixtureServer(zmq::context_t& context, const std::string& endpoint, SimulatedFixture fixture,
-                             std::string logLabel, bool quiet, std::optional<ReplaySettings> replay)
+                             std::string logLabel, bool quiet, std::size_t journalLimitBytes,
+                             std::optional<ReplaySettings> replay)
     : fixture_(std::move(fixture)), logLabel_(std::move(logLabel)), quiet_(quiet), replay_(std::move(replay)),
-      router_(context, zmq::socket_type::router) {
+      journal_(journalLimitBytes), router_(context, zmq::socket_type::router) {
     router_.set(zmq::sockopt::linger, 0);
     router_.set(zmq::sockopt::maxmsgsize, largestRequestBytes);
     router_.bind(endpoint);
@@ -79,7 +80,7 @@ void FixtureServer::handle(const Frames& envelope, std::string_view text) {
         return;
     }
     const auto& request = std::get<jsonrpc::Request>(read);
-    log(request.method + " " + shortened(jsonrpc::toJson(request.params)));
+    if (!quiet_) log(request.method + " " + shortened(jsonrpc::toJson(request.params)));
     if (ControlSurface::handles(request.method)) {
         reply(envelope, encodeOutcome(request.id, control(request)));
         return;

@@ -10,6 +10,8 @@
 #include "server.hpp"
 #include "simulated_fixture.hpp"
 
+#include <guarded_main.hpp>
+
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -79,15 +81,15 @@ std::optional<kelvane::sim::ReplaySettings> replaySettings(const kelvane::sim::O
 
 int main(int argc, char** argv) {
     using namespace kelvane::sim;
-    int exitCode = 0;
-    auto options = parseOptions(argc, argv, exitCode);
-    if (!options) return exitCode;
-    installSignalHandlers();
-    raiseDescriptorLimit();
     try {
+        int exitCode = 0;
+        auto options = parseOptions(argc, argv, exitCode);
+        if (!options) return exitCode;
+        installSignalHandlers();
+        raiseDescriptorLimit();
         const auto& endpoints = options->endpoints;
-        Server server(options->quiet);
-        auto replay = replaySettings(*options);
+        auto replay = replaySettings(*options);  // before anything is bound
+        Server server(options->quiet, options->journalLimitBytes);
         for (std::size_t k = 1; k <= endpoints.size(); ++k) {
             WorldSettings world = options->world;
             world.seed += static_cast<std::uint32_t>(k - 1);
@@ -122,9 +124,8 @@ int main(int argc, char** argv) {
         server.run([&] { return stopSignalled != 0 || replayDone(); },
                    options->replayExit ? replayExitCheck : std::chrono::seconds(1));
         if (book) std::cout << book->reportText() << std::flush;
-    } catch (const std::exception& error) {
-        std::cerr << "kelvane-sim: " << error.what() << "\n";
-        return 1;
+    } catch (...) {
+        return kelvane::tools::reportFailure("kelvane-sim");
     }
     return 0;
 }

@@ -15,6 +15,8 @@ namespace {
 
 // The most fixtures one simulator serves.
 constexpr int mostFixtures = 64;
+// The largest journal a fixture may be given, in MiB.
+constexpr int largestJournalMb = 1024;
 
 void addReplayOptions(CLI::App& app, Options& options) {
     auto* replay = app.add_option("--replay", options.replayFile,
@@ -66,6 +68,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     Options options;
     int travelMs = static_cast<int>(options.world.travel.count());
     int liftMs = static_cast<int>(options.world.lift.count());
+    int journalMb = static_cast<int>(options.journalLimitBytes >> 20);
     std::string dut = "present";
     std::string bind;
     int fixtures = 1;
@@ -89,6 +92,11 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
         ->check(CLI::Range(0, 16));
     app.add_option("--seed", options.world.seed, "Seed of the TEC sensors' noise; fixture k uses S+k-1 (default 1)");
     app.add_flag("--quiet", options.quiet, "Log nothing on stderr");
+    app.add_option("--journal-mb", journalMb,
+                   "Memory each fixture's journal of requests may hold, in MiB; the oldest entries go first "
+                   "(0 to " + std::to_string(largestJournalMb) + ", default " + std::to_string(journalMb) +
+                       "; 0 keeps the newest only)")
+        ->check(CLI::Range(0, largestJournalMb));
     app.set_version_flag("--version", "kelvane-sim (libKelvane) " KELVANE_VERSION_STRING);
     addReplayOptions(app, options);
     app.add_option_function<std::string>(
@@ -112,6 +120,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     options.world.travel = std::chrono::milliseconds(travelMs);
     options.world.lift = std::chrono::milliseconds(liftMs);
     options.world.dutPresent = dut == "present";
+    options.journalLimitBytes = static_cast<std::size_t>(journalMb) << 20;
     return options;
 }
 

@@ -1,8 +1,10 @@
 // The simulator's command line.
 #pragma once
 
+#include "journal.hpp"
 #include "models.hpp"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,6 +23,7 @@ struct Options {
     // Fixture k's TEC noise is seeded with world.seed + k - 1, so fixtures do not read alike.
     WorldSettings world;
     bool quiet = false;
+    std::size_t journalLimitBytes = Journal::defaultLimitBytes;  // per fixture
     // Answer from this trace file (docs/trace.md) rather than from the model.
     std::string replayFile;
     bool replayRecordedTiming = false;

@@ -1,7 +1,8 @@
 #include "replay_book.hpp"
 
+#include <bounded_lines.hpp>
+
 #include <algorithm>
-#include <fstream>
 
 namespace kelvane::sim {
 namespace {
@@ -39,13 +40,22 @@ std::variant<std::optional<ReplayedAnswer>, std::string> answerOf(const Value& l
 }  // namespace
 
 std::variant<ReplayBook, std::string> ReplayBook::load(const std::string& path) {
-    std::ifstream file(path);
-    if (!file) return "cannot open " + path;
+    using Read = tools::BoundedLines::Read;
+    tools::BoundedLines lines(path);
+    if (!lines.isOpen()) return "cannot open " + path + ": " + lines.problem();
     ReplayBook book;
-    std::string text;
-    for (int number = 1; std::getline(file, text); ++number) {
+    for (Read read; (read = lines.next()) != Read::end;) {
+        if (read == Read::failed) {
+            return "reading " + path + " failed after line " + std::to_string(lines.number()) + ": " +
+                   lines.problem();
+        }
+        auto where = path + ":" + std::to_string(lines.number()) + ": ";
+        if (read == Read::tooLong) {
+            return where + "not a trace line: longer than " + std::to_string(tools::longestTraceLine >> 20) +
+                   " MiB";
+        }
+        const std::string& text = lines.line();
         if (text.empty()) continue;
-        auto where = path + ":" + std::to_string(number) + ": ";
         Value line = Value::parse(text, nullptr, false);
         if (line.is_discarded() || !line.is_object() || !line.contains("method") ||
             !line["method"].is_string()) {

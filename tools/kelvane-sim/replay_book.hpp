@@ -24,8 +24,9 @@ struct ReplayedAnswer {
 
 class ReplayBook {
 public:
-    // The exchanges of a trace file, or why it cannot be read. Calls the client refused itself
-    // ("closed") never reached a controller and are left out.
+    // The exchanges of a trace file, or why it cannot be read: the first line that is not a
+    // trace line (a line longer than the trace lines' bound is not one), or a read error. Calls
+    // the client refused itself ("closed") never reached a controller and are left out.
     static std::variant<ReplayBook, std::string> load(const std::string& path);
 
     // The recorded answer to this request, or nothing when the trace holds no exchange with its

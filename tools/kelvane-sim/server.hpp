@@ -21,7 +21,8 @@ namespace kelvane::sim {
 
 class Server {
 public:
-    explicit Server(bool quiet) : quiet_(quiet) {}
+    // Each fixture's journal holds at most `journalLimitBytes`.
+    Server(bool quiet, std::size_t journalLimitBytes) : quiet_(quiet), journalLimitBytes_(journalLimitBytes) {}
 
     // Before run(): adds a fixture listening at `endpoint`, its log lines starting with
     // `logLabel`. Throws std::runtime_error naming the endpoint when it cannot be bound.
@@ -68,6 +69,7 @@ private:
     void lookAgainDue(FixtureServer::Clock::time_point now);
 
     const bool quiet_;
+    const std::size_t journalLimitBytes_;
     zmq::context_t context_{1};  // outlives the fixtures' sockets
     std::vector<std::unique_ptr<FixtureServer>> fixtures_;
     TaskQueue tasks_;

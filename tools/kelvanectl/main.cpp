@@ -10,6 +10,8 @@
 #include "station.hpp"
 #include "trace_reading.hpp"
 
+#include <bounded_lines.hpp>
+#include <guarded_main.hpp>
 #include <kelvane/kelvane.h>
 #include <kelvane/version.h>
 
@@ -17,9 +19,9 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <iostream>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -30,7 +32,8 @@ namespace {
 constexpr const char* helpFooter =
     "LEDs have no C interface and cannot be driven from here.\n"
     "Exit status: 0 done (also a watch ended with Ctrl-C), 1 the fixture refused or gave no\n"
-    "reply, 2 the controller cannot be reached, 64 usage error. Several --ip, or a range such as\n"
+    "reply (or a trace file could not be read to its end, or anything unforeseen failed), 2 the\n"
+    "controller cannot be reached, 64 usage error. Several --ip, or a range such as\n"
     "--ip 127.0.1.1-48, run a fixture command on every fixture at once: one line each, in address\n"
     "order, and the worst exit status of all (2, else 1, else 0). The library's own step-by-step\n"
     "log is shown with --log; --trace FILE records every controller call of the command\n"
@@ -182,7 +185,11 @@ std::string watchPeriodCheck(const std::string& text) {
 void addTecCommand(CLI::App& app, Arguments& arguments, Action& chosen) {
     DeviceCommand command = tecCommand(arguments);
     CLI::App* tec = app.add_subcommand(command.name, command.description);
-    tec->add_option("slot", arguments.tecSlot, "Slot number, from 1")->required();
+    // The library asks the controller about any slot; below 1 is a typing error, not worth the
+    // five answer periods a controller takes to say nothing.
+    tec->add_option("slot", arguments.tecSlot, "Slot number, from 1")
+        ->required()
+        ->check(CLI::Range(1, std::numeric_limits<int>::max()));
     CLI::Option* watch =
         tec->add_option("--watch", arguments.watchSeconds,
                         "Read again every SECONDS until Ctrl-C, one line per reading")
@@ -217,15 +224,32 @@ Report checkFloat(const std::string& text) {
     return {"is-float", succeeded(pure), stopwatch.seconds()};
 }
 
-// Prints the trace's timeline, or its figures per method.
+// Prints the trace's timeline as it is read, or its figures per method at the end. A line
+// longer than the bound is reported and skipped; a read error ends it with status 1.
 int readTraceFile(const std::string& path, bool stats) {
-    std::ifstream file(path);
-    if (!file) {
-        std::cerr << "kelvanectl: cannot read " << path << "\n";
+    kelvane::tools::BoundedLines lines(path);
+    if (!lines.isOpen()) {
+        std::cerr << "kelvanectl: cannot read " << path << ": " << lines.problem() << "\n";
         return exitUsage;
     }
-    Trace trace = readTrace(file);
-    std::cout << (stats ? statistics(trace) : timeline(trace));
+    MethodStatistics statistics;
+    auto reading = readTrace(
+        lines,
+        [&](const TracedCall& call) {
+            if (stats) statistics.add(call);
+            else std::cout << timelineLine(call);
+        },
+        [&](std::size_t lineNumber) {
+            std::cerr << "kelvanectl: " << path << ":" << lineNumber << ": longer than "
+                      << (kelvane::tools::longestTraceLine >> 20) << " MiB, skipped\n";
+        });
+    if (stats) std::cout << statistics.table();
+    std::cout << notTraceLinesNote(reading) << std::flush;
+    if (!reading.readToTheEnd) {
+        std::cerr << "kelvanectl: reading " << path << " failed after line " << lines.number() << ": "
+                  << lines.problem() << "\n";
+        return kelvane::tools::exitFailed;
+    }
     return exitOk;
 }
 
@@ -342,4 +366,10 @@ int run(int argc, char** argv) {
 }  // namespace
 }  // namespace kelvanectl
 
-int main(int argc, char** argv) { return kelvanectl::run(argc, argv); }
+int main(int argc, char** argv) {
+    try {
+        return kelvanectl::run(argc, argv);
+    } catch (...) {
+        return kelvane::tools::reportFailure("kelvanectl");
+    }
+}

@@ -1,6 +1,7 @@
 #include "station.hpp"
 
 #include <algorithm>
+#include <exception>
 #include <system_error>
 #include <thread>
 
@@ -9,9 +10,14 @@ namespace kelvanectl {
 std::vector<Report> onEveryFixture(const std::vector<std::string>& addresses,
                                    const std::function<Report(const std::string&)>& onFixture) {
     std::vector<Report> reports(addresses.size());
+    std::vector<std::exception_ptr> failures(addresses.size());  // what escaped a fixture's thread
     auto runOn = [&](std::size_t i) {
-        reports[i] = onFixture(addresses[i]);
-        reports[i].fixture = addresses[i];
+        try {
+            reports[i] = onFixture(addresses[i]);
+            reports[i].fixture = addresses[i];
+        } catch (...) {
+            failures[i] = std::current_exception();
+        }
     };
     std::vector<std::thread> threads;
     threads.reserve(addresses.size());
@@ -23,6 +29,9 @@ std::vector<Report> onEveryFixture(const std::vector<std::string>& addresses,
         }
     }
     for (auto& thread : threads) thread.join();
+    for (const auto& failure : failures) {
+        if (failure) std::rethrow_exception(failure);
+    }
     return reports;
 }
 

@@ -12,7 +12,7 @@
 namespace kelvanectl {
 
 // Runs `onFixture` for every address at once and returns its reports in the order of
-// `addresses`, each carrying its address.
+// `addresses`, each carrying its address. What one of them throws is thrown here once all ended.
 std::vector<Report> onEveryFixture(const std::vector<std::string>& addresses,
                                    const std::function<Report(const std::string&)>& onFixture);
 

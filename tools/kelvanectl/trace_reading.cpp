@@ -2,10 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
-#include <cmath>
 #include <cstdio>
-#include <map>
+#include <optional>
 
 namespace kelvanectl {
 namespace {
@@ -43,10 +41,15 @@ TracedCall callOf(const nlohmann::json& line) {
     return call;
 }
 
-// The nearest-rank percentile of sorted durations.
-double percentile(const std::vector<double>& sorted, double fraction) {
-    auto rank = static_cast<std::size_t>(std::ceil(fraction * static_cast<double>(sorted.size())));
-    return sorted[std::clamp<std::size_t>(rank, 1, sorted.size()) - 1];
+// The call a line records, if it is a trace line.
+std::optional<TracedCall> callIn(const std::string& text) {
+    auto line = nlohmann::json::parse(text, nullptr, false);
+    if (!line.is_object()) return std::nullopt;
+    try {
+        return callOf(line);
+    } catch (const nlohmann::json::exception&) {
+        return std::nullopt;
+    }
 }
 
 std::string format(const char* pattern, auto... values) {
@@ -55,59 +58,66 @@ std::string format(const char* pattern, auto... values) {
     return text;
 }
 
+// Figures are kept for this many methods; the calls of any others (a file of made-up names)
+// share one row, so the figures cost the same whatever the file holds.
+constexpr std::size_t mostMethods = 1000;
+constexpr const char* otherMethods = "(other methods)";
+constexpr std::size_t longestMethodKey = 100;
+
 }  // namespace
 
-Trace readTrace(std::istream& input) {
-    Trace trace;
-    std::string text;
-    while (std::getline(input, text)) {
-        if (text.empty()) continue;
-        auto line = nlohmann::json::parse(text, nullptr, false);
-        try {
-            if (!line.is_object()) throw std::invalid_argument("not an object");
-            trace.calls.push_back(callOf(line));
-        } catch (const std::exception&) {
-            ++trace.unreadableLines;
+TraceReading readTrace(kelvane::tools::BoundedLines& lines,
+                       const std::function<void(const TracedCall&)>& onCall,
+                       const std::function<void(std::size_t lineNumber)>& onTooLong) {
+    using Read = kelvane::tools::BoundedLines::Read;
+    TraceReading reading;
+    for (Read read; (read = lines.next()) != Read::end;) {
+        if (read == Read::failed) {
+            reading.readToTheEnd = false;
+            break;
         }
+        if (read == Read::tooLong) {
+            ++reading.notTraceLines;
+            onTooLong(lines.number());
+            continue;
+        }
+        if (lines.line().empty()) continue;
+        if (auto call = callIn(lines.line())) onCall(*call);
+        else ++reading.notTraceLines;
     }
-    return trace;
+    return reading;
 }
 
-std::string timeline(const Trace& trace) {
-    std::string text;
-    for (const auto& call : trace.calls) {
-        text += format("%-24s %-28s %-40s %-13s %9.1f ms", call.time.c_str(), call.method.c_str(),
-                       call.params.c_str(), call.outcome.c_str(), call.milliseconds);
-        if (!call.detail.empty()) text += "  " + call.detail;
-        text += '\n';
-    }
-    if (trace.unreadableLines > 0) {
-        text += std::to_string(trace.unreadableLines) + " lines are not trace lines\n";
-    }
-    return text;
+std::string timelineLine(const TracedCall& call) {
+    std::string text = format("%-24s %-28s %-40s %-13s %9.1f ms", call.time.c_str(), call.method.c_str(),
+                              call.params.c_str(), call.outcome.c_str(), call.milliseconds);
+    if (!call.detail.empty()) text += "  " + call.detail;
+    return text + '\n';
 }
 
-std::string statistics(const Trace& trace) {
-    struct Figures {
-        std::vector<double> durations;
-        int errors = 0;
-        int timeouts = 0;
-    };
-    std::map<std::string, Figures> byMethod;
-    for (const auto& call : trace.calls) {
-        auto& figures = byMethod[call.method];
-        figures.durations.push_back(call.milliseconds);
-        if (call.outcome == "timeout") ++figures.timeouts;
-        else if (call.outcome != "result") ++figures.errors;
-    }
+std::string notTraceLinesNote(const TraceReading& reading) {
+    if (reading.notTraceLines == 0) return {};
+    if (reading.notTraceLines == 1) return "1 line is not a trace line\n";
+    return std::to_string(reading.notTraceLines) + " lines are not trace lines\n";
+}
+
+void MethodStatistics::add(const TracedCall& call) {
+    std::string key = shortened(call.method, longestMethodKey);
+    if (byMethod_.size() >= mostMethods && !byMethod_.contains(key)) key = otherMethods;
+    auto& figures = byMethod_[key];
+    figures.durations.add(call.milliseconds);
+    if (call.outcome == "timeout") ++figures.timeouts;
+    else if (call.outcome != "result") ++figures.errors;
+}
+
+std::string MethodStatistics::table() const {
     std::string text = format("%-28s %7s %7s %8s %9s %9s %9s %9s\n", "method", "calls", "errors",
                               "timeouts", "p50 ms", "p90 ms", "p99 ms", "max ms");
-    for (auto& [method, figures] : byMethod) {
-        auto& sorted = figures.durations;
-        std::sort(sorted.begin(), sorted.end());
-        text += format("%-28s %7zu %7d %8d %9.1f %9.1f %9.1f %9.1f\n", method.c_str(),
-                       sorted.size(), figures.errors, figures.timeouts, percentile(sorted, 0.5),
-                       percentile(sorted, 0.9), percentile(sorted, 0.99), sorted.back());
+    for (const auto& [method, figures] : byMethod_) {
+        const auto& durations = figures.durations;
+        text += format("%-28s %7zu %7zu %8zu %9.1f %9.1f %9.1f %9.1f\n", method.c_str(), durations.count(),
+                       figures.errors, figures.timeouts, durations.percentile(0.5), durations.percentile(0.9),
+                       durations.percentile(0.99), durations.largest());
     }
     return text;
 }

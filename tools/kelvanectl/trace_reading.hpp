@@ -1,10 +1,16 @@
 // Reading a trace file that the library wrote (KELVANE_TRACE): a timeline a person can follow,
-// or per-method figures. kelvanectl trace FILE [--stats].
+// or per-method figures. kelvanectl trace FILE [--stats]. Calls are shown or counted as they are
+// read, so a file of any size is read in constant memory.
 #pragma once
 
-#include <istream>
+#include "duration_histogram.hpp"
+
+#include <bounded_lines.hpp>
+
+#include <cstddef>
+#include <functional>
+#include <map>
 #include <string>
-#include <vector>
 
 namespace kelvanectl {
 
@@ -17,17 +23,40 @@ struct TracedCall {
     double milliseconds = 0;
 };
 
-struct Trace {
-    std::vector<TracedCall> calls;
-    std::size_t unreadableLines = 0;
+// What a reading met besides calls.
+struct TraceReading {
+    std::size_t notTraceLines = 0;  // lines longer than the bound included
+    bool readToTheEnd = true;       // false: a read error stopped it (the lines' problem() says which)
 };
 
-Trace readTrace(std::istream& input);
+// Hands each call of `lines` to `onCall`, in order, and the number of each line longer than the
+// bound to `onTooLong`; both go on to the file's end.
+TraceReading readTrace(kelvane::tools::BoundedLines& lines,
+                       const std::function<void(const TracedCall&)>& onCall,
+                       const std::function<void(std::size_t lineNumber)>& onTooLong);
 
-// One line per call: time, method, params, outcome, milliseconds.
-std::string timeline(const Trace& trace);
-// One line per method: calls, errors (every failure but a timeout), timeouts, and the p50, p90,
-// p99 and largest duration in ms.
-std::string statistics(const Trace& trace);
+// The call's line of the timeline: time, method, params, outcome, milliseconds, and the result
+// or the error.
+std::string timelineLine(const TracedCall& call);
+
+// "N lines are not trace lines", or nothing when every line was one.
+std::string notTraceLinesNote(const TraceReading& reading);
+
+// The figures of the calls added, by method.
+class MethodStatistics {
+public:
+    void add(const TracedCall& call);
+    // One line per method: calls, errors (every failure but a timeout), timeouts, and the p50,
+    // p90, p99 and largest duration in ms.
+    std::string table() const;
+
+private:
+    struct Figures {
+        DurationHistogram durations;
+        std::size_t errors = 0;
+        std::size_t timeouts = 0;
+    };
+    std::map<std::string, Figures> byMethod_;
+};
 
 }  // namespace kelvanectl
