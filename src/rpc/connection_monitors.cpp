@@ -53,10 +53,16 @@ void ConnectionMonitors::add(void* socket, int events, Listener& listener) {
     std::unique_lock lock(mutex_);
     auto endpoint = "inproc://kelvane-rpc-monitor-" + std::to_string(++endpointsMade_);
     if (zmq_socket_monitor(socket, endpoint.c_str(), events) != 0) throw zmq::error_t();
-    zmq::socket_t monitor(context_, zmq::socket_type::pair);
-    monitor.set(zmq::sockopt::linger, 0);
-    monitor.connect(endpoint);
-    watched_.push_back({socket, &listener, std::move(monitor), false, std::nullopt});
+    try {
+        zmq::socket_t monitor(context_, zmq::socket_type::pair);
+        monitor.set(zmq::sockopt::linger, 0);
+        monitor.set(zmq::sockopt::rcvhwm, 0);  // no limit, so ZeroMQ's sends to it never wait
+        monitor.connect(endpoint);
+        watched_.push_back({socket, &listener, std::move(monitor), Stage::watching, std::nullopt});
+    } catch (...) {
+        zmq_socket_monitor(socket, nullptr, 0);
+        throw;
+    }
     lock.unlock();
     wake_.signal();
 }
@@ -66,63 +72,69 @@ void ConnectionMonitors::remove(Listener& listener) {
     auto isListener = [&](const Watched& watched) { return watched.listener == &listener; };
     auto found = std::find_if(watched_.begin(), watched_.end(), isListener);
     if (found == watched_.end()) return;
-    void* socket = found->socket;
-    found->leaving = true;
-    wake_.signal();
-    dropped_.wait(lock, [&] {
-        return stopping_ || std::none_of(watched_.begin(), watched_.end(), isListener);
-    });
+    // Once the thread has looked, no reaction runs: the socket is its owner's alone again.
+    advance(lock, *found, Stage::leaving);
     lock.unlock();
-    zmq_socket_monitor(socket, nullptr, 0);
+    // The thread still reads the monitor, so an event ZeroMQ is sending meanwhile gets through
+    // and the stop gets the socket's monitor lock. (Stopping sends no event of its own: the
+    // events watched leave out ZMQ_EVENT_MONITOR_STOPPED.)
+    zmq_socket_monitor(found->socket, nullptr, 0);
+    lock.lock();
+    advance(lock, *found, Stage::stopped);
+}
+
+void ConnectionMonitors::advance(std::unique_lock<std::mutex>& lock, Watched& watched, Stage stage) {
+    watched.stage = stage;
+    auto looksBefore = looks_;
+    wake_.signal();
+    looked_.wait(lock, [&] { return looks_ != looksBefore; });
 }
 
 void ConnectionMonitors::run() {
-    std::vector<Watched*> polled;
+    std::vector<Polled> polled;
     std::vector<zmq_pollitem_t> items;
     while (true) {
         {
             std::lock_guard lock(mutex_);
             if (stopping_) break;
-            dropLeaving();
+            dropStopped();
             polled.clear();
-            for (auto& watched : watched_) polled.push_back(&watched);
+            for (auto& watched : watched_) polled.push_back({&watched, watched.stage == Stage::watching});
+            ++looks_;
+            looked_.notify_all();
         }
         items.assign({{nullptr, wake_.readEnd(), ZMQ_POLLIN, 0}});
         std::optional<Deadline> nextDue;
-        for (auto* watched : polled) {
+        for (auto [watched, listening] : polled) {
             items.push_back({watched->monitor.handle(), 0, ZMQ_POLLIN, 0});
-            if (watched->due) nextDue = std::min(nextDue.value_or(*watched->due), *watched->due);
+            auto due = listening ? watched->due : std::nullopt;
+            if (due) nextDue = std::min(nextDue.value_or(*due), *due);
         }
         // A failed poll (a signal) only makes the loop look again.
         int ready = zmq_poll(items.data(), static_cast<int>(items.size()), millisecondsUntil(nextDue));
         if (ready > 0 && (items[0].revents & ZMQ_POLLIN)) wake_.drain();
         for (std::size_t i = 0; i < polled.size(); ++i) {
-            if (ready > 0 && (items[i + 1].revents & ZMQ_POLLIN)) handleEvents(*polled[i]);
-            auto& due = polled[i]->due;
-            if (due && SteadyClock::now() >= *due) {
+            auto [watched, listening] = polled[i];
+            if (ready > 0 && (items[i + 1].revents & ZMQ_POLLIN)) handleEvents(*watched, listening);
+            auto& due = watched->due;
+            if (listening && due && SteadyClock::now() >= *due) {
                 try {
-                    due = polled[i]->listener->onDue();
+                    due = watched->listener->onDue();
                 } catch (...) {
                     due.reset();  // out of memory: the client goes without this reconnect
                 }
             }
         }
     }
-    // Stopping: the sockets go with the list; their clients are gone or never ask again.
-    std::lock_guard lock(mutex_);
-    watched_.clear();
-    dropped_.notify_all();
 }
 
-// Under the mutex. The monitor sockets are the thread's, so it closes them itself.
-void ConnectionMonitors::dropLeaving() {
-    auto before = watched_.size();
-    watched_.remove_if([](const Watched& watched) { return watched.leaving; });
-    if (watched_.size() != before) dropped_.notify_all();
+// Under the mutex. The readers are the thread's, so it closes them itself.
+void ConnectionMonitors::dropStopped() {
+    watched_.remove_if([](const Watched& watched) { return watched.stage == Stage::stopped; });
 }
 
-// Reads every event waiting on one monitor and hands each to its listener.
-void ConnectionMonitors::handleEvents(Watched& watched) {
+// Reads every event waiting on one monitor and hands each to its listener, if it still listens.
+void ConnectionMonitors::handleEvents(Watched& watched, bool listening) {
     try {
         while (true) {
             std::vector<zmq::message_t> parts;
@@ -130,7 +142,8 @@ void ConnectionMonitors::handleEvents(Watched& watched) {
                                      zmq::recv_flags::dontwait)) {
                 return;
             }
-            if (auto event = eventOf(parts)) watched.due = watched.listener->onEvent(*event);
+            auto event = eventOf(parts);
+            if (event && listening) watched.due = watched.listener->onEvent(*event);
         }
     } catch (...) {
         // A monitor that fails to read, or a reaction out of memory: the next event is read anew.

@@ -109,6 +109,7 @@ void SimulatorProcess::stop() {
     for (auto& fixture : fixtures_) fixture.controlClient.reset();
     if (pid_ <= 0) return;
     ::kill(pid_, SIGTERM);
+    ::kill(pid_, SIGCONT);  // a paused simulator ends too
     for (auto deadline = Clock::now() + stopGrace; Clock::now() < deadline;) {
         if (::waitpid(pid_, nullptr, WNOHANG) != 0) return void(pid_ = -1);  // gone, or not ours
         std::this_thread::sleep_for(milliseconds(10));
@@ -122,6 +123,14 @@ void SimulatorProcess::kill() {
     ::kill(pid_, SIGKILL);
     ::waitpid(pid_, nullptr, 0);
     pid_ = -1;
+}
+
+void SimulatorProcess::pause() {
+    if (pid_ > 0) ::kill(pid_, SIGSTOP);
+}
+
+void SimulatorProcess::resume() {
+    if (pid_ > 0) ::kill(pid_, SIGCONT);
 }
 
 void SimulatorProcess::restart() {

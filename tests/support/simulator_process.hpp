@@ -51,6 +51,10 @@ public:
 
     // SIGKILL: the controller vanishes without closing its connections.
     void kill();
+    // SIGSTOP: the controller keeps its port and connections but answers nothing, not even
+    // ZeroMQ's handshake; resume() (SIGCONT) lets it go on.
+    void pause();
+    void resume();
     // Starts a fresh simulator on the same port (after kill(), or replacing a running one); one
     // fixture only, as a station's fixtures each took a port of their own.
     void restart();
