@@ -145,6 +145,8 @@ public:
 
     // Station info file, fixture log and board EEPROM
     std::string GetZtJsonInfo(const std::string& outerKey, const std::string& innerKey);
+    // Appends the text and "\r\n" to the fixture log. A log that cannot be opened loses the
+    // line quietly; a write that fails once it is open logs "save datalogger exception !".
     void saveSamplelog(const std::string& text);
     Value getFixtureIDFromEEPROMWithTimeout(std::int64_t timeoutMs);
 

@@ -179,14 +179,28 @@ TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
                                  std::regex("2025-12-30 \\d\\d:\\d\\d:\\d\\d:5000:    running\r\n")));
     EXPECT_TRUE(fixture.log->lines().empty());
 
-    // In an existing folder, a file that cannot be opened or a write that fails is logged.
-    std::filesystem::remove(folder / "TecTemp_Fixture3_Unit2.csv");
-    std::filesystem::create_directory(folder / "TecTemp_Fixture3_Unit2.csv");
-    std::filesystem::remove(folder / "TecControlMonitor_Fixture3_Unit2.log");
-    std::filesystem::create_symlink("/dev/full", folder / "TecControlMonitor_Fixture3_Unit2.log");
-    files.appendCsv(2, "c\r\n");
-    files.appendMonitorLine(2, "running");
-    EXPECT_EQ(fixture.log->lines(), (Lines{"save TecTemplog exception !", "save TecControlMonitor exception !"}));
+    // A file that cannot be opened (a folder in its place) loses the line quietly; a write that
+    // fails once it is open (a full disk) is logged. The host's reading comes back all the same.
+    using kelvane::tec::TecFiles;
+    for (auto [name, write, message] :
+         {std::tuple{"TecTemp_Fixture3_Unit2.csv", &TecFiles::appendCsv, "save TecTemplog exception !"},
+          {"TecControlMonitor_Fixture3_Unit2.log", &TecFiles::appendMonitorLine, "save TecControlMonitor exception !"}}) {
+        std::filesystem::remove(folder / name);
+        std::filesystem::create_directory(folder / name);
+        (files.*write)(2, "c\r\n");
+        EXPECT_TRUE(fixture.log->lines().empty()) << name;
+        std::filesystem::remove(folder / name);
+        std::filesystem::create_symlink("/dev/full", folder / name);
+        (files.*write)(2, "c\r\n");
+        EXPECT_EQ(fixture.log->lines(), Lines{message});
+        fixture.log->clear();
+    }
+    auto session = fixture.connect();
+    fixture.controller->answer("can.send", Value("done"));
+    fixture.controller->answer("can.recv", Value{{"data", {4, 'O', 'K', 3}}});
+    EXPECT_TRUE(session->tecTempRecord2(2).ends_with(",0.00,0.00,0.00,0.00,0.00,0.00,(null)\r\n"));
+    const Lines lines = fixture.log->lines();
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "save TecControlMonitor exception !"), lines.end());
 
     const std::string active = "/Users/stnuser/Library/Logs/Korva/active/";
     EXPECT_EQ(kelvane::tec::monitorLogPath(Value("Fixture1"), 4),
