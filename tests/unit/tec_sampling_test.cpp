@@ -118,12 +118,16 @@ TEST_F(TecSampling, MissingAnswersAreNamedAndOnDemandReadingsAreOnlyReturned) {
     EXPECT_TRUE(log.lines().empty());
     EXPECT_TRUE(recordLines.empty());
 
+    // A reading on demand is a measurement even while the slot warms up, and counts no pass.
     answerSensors({"10.0", "25.0", "25.0", "25.0"});
     sent.clear();
     itemNames = nullptr;
+    stableFlags[1] = "NO";
+    warmUpPasses[1] = 4;
     EXPECT_EQ(afterTimeStamp(kelvane::tec::readingOnDemand(sampler, tables, 2)),
               "10.00,25.00,25.00,25.00,-35.20,1.25,(null)\r\n");
     EXPECT_EQ(sent.front(), "2081 get tec temp:1 2");
+    EXPECT_EQ(Value::array({stableFlags[1], warmUpPasses[1]}), Value::array({"NO", 4}));
     EXPECT_EQ(csv.size(), 1u);
     EXPECT_TRUE(log.lines().empty());
     EXPECT_TRUE(recordLines.empty());
@@ -145,6 +149,17 @@ TEST_F(TecSampling, WarmUpTakesElevenPassesThenMeasures) {
     EXPECT_EQ(log.lines(), expected);
     pass();
     EXPECT_EQ(csv.size(), 1u);
+
+    // A count left above 0 carries over into the next warm-up; a pass without a reply counts.
+    stableFlags[1] = "NO";
+    warmUpPasses[1] = 5;
+    answers["get tec temp:1"] = std::nullopt;
+    log.clear();
+    for (int i = 0; i < 6; ++i) pass();
+    EXPECT_EQ(stableFlags[1], "YES");
+    expected.assign(6, "Slot2 ntc1:(null)");
+    expected.push_back("Slot2 TEC temp stable");
+    EXPECT_EQ(log.lines(), expected);
 
     // Without a counter table the warm-up never ends; without a flag table it never starts.
     warmUpPasses = nullptr;
