@@ -145,6 +145,8 @@ public:
 
     // Station info file, fixture log and board EEPROM
     std::string GetZtJsonInfo(const std::string& outerKey, const std::string& innerKey);
+    // Appends the text and "\r\n" to the fixture log. A log that cannot be opened loses the
+    // line quietly; a write that fails once it is open logs "save datalogger exception !".
     void saveSamplelog(const std::string& text);
     Value getFixtureIDFromEEPROMWithTimeout(std::int64_t timeoutMs);
 
@@ -152,9 +154,10 @@ public:
     // setter replaces the whole value, under the state lock (tecRecordArr: the records' lock)
     // held for that alone: callable from any thread at any time, never waiting for a TEC pass.
 
-    // The controller board's client, set by connectWithIPAddress. An operation takes it once
-    // when it starts and uses that one to its end (a TEC pass too), so a client set meanwhile
-    // serves only later operations.
+    // The controller board's client, set by connectWithIPAddress. Each call to the controller
+    // takes the client set at that moment, so a client set during a tray move serves the move's
+    // later calls. A CAN operation, a TEC pass and an on-demand reading take it once when they
+    // start and use that one to their end.
     std::shared_ptr<RpcClient> fixtureControlClient() const;
     void fixtureControlClient(std::shared_ptr<RpcClient> client);
     // A thread of the host's: nil until the host sets one, never used by the library, which only

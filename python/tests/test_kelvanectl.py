@@ -32,6 +32,8 @@ def test_unreachable_controller_exits_2_and_text_helpers_and_bad_usage_need_none
     assert (checked["result"], checked["ok"]) == (False, True)
     for usage in [(), ("hex", ""), ("lock", "ON"), ("fan", "set", "1"), ("--port", "0", "connect"), ("tec", "0")]:
         assert kelvanectl(*usage).returncode == 64, usage
+    unknown = kelvanectl("--ip", "127.0.0.1", "tray-frobnicate")
+    assert (unknown.returncode, unknown.stderr.splitlines()[0]) == (64, "unknown command tray-frobnicate")
 
 
 def test_reports_refusals_traces_tec_readings_and_the_progress_line_against_the_simulator(simulator, tmp_path):

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <exception>
 #include <system_error>
 #include <utility>
 
@@ -19,14 +20,20 @@ bool isAscii(std::string_view text) {
 
 AppendResult appendToFile(const std::filesystem::path& path, std::string_view bytes) {
     AppendingFile file(path);
-    if (!file.isOpen()) {
-        std::error_code ignored;
-        const bool folderExists = std::filesystem::is_directory(path.parent_path(), ignored);
-        return folderExists ? AppendResult::failed : AppendResult::folderMissing;
-    }
+    if (!file.isOpen()) return AppendResult::notOpened;
     const bool written = file.write(bytes);
     const bool closed = file.close();
     return written && closed ? AppendResult::appended : AppendResult::failed;
+}
+
+void appendStationLine(const Platform& platform, std::string_view stationPath,
+                       std::string_view line, std::string_view failureLine) {
+    AppendResult result = AppendResult::failed;
+    try {
+        result = appendToFile(platform.resolve(stationPath), isAscii(line) ? line : "");
+    } catch (const std::exception&) {
+    }
+    if (result == AppendResult::failed) platform.log->write(failureLine);
 }
 
 AppendingFile::AppendingFile(const std::filesystem::path& path) {

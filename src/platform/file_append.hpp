@@ -1,6 +1,8 @@
 // Appending lines to the station's text files.
 #pragma once
 
+#include <kelvane/Platform.hpp>
+
 #include <cstdint>
 #include <filesystem>
 #include <string_view>
@@ -13,13 +15,21 @@ bool isAscii(std::string_view text);
 
 enum class AppendResult {
     appended,
-    folderMissing,  // the file's folder does not exist: the station has no such slot folder
-    failed,         // open, write or close failed in an existing folder (disk full, I/O error)
+    notOpened,  // no file to open: its folder is missing, a folder stands in its place, or no
+                // permission
+    failed,     // the file was open, but the write or the close failed (full disk, I/O error)
 };
 
 // Creates the file when it is missing (never its folder), appends the bytes at its end and
 // closes it.
 AppendResult appendToFile(const std::filesystem::path& path, std::string_view bytes);
+
+// Appends a line to one of the station's fixed files (below the platform's file root), as the
+// station's own tools do: a file that cannot be opened loses the line without a word; a line
+// that is not all ASCII is not written, though the file is created; a write or close that
+// fails once the file is open loses the line and logs `failureLine`. Nothing reaches the caller.
+void appendStationLine(const Platform& platform, std::string_view stationPath,
+                       std::string_view line, std::string_view failureLine);
 
 // A file kept open for appending, for writers that add many lines: each write() goes to the
 // end of the file in one system call, so lines from several writers (even other processes)

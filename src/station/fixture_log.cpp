@@ -12,13 +12,7 @@ constexpr std::string_view fixtureLogPath = "/vault/Korva/Fixture.log";
 }  // namespace
 
 void FixtureControl::saveSamplelog(const std::string& text) {
-    try {
-        auto path = d_->platform.resolve(fixtureLogPath);
-        // A text that is not ASCII is not written, but the file is still created.
-        appendToFile(path, isAscii(text) ? text + "\r\n" : std::string());
-    } catch (const std::exception&) {
-        log("save datalogger exception !");
-    }
+    appendStationLine(d_->platform, fixtureLogPath, text + "\r\n", "save datalogger exception !");
 }
 
 }  // namespace kelvane

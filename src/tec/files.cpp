@@ -29,24 +29,6 @@ std::string slotFilePath(const Value& identifier, std::int32_t slot, std::string
            fmt::format(fmt::runtime(name), describe(identifier), slot);
 }
 
-// A slot without a folder is one the station does not test, so its lines are dropped quietly;
-// a write that fails in an existing folder (a full disk, say) loses TEC data and is logged.
-bool appendedOrNoFolder(const Platform& platform, const std::string& stationPath,
-                        const std::string& line) {
-    try {
-        // The file is created even when the line cannot be written.
-        const std::string bytes = isAscii(line) ? line : std::string();
-        return appendToFile(platform.resolve(stationPath), bytes) != AppendResult::failed;
-    } catch (const std::exception&) {
-        return false;
-    }
-}
-
-void append(const Platform& platform, const std::string& stationPath, const std::string& line,
-            std::string_view failureLog) {
-    if (!appendedOrNoFolder(platform, stationPath, line)) platform.log->write(failureLog);
-}
-
 }  // namespace
 
 std::string monitorLogPath(const Value& identifier, std::int32_t slot) {
@@ -59,12 +41,12 @@ std::string csvPath(const Value& identifier, std::int32_t slot) {
 
 void TecFiles::appendMonitorLine(std::int32_t slot, const std::string& text) const {
     const std::string stamp = formatLocalTime(platform.clock->now(), monitorTimeStamp);
-    append(platform, monitorLogPath(identifier, slot), stamp + ":    " + text + "\r\n",
-           "save TecControlMonitor exception !");
+    appendStationLine(platform, monitorLogPath(identifier, slot), stamp + ":    " + text + "\r\n",
+                      "save TecControlMonitor exception !");
 }
 
 void TecFiles::appendCsv(std::int32_t slot, const std::string& text) const {
-    append(platform, csvPath(identifier, slot), text, "save TecTemplog exception !");
+    appendStationLine(platform, csvPath(identifier, slot), text, "save TecTemplog exception !");
 }
 
 }  // namespace kelvane::tec

@@ -17,7 +17,9 @@ std::string csvPath(const Value& identifier, std::int32_t slot);
 
 // Appends to a slot's files. Each write forms the path anew, creates the file when it is missing
 // (never its folder), appends and closes it; a text that is not all ASCII is not written. No
-// failure reaches the caller: file-layer errors are logged, a missing folder loses the line.
+// failure reaches the caller: a file that cannot be opened (no slot folder: a slot the station
+// does not test) loses the line quietly; a write that fails once it is open (a full disk) loses
+// TEC data and is logged.
 // Takes no lock: two writers of one slot may append to the same file at once.
 struct TecFiles {
     const Platform& platform;  // file root, the clock for time stamps, the process log

@@ -79,6 +79,18 @@ public:
         std::lock_guard lock(mutex_);
         return calls_;
     }
+    // Each call as the controller saw it: the method, then its positional arguments unless
+    // there were none, then its keyword arguments if there were any, e.g.
+    // `vantrel.fixture_io_set [[[10,1]]] {"timeout_ms":20000}`.
+    std::vector<std::string> requests() const {
+        std::lock_guard lock(mutex_);
+        std::vector<std::string> lines;
+        for (const auto& call : calls_) {
+            lines.push_back(call.method + (call.args == Value::array() ? "" : " " + call.args.dump()) +
+                            (call.kwargs.is_null() ? "" : " " + call.kwargs.dump()));
+        }
+        return lines;
+    }
     std::vector<std::string> methods() const {
         std::lock_guard lock(mutex_);
         std::vector<std::string> names;

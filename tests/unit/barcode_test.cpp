@@ -34,8 +34,12 @@ TEST_F(Barcode, SecurityCheckStopsAtTheFirstCameraWithTheWrongSlot) {
     answerHealthy(*second, "slot1");
 
     EXPECT_FALSE(session->barcodeSecurityCheck());
-    EXPECT_THAT(fixture.log->lines(), Contains("--FAIL--Slot2 Camera ID is not right: slot1!"));
-    EXPECT_THAT(first->calls().front().args, Value::array({"slotID"}));
+    EXPECT_THAT(fixture.log->lines(),
+                ElementsAre("***Barcode Security Check***", "Unit1 get cameraID:slot1",
+                            "Unit1 get checkSNConfig:1", "Unit1 get cameraSN:SG12345",
+                            "Unit2 get cameraID:slot1", "--FAIL--Slot2 Camera ID is not right: slot1!"));
+    EXPECT_THAT(first->requests(), ElementsAre(R"(barcode.read_reverse_item ["slotID"])",
+                                               R"(barcode.read_config ["CheckSN"])", R"(barcode.read_config ["SN"])"));
     EXPECT_TRUE(third->calls().empty());
 }
 
@@ -63,7 +67,8 @@ TEST_F(Barcode, SecurityCheckTestsIdentityBySubstringConfigByIntegerAndSerialFor
 
 TEST_F(Barcode, ScanKeepsGoodSlotsAndKeepsReportingAnEarlierError) {
     FixtureControlTestAccess::setSlotNumber(*session, 3);
-    addScanner(1)->answer("barcode.decode", Value("C02ABC"));
+    auto first = addScanner(1);
+    first->answer("barcode.decode", Value("C02ABC"));
     addScanner(2)->fail("barcode.decode", {7, "camera busy"});
     addScanner(3)->answer("barcode.decode", Value("fail"));
 
@@ -74,6 +79,7 @@ TEST_F(Barcode, ScanKeepsGoodSlotsAndKeepsReportingAnEarlierError) {
                             "Unit2 get barcode from scanner:(null)",
                             "Unit3 scanBarcode: barcode.decode fail; err:camera busy (code 7)",
                             "Unit3 get barcode from scanner:fail"));
+    EXPECT_THAT(first->requests(), ElementsAre("barcode.decode [5000]"));
 }
 
 TEST_F(Barcode, DutSerialHonoursScanSNExactlyAndReturnsErrorsAsText) {
@@ -81,14 +87,19 @@ TEST_F(Barcode, DutSerialHonoursScanSNExactlyAndReturnsErrorsAsText) {
     EXPECT_TRUE(session->getDutSN("1").is_null());
     EXPECT_THAT(fixture.log->lines(), Contains("Current config don't need  scan SN."));
 
-    session->toPology(Value::object());
+    session->toPology(Value::object());  // no "ScanSN": the unit is scanned
     auto scanner = addScanner(3);
     scanner->answer("barcode.decode", Value("FAIL"));
+    fixture.log->clear();
     EXPECT_EQ(session->getDutSN("3"), Value("FAIL"));
-    EXPECT_EQ(scanner->calls().front().args, Value::array({5000}));
+    EXPECT_THAT(scanner->requests(), ElementsAre("barcode.decode [5000]"));
 
     session->toPology(Value{{"ScanSN", "YES"}});
     scanner->fail("barcode.decode", {-32100, "barcode.decode timed out after 3000 ms"});
     EXPECT_EQ(session->getDutSN("3"), Value("barcode.decode timed out after 3000 ms (code -32100)"));
     EXPECT_TRUE(session->getDutSN("9").is_null());
+    EXPECT_THAT(fixture.log->lines(),
+                ElementsAre("Unit3 get barcode from scanner:FAIL",
+                            "scanBarcode: barcode.decode fail; err:barcode.decode timed out after 3000 ms (code -32100)",
+                            "Unit9 get barcode from scanner:(null)"));
 }

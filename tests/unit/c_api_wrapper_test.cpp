@@ -41,12 +41,22 @@ struct Device {
     KelvaneHandle handle;
 };
 
+// The C interface's topology: identifier the number 1, one unit, no scan, the standard port.
 TEST(CApiWrapperTest, DeviceSkipsTheScannerCheckAndPrintsNonTextReplies) {
     SessionFixture fixture;
     fixture.controller->answer("vantrel.dut_sensor_read", 1);
     fixture.controller->answer("vantrel.fixture_up", Value{{"code", 3}});
     Device device(fixture.platform());
-    EXPECT_THAT(fixture.log->lines(), Not(Contains("***Barcode Security Check***")));
+    EXPECT_EQ(deviceOf(device.handle)->session()->toPology(),
+              Value::parse(R"({"FixtureIP": {"ip": "127.0.0.1", "port": 7805}, "identifier": 1, "units": 1,
+                               "ScanSN": "NO"})"));
+    const char* address = "{\n    ip = \"127.0.0.1\";\n    port = 7805;\n}";
+    EXPECT_THAT(fixture.log->lines(),
+                ElementsAre("********self.toPology  {\n    FixtureIP =     {\n        ip = \"127.0.0.1\";\n"
+                            "        port = 7805;\n    };\n    ScanSN = NO;\n    identifier = 1;\n    units = 1;\n}",
+                            std::string("Connect to ") + address, std::string("ipAddress 'fixtureIP': <") + address + ">",
+                            "1 Connecting to RPC server 127.0.0.1:7805...", "RPC server.mode: normal...",
+                            "================Connect Fixture seccussful================"));
 
     EXPECT_EQ(text(checkDUTSensor(device.handle)), "1");
     EXPECT_EQ(text(trayUp(device.handle)), "{\n    code = 3;\n}");
@@ -58,6 +68,12 @@ TEST(CApiWrapperTest, DeviceSkipsTheScannerCheckAndPrintsNonTextReplies) {
     // that would end before it.
     fixture.controller->answer("vantrel.fixture_io_set", Value(std::string("ok\0done", 7)));
     EXPECT_EQ(text(setIO(device.handle, 10, 1)), "ok\uFFFDdone");
+
+    EXPECT_EQ(text(getFanSpeed(device.handle, 1)), "(null)");  // no reply: a text, not NULL
+    fixture.controller->answer("vantrel.set_fan_speed", "fan done");
+    fixture.controller->answer("vantrel.set_fan_speed", Value());
+    EXPECT_EQ(setFanSpeed(device.handle, 1, 50), 1);
+    EXPECT_EQ(setFanSpeed(device.handle, 1, 50), 0);
 }
 
 // Every export that takes a handle, its result printed.

@@ -93,11 +93,15 @@ TEST_F(CanBridge, AnswersAreReassembledFromFramesUntilTheTerminator) {
     EXPECT_EQ(board->calls().size(), 4u);
     EXPECT_TRUE(clock.sleeps().empty());
 
+    // A reply without "data" is an empty frame; an empty reply ends the answer.
     for (Value nothing : {Value(), Value::object()}) {
+        board->answer("can.recv", Value{{"other", 1}});
         board->answer("can.recv", nothing);
         log.clear();
+        monitor.clear();
         EXPECT_EQ(receiveAnswer(bridge, 1), "");
         EXPECT_EQ(log.lines(), Lines{"Fixture can.recv:" + kelvane::describe(nothing)});
+        EXPECT_EQ(monitor, (Lines{"1|rawdata [0]: (null)", "1|resultStr [0]: "}));
     }
 
     // Without a terminator the receiver reads for ever; the budget ends the test.
@@ -128,10 +132,11 @@ TEST_F(CanBridge, CommandSendersSendEveryFrameThenWaitForOk) {
     EXPECT_EQ(log.lines().back(), "Send can command " + longCommand + " fail.");
     EXPECT_FALSE(sendCommand(bridge, Value(2080), "abc", 1));
 
-    // No "OK" within the 5 s answer period (a receive takes 1 s here): the last answer counts.
+    // No "OK" within the 5 s answer period: the last answer counts. A receive takes 0.9 s here,
+    // so the fifth pause ends at exactly 5.0 s, which ends the period.
     board->answer("can.send", Value("done"));
     board->answer("can.recv", received({4, 'E', 'R', 'R', 3}));
-    board->onCall([this](const auto& call) { if (call.method == "can.recv") clock.advance(1.0); });
+    board->onCall([this](const auto& call) { if (call.method == "can.recv") clock.advance(0.9); });
     board->clearCalls();
     EXPECT_EQ(sendCommandForAnswer(bridge, Value(2080), "get tec temp:1", 1), std::nullopt);
     EXPECT_EQ(board->calls().size(), 8u);  // three frames, five receives

@@ -63,6 +63,32 @@ TEST(PendingCalls, ManyCallersTakingTurnsToReadEachGetTheirOwnReply) {
     EXPECT_TRUE(calls.tryTakeReaderTurn()) << "the last reader gave its turn up";
 }
 
+// A caller waiting while another reads gets the turn as soon as it is free: when the reader
+// gives it up, and when the caller woken to take it over leaves first, answered meanwhile. Each
+// round, two callers wait while the test reads; then it gives the turn up and answers neither,
+// the first or the second (one of them is the one woken, whatever the table's order). A turn
+// not handed over leaves a caller asleep until its deadline.
+TEST(PendingCalls, TheTurnToReadPassesToAWaitingCallerWhenTheReaderEndsItOrTheWokenCallerLeaves) {
+    for (std::int64_t answered : {0, 1, 2}) {
+        PendingCalls calls(closedError);
+        ASSERT_TRUE(calls.tryTakeReaderTurn());
+        std::vector<std::future<PendingCalls::Wait>> waiting;
+        for (std::int64_t id : {1, 2}) {
+            calls.add(id, "");
+            waiting.push_back(std::async(std::launch::async, [&calls, id] {
+                const auto got = calls.wait(id, steady_clock::now() + 10s);
+                if (got == PendingCalls::Wait::readerTurn) calls.endReaderTurn();
+                calls.remove(id);
+                return got;
+            }));
+        }
+        std::this_thread::sleep_for(50ms);  // both asleep in wait()
+        calls.endReaderTurn();
+        if (answered) calls.complete(answered, {"reply", std::nullopt});
+        for (auto& caller : waiting) EXPECT_NE(caller.get(), PendingCalls::Wait::timedOut) << "round " << answered;
+    }
+}
+
 TEST(PendingCalls, LateRepliesUnsentRequestsOfGoneCallsAndFailuresReachNobodyElse) {
     PendingCalls calls(closedError);
     calls.add(1, "one");

@@ -15,7 +15,7 @@ TEST(Session, CreationProbesTheControllerLogsEachStepAndRecordsTheAddress) {
 
     ASSERT_NE(session, nullptr);
     EXPECT_EQ(session->getConnectFlag(), 1);
-    EXPECT_THAT(fixture.controller->methods(), ElementsAre("server.mode"));
+    EXPECT_THAT(fixture.controller->requests(), ElementsAre("server.mode"));
     EXPECT_THAT(fixture.log->lines(),
                 ElementsAre("********self.toPology  {\n    FixtureIP =     {\n        ip = \"127.0.0.1\";\n"
                             "        port = 7805;\n    };\n    identifier = Fixture3;\n}",
@@ -88,4 +88,5 @@ TEST(Session, InitialFixtureNeedsDoneInTheReply) {
     for (Value reply : {Value("init done\r\n"), Value("DONE"), Value()}) fixture.controller->answer("vantrel.fixture_init", reply);
     const bool first = session->initialFixture(), second = session->initialFixture();
     EXPECT_EQ(std::tuple(first, second, session->initialFixture()), std::tuple(true, false, false));
+    EXPECT_EQ(fixture.controller->requests(), std::vector<std::string>(3, "vantrel.fixture_init"));
 }

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <tuple>
 
@@ -55,6 +56,20 @@ TEST_F(Station, FixtureLogAppendsAsciiLinesAndDropsOthersWhole) {
     session->saveSamplelog("caf\xc3\xa9");
     session->saveSamplelog("second");
     EXPECT_EQ(kelvane::testing::fileText(fixtureLog()), "first\r\nsecond\r\n");
+
+    // A log that cannot be opened (a folder in its place) loses the lines quietly; a write that
+    // fails once it is open (a full disk) is logged, once for each of the address and the port.
+    // The session connects either way.
+    for (auto [fullDisk, messages] : {std::pair{false, 0}, {true, 2}}) {
+        std::filesystem::remove(fixtureLog());
+        if (fullDisk) std::filesystem::create_symlink("/dev/full", fixtureLog());
+        else std::filesystem::create_directory(fixtureLog());
+        fixture.log->clear();
+        auto again = kelvane::FixtureControl::initWithIP(SessionFixture::topology(), fixture.platform());
+        EXPECT_EQ(again ? again->getConnectFlag() : 0, 1);
+        const auto lines = fixture.log->lines();
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), "save datalogger exception !"), messages);
+    }
 }
 
 TEST_F(Station, EepromReadGoesThroughTheBaseBoardOfTheFirstUnit) {

@@ -7,9 +7,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <functional>
 #include <fstream>
 #include <future>
 #include <regex>
+#include <thread>
 
 using kelvane::FixtureControl;
 using kelvane::Value;
@@ -86,6 +89,13 @@ protected:
         for (const auto& worker : workers()) names.push_back(worker->name());
         return names;
     }
+    // Whether a pass could take the session's lock now.
+    bool sessionLockFree() {
+        auto& lock = FixtureControl::Private::of(*session).objectLock;
+        if (!lock.try_lock()) return false;
+        lock.unlock();
+        return true;
+    }
     void step(std::size_t running) {
         clock->stepped.advance(passPause);
         clock->stepped.waitForSleepers(running);
@@ -97,6 +107,16 @@ protected:
 };
 
 const std::string header = "Timestamp,Sensor1,Sensor2,Sensor3,Sensor4,PWM,Current,subsubtestname\r";
+
+// Waits, in real time and for 10 s at most, for what a worker does.
+bool eventually(const std::function<bool()>& condition) {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > until) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
 
 }  // namespace
 
@@ -181,6 +201,34 @@ TEST_F(TecMonitor, SecondOnFailsToRestartAndOffSkipsTheSecondOfTwoWorkersSideByS
     session->tecTempGet(1, "OFF");
     EXPECT_EQ(workerNames(), Lines{"Slot2_TecTempThread"});
     EXPECT_EQ(switchLog()[3], "Slot1_TecTempThread is Cancelled");
+}
+
+// The session's lock covers a whole pass, its warm-up sleep too, so another slot's pass sends
+// nothing meanwhile; the "running" line before a pass and the rest after it stay outside.
+TEST_F(TecMonitor, APassHoldsTheSessionThroughItsWarmUpSleepButNotItsRunningLineOrItsRest) {
+    setUpSlots();
+    session->tecTempStableFlag(Value::array({"NO", "YES", "YES", "YES"}));
+    clock->holdInPass = true;
+    session->tecTempGet(1, "ON");
+    clock->stepped.waitForSleepers(1);  // in its warm-up sleep
+    EXPECT_FALSE(sessionLockFree());
+    switchLog();
+    session->tecTempGet(2, "ON");
+    EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot2 tecTempRecord state:ON",
+                                  "TesterReporting thread name:Slot1_TecTempThread",
+                                  "TesterReporting thread name:Slot2_TecTempThread",
+                                  "After tecTempGet ON--->>>tecTempThreadArray is (\n    \"Slot1_TecTempThread\",\n"
+                                  "    \"Slot2_TecTempThread\"\n)"}));
+    ASSERT_TRUE(eventually([&] {
+        return kelvane::testing::fileText(folder(2) / "TecControlMonitor_Fixture3_Unit2.log").find("tecTempRecord running") != std::string::npos;
+    }));
+    EXPECT_EQ(fixture.controller->calls().size(), 1u);  // the channel's opening alone
+
+    clock->holdInPass = false;
+    clock->stepped.advance(1.0);
+    ASSERT_TRUE(eventually([&] { return csv(2).size() == 2; }));  // slot 2's pass, while slot 1 rests
+    clock->stepped.waitForSleepers(2);
+    EXPECT_TRUE(sessionLockFree());
 }
 
 TEST_F(TecMonitor, WithoutTheSetUpStepOnStartsNothingAndWritesNoHeader) {

@@ -118,12 +118,16 @@ TEST_F(TecSampling, MissingAnswersAreNamedAndOnDemandReadingsAreOnlyReturned) {
     EXPECT_TRUE(log.lines().empty());
     EXPECT_TRUE(recordLines.empty());
 
+    // A reading on demand is a measurement even while the slot warms up, and counts no pass.
     answerSensors({"10.0", "25.0", "25.0", "25.0"});
     sent.clear();
     itemNames = nullptr;
+    stableFlags[1] = "NO";
+    warmUpPasses[1] = 4;
     EXPECT_EQ(afterTimeStamp(kelvane::tec::readingOnDemand(sampler, tables, 2)),
               "10.00,25.00,25.00,25.00,-35.20,1.25,(null)\r\n");
     EXPECT_EQ(sent.front(), "2081 get tec temp:1 2");
+    EXPECT_EQ(Value::array({stableFlags[1], warmUpPasses[1]}), Value::array({"NO", 4}));
     EXPECT_EQ(csv.size(), 1u);
     EXPECT_TRUE(log.lines().empty());
     EXPECT_TRUE(recordLines.empty());
@@ -145,6 +149,17 @@ TEST_F(TecSampling, WarmUpTakesElevenPassesThenMeasures) {
     EXPECT_EQ(log.lines(), expected);
     pass();
     EXPECT_EQ(csv.size(), 1u);
+
+    // A count left above 0 carries over into the next warm-up; a pass without a reply counts.
+    stableFlags[1] = "NO";
+    warmUpPasses[1] = 5;
+    answers["get tec temp:1"] = std::nullopt;
+    log.clear();
+    for (int i = 0; i < 6; ++i) pass();
+    EXPECT_EQ(stableFlags[1], "YES");
+    expected.assign(6, "Slot2 ntc1:(null)");
+    expected.push_back("Slot2 TEC temp stable");
+    EXPECT_EQ(log.lines(), expected);
 
     // Without a counter table the warm-up never ends; without a flag table it never starts.
     warmUpPasses = nullptr;
@@ -179,14 +194,28 @@ TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
                                  std::regex("2025-12-30 \\d\\d:\\d\\d:\\d\\d:5000:    running\r\n")));
     EXPECT_TRUE(fixture.log->lines().empty());
 
-    // In an existing folder, a file that cannot be opened or a write that fails is logged.
-    std::filesystem::remove(folder / "TecTemp_Fixture3_Unit2.csv");
-    std::filesystem::create_directory(folder / "TecTemp_Fixture3_Unit2.csv");
-    std::filesystem::remove(folder / "TecControlMonitor_Fixture3_Unit2.log");
-    std::filesystem::create_symlink("/dev/full", folder / "TecControlMonitor_Fixture3_Unit2.log");
-    files.appendCsv(2, "c\r\n");
-    files.appendMonitorLine(2, "running");
-    EXPECT_EQ(fixture.log->lines(), (Lines{"save TecTemplog exception !", "save TecControlMonitor exception !"}));
+    // A file that cannot be opened (a folder in its place) loses the line quietly; a write that
+    // fails once it is open (a full disk) is logged. The host's reading comes back all the same.
+    using kelvane::tec::TecFiles;
+    for (auto [name, write, message] :
+         {std::tuple{"TecTemp_Fixture3_Unit2.csv", &TecFiles::appendCsv, "save TecTemplog exception !"},
+          {"TecControlMonitor_Fixture3_Unit2.log", &TecFiles::appendMonitorLine, "save TecControlMonitor exception !"}}) {
+        std::filesystem::remove(folder / name);
+        std::filesystem::create_directory(folder / name);
+        (files.*write)(2, "c\r\n");
+        EXPECT_TRUE(fixture.log->lines().empty()) << name;
+        std::filesystem::remove(folder / name);
+        std::filesystem::create_symlink("/dev/full", folder / name);
+        (files.*write)(2, "c\r\n");
+        EXPECT_EQ(fixture.log->lines(), Lines{message});
+        fixture.log->clear();
+    }
+    auto session = fixture.connect();
+    fixture.controller->answer("can.send", Value("done"));
+    fixture.controller->answer("can.recv", Value{{"data", {4, 'O', 'K', 3}}});
+    EXPECT_TRUE(session->tecTempRecord2(2).ends_with(",0.00,0.00,0.00,0.00,0.00,0.00,(null)\r\n"));
+    const Lines lines = fixture.log->lines();
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "save TecControlMonitor exception !"), lines.end());
 
     const std::string active = "/Users/stnuser/Library/Logs/Korva/active/";
     EXPECT_EQ(kelvane::tec::monitorLogPath(Value("Fixture1"), 4),

@@ -332,6 +332,7 @@ int run(int argc, char** argv) {
                    "range of the last octet such as 127.0.1.1-48, for several fixtures at once")
         ->option_text("ADDRESS")
         ->expected(1)
+        ->allow_extra_args(false)  // one value each time: a word after it is the command
         ->take_all()
         ->check(addressProblem);
     app.add_option("--port", settings.port,
@@ -355,6 +356,13 @@ int run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
+        // A word left over before any command names none: that explains the error best.
+        const std::vector<std::string> leftOver = app.remaining();
+        if (error.get_exit_code() != 0 && app.get_subcommands().empty() && !leftOver.empty()) {
+            app.exit(CLI::ExtrasError("unknown command " + leftOver.front(),
+                                      CLI::ExitCodes::ExtrasError));
+            return exitUsage;
+        }
         int status = app.exit(error);
         return status == 0 ? exitOk : exitUsage;
     }
