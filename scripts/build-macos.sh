@@ -68,7 +68,7 @@ build_libzmq() {
   [ -f "$build/libzmq/src/CMakeLists.txt" ] || fetch_libzmq_source
   configure_for_macos "$build/libzmq/src" "$build/libzmq/build" -DCMAKE_INSTALL_NAME_DIR=/usr/local/lib \
     -DBUILD_STATIC=OFF -DBUILD_TESTS=OFF -DWITH_DOCS=OFF -DWITH_DOC=OFF -DWITH_PERF_TOOL=OFF \
-    -DENABLE_DRAFTS=OFF -DENABLE_CURVE=OFF -DWITH_LIBSODIUM=OFF -DWITH_LIBBSD=OFF -DWITH_TLS=OFF \
+    -DENABLE_DRAFTS=OFF -DENABLE_CURVE=OFF -DWITH_LIBSODIUM=OFF -DWITH_LIBBSD=OFF \
     -DENABLE_PRECOMPILED=OFF -DENABLE_CPACK=OFF
   quietly "$build/libzmq/build.log" cmake --build "$build/libzmq/build" -j"$jobs"
   DESTDIR=$sdk cmake --install "$build/libzmq/build" >/dev/null
