@@ -32,14 +32,29 @@ endif()
 set_target_properties(kelvanectl kelvane-fixture-cycle PROPERTIES INSTALL_RPATH ${KELVANE_TOOL_RPATH})
 
 # --- Help texts and docs --------------------------------------------------------------------
-# Each tool's help, as the tool itself prints it, so the installed text never drifts from it.
+# Each tool's help, as the tool itself prints it, so the installed text never drifts from it. A
+# cross-build's tools cannot run where they are built: there the same tools built for the build
+# machine print it, from a native build of the same sources.
+if(CMAKE_CROSSCOMPILING)
+  set(KELVANE_HOST_BUILD_DIR "" CACHE PATH
+      "A native build of these sources whose kelvanectl and kelvane-sim print the help texts")
+  if(NOT EXISTS ${KELVANE_HOST_BUILD_DIR}/CMakeCache.txt)
+    message(FATAL_ERROR "Cross-compiling: give a native build of these sources "
+                        "(-DKELVANE_HOST_BUILD_DIR=...), whose tools print the installed help texts")
+  endif()
+endif()
 set(KELVANE_HELP_TEXTS)
 foreach(tool kelvanectl kelvane-sim)
   set(text ${PROJECT_BINARY_DIR}/help/${tool}.txt)
+  if(CMAKE_CROSSCOMPILING)
+    set(printer ${KELVANE_HOST_BUILD_DIR}/tools/${tool}/${tool})
+  else()
+    set(printer $<TARGET_FILE:${tool}>)
+  endif()
   add_custom_command(OUTPUT ${text}
-    COMMAND ${CMAKE_COMMAND} -DTOOL=$<TARGET_FILE:${tool}> -DOUTPUT=${text}
+    COMMAND ${CMAKE_COMMAND} -DTOOL=${printer} -DOUTPUT=${text}
             -P ${PROJECT_SOURCE_DIR}/cmake/WriteHelpText.cmake
-    DEPENDS ${tool} ${PROJECT_SOURCE_DIR}/cmake/WriteHelpText.cmake
+    DEPENDS ${tool} ${printer} ${PROJECT_SOURCE_DIR}/cmake/WriteHelpText.cmake
     COMMENT "Writing ${tool}'s help text")
   list(APPEND KELVANE_HELP_TEXTS ${text})
 endforeach()

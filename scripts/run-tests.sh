@@ -4,8 +4,9 @@
 # station of handles) run again under ThreadSanitizer. Last, clang with libc++ (the standard
 # library of the macOS toolchain), AddressSanitizer and UndefinedBehaviorSanitizer builds
 # everything, runs every test but the Python package's, and runs each fuzz target for a few
-# seconds: one build serves as the sanitizer stage and the portability stage. Warnings are errors
-# in all three builds.
+# seconds: one build serves as the sanitizer stage and the portability stage. Then the product is
+# cross-built for its own platform, macOS x86-64, and its files checked (docs/portability.md).
+# Warnings are errors in all four builds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -40,3 +41,6 @@ configure libcxx
 cmake --build --preset libcxx -j"$jobs"
 ctest --preset libcxx -j"$jobs"
 fuzz/run.sh build-libcxx -max_total_time=5
+
+echo "=== macOS x86-64 cross-build (libKelvane.dylib and the tools, their files checked) ==="
+scripts/build-macos.sh
