@@ -54,11 +54,15 @@ constexpr std::string_view streamHeader =
 // One Server-Sent Event: each line of `data` a "data:" line, then the blank line that ends it.
 std::string eventText(std::string_view data) {
     std::string text = "data: ";
-    for (char c : data) text += c == '\n' ? std::string_view("\ndata: ") : std::string_view(&c, 1);
+    for (char c : data) {
+        if (c == '\n') {
+            text += "\ndata: ";
+        } else {
+            text += c;
+        }
+    }
     return text + "\n\n";
 }
-
-}  // namespace
 
 // How other threads reach the serving thread: posted work runs there while the server serves,
 // and nothing is posted once it stops.
@@ -80,6 +84,10 @@ private:
     std::mutex mutex_;
     net::io_context* io_;
 };
+
+class Connection;
+
+}  // namespace
 
 struct Reply::State {
     State(std::shared_ptr<Mailbox> box, std::function<void(Response)> give)
@@ -130,8 +138,6 @@ const StreamOpening* Routes::stream(const std::string& path) const {
     return found == streams_.end() ? nullptr : &found->second;
 }
 
-class Connection;
-
 struct ServingCore {
     ServingCore(Routes served, Limits bounds) : routes(std::move(served)), limits(bounds) {}
 
@@ -154,6 +160,8 @@ struct ServingCore {
     std::map<std::string, std::set<Connection*>> streams;
     std::thread thread;
 };
+
+namespace {
 
 // One client connection: requests one after another, or once it asked for one, an event stream.
 // Owned by the operations under way on it; close() ends them all.
@@ -202,6 +210,8 @@ private:
     bool isWriting_ = false;
     std::array<char, 512> unread_{};
 };
+
+}  // namespace
 
 void Connection::readRequest() {
     parser_.emplace();
