@@ -2,7 +2,8 @@
 # names the rest of the build uses:
 # - libzmq: its macOS build, installed into the stand-in SDK's usr/local and found through its
 #   pkg-config file (scripts/build-macos.sh builds it from Debian's source package);
-# - nlohmann/json, cppzmq, CLI11, spdlog and fmt: header-only, from the build machine's packages;
+# - nlohmann/json, cppzmq, CLI11, spdlog, fmt and Boost (Beast and Asio, for kelvane-sim's panel):
+#   header-only, from the build machine's packages;
 # - ICU: the build machine's headers only. No macOS build of it is at hand, so the library leaves
 #   its symbols to be bound when it is loaded (-undefined dynamic_lookup), from the ICU the
 #   process has loaded; only on a Mac is the library linked to ICU itself.
@@ -14,7 +15,7 @@ set(KELVANE_HOST_INCLUDE_DIR /usr/include CACHE PATH
     "Where the build machine keeps the headers the macOS cross-build borrows")
 set(borrowed ${PROJECT_BINARY_DIR}/borrowed-include)
 file(MAKE_DIRECTORY ${borrowed})
-foreach(entry nlohmann zmq.hpp zmq_addon.hpp CLI spdlog fmt unicode httplib.h)
+foreach(entry nlohmann zmq.hpp zmq_addon.hpp CLI spdlog fmt unicode boost)
   if(NOT EXISTS ${KELVANE_HOST_INCLUDE_DIR}/${entry})
     message(FATAL_ERROR "${KELVANE_HOST_INCLUDE_DIR}/${entry} is missing: run scripts/install-deps.sh")
   endif()
@@ -22,7 +23,7 @@ foreach(entry nlohmann zmq.hpp zmq_addon.hpp CLI spdlog fmt unicode httplib.h)
 endforeach()
 
 foreach(target nlohmann_json::nlohmann_json cppzmq CLI11::CLI11 spdlog::spdlog ICU::uc ICU::i18n
-               kelvane_httplib)
+               Boost::headers)
   add_library(${target} INTERFACE IMPORTED)
   target_include_directories(${target} INTERFACE ${borrowed})
 endforeach()
@@ -30,9 +31,6 @@ target_link_libraries(cppzmq INTERFACE PkgConfig::ZMQ)
 target_link_libraries(spdlog::spdlog INTERFACE Threads::Threads)
 target_compile_definitions(spdlog::spdlog INTERFACE SPDLOG_FMT_EXTERNAL FMT_HEADER_ONLY=1)
 target_link_options(ICU::uc INTERFACE LINKER:-undefined,dynamic_lookup)
-# The panel's HTTP library (kelvane_httplib) is compiled against, not linked: kelvane-sim is built
-# without its panel.
-set(KELVANE_SIM_PANEL OFF)
 
 # The release the C++ headers are built against (the CMake package asks hosts for the same).
 file(STRINGS ${borrowed}/nlohmann/detail/abi_macros.hpp parts REGEX "define NLOHMANN_JSON_VERSION_")

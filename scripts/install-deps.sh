@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake pkg-config binutils ccache dpkg-dev file
-  libzmq3-dev cppzmq-dev nlohmann-json3-dev libicu-dev libspdlog-dev libfmt-dev libcli11-dev libcpp-httplib-dev
+  libzmq3-dev cppzmq-dev nlohmann-json3-dev libicu-dev libspdlog-dev libfmt-dev libcli11-dev libboost-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libc++-dev libc++abi-dev libclang-rt-dev googletest lld-14 llvm
   python3 python3-zmq python3-pytest python3-matplotlib python3-setuptools python3-pip python3-venv

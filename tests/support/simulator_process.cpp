@@ -12,6 +12,7 @@
 #include <sys/prctl.h>
 #endif
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -91,30 +92,45 @@ void SimulatorProcess::start(const std::string& bindEndpoint, int fixtures) {
     args.insert(args.end(), extraArgs_.begin(), extraArgs_.end());
     auto [pid, output] = spawn(executable_, args);
     pid_ = pid;
-    auto lines = readLines(output, fixtures);
+    bool panel = std::find(extraArgs_.begin(), extraArgs_.end(), "--http") != extraArgs_.end();
+    auto lines = readLines(output, fixtures + (panel ? 1 : 0));
     fixtures_.clear();
+    if (panel && static_cast<int>(lines.size()) == fixtures + 1) {
+        std::sscanf(lines.back().c_str(), "panel at http://%*[0-9.]:%d/", &panelPort_);
+        lines.pop_back();
+    }
     for (const auto& line : lines) {
         char address[64] = {};
         unsigned port = 0;
         if (std::sscanf(line.c_str(), "listening on tcp://%63[0-9.]:%u", address, &port) != 2 || port == 0) break;
         fixtures_.push_back({address, port, nullptr});
     }
-    if (fixtureCount() != fixtures) {
+    if (fixtureCount() != fixtures || (panel && panelPort_ <= 0)) {
         stop();
         throw std::runtime_error("kelvane-sim at " + executable_ + " did not start; it printed: " + lines.front());
     }
 }
 
-void SimulatorProcess::stop() {
+void SimulatorProcess::stop() { terminate(); }
+
+SimulatorProcess::Ending SimulatorProcess::terminate() {
     for (auto& fixture : fixtures_) fixture.controlClient.reset();
-    if (pid_ <= 0) return;
+    Ending ending;
+    if (pid_ <= 0) return ending;
+    auto start = Clock::now();
     ::kill(pid_, SIGTERM);
     ::kill(pid_, SIGCONT);  // a paused simulator ends too
-    for (auto deadline = Clock::now() + stopGrace; Clock::now() < deadline;) {
-        if (::waitpid(pid_, nullptr, WNOHANG) != 0) return void(pid_ = -1);  // gone, or not ours
-        std::this_thread::sleep_for(milliseconds(10));
+    for (auto deadline = start + stopGrace; Clock::now() < deadline;) {
+        if (::waitpid(pid_, &ending.status, WNOHANG) != 0) {  // gone, or not ours
+            pid_ = -1;
+            ending.took = std::chrono::duration_cast<milliseconds>(Clock::now() - start);
+            return ending;
+        }
+        std::this_thread::sleep_for(milliseconds(1));
     }
     kill();
+    ending.took = std::chrono::duration_cast<milliseconds>(Clock::now() - start);
+    return ending;
 }
 
 void SimulatorProcess::kill() {

@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -39,6 +40,8 @@ public:
     std::string endpoint(int fixture = 1) const;  // "tcp://<address>:<port>"
     int fixtureCount() const { return static_cast<int>(fixtures_.size()); }
     pid_t pid() const { return pid_; }
+    // The panel's port, when started with "--http" (and 0 for a free port).
+    int panelPort() const { return panelPort_; }
 
     // A call to fixture 1 (or `fixture`) through a client of its own; without an error slot, an
     // error fails the test.
@@ -49,6 +52,13 @@ public:
     Value control(int fixture, const std::string& method, const Value& params = Value::array(),
                   RpcErrorSlot error = nullptr);
 
+    // SIGTERM, then the wait for its end (SIGKILL after two seconds): the status waitpid gave
+    // and how long the end took.
+    struct Ending {
+        int status = -1;
+        std::chrono::milliseconds took{};
+    };
+    Ending terminate();
     // SIGKILL: the controller vanishes without closing its connections.
     void kill();
     // SIGSTOP: the controller keeps its port and connections but answers nothing, not even
@@ -73,6 +83,7 @@ private:
     std::vector<std::string> extraArgs_;
     pid_t pid_ = -1;
     std::vector<Fixture> fixtures_;
+    int panelPort_ = 0;
 };
 
 }  // namespace kelvane::testing

@@ -6,32 +6,33 @@ using kelvane::Value;
 using kelvane::sim::StateFeed;
 using std::chrono::milliseconds;
 
-// Virtual time: the feed is told the time, and asked for news that is already there.
+// Virtual time: the feed is told the time, and what it publishes is recorded.
 TEST(StateFeed, ReadsAtMostTenTimesASecondAlwaysPublishesTheLastChangeAndWatchesAMoveToItsEnd) {
-    StateFeed feed(2);
+    std::vector<StateFeed::News> published;
+    StateFeed feed(2, [&](const StateFeed::News& news) { published.push_back(news); });
     const StateFeed::Clock::time_point start{};
     int reads = 0;
     Value state = {{"tray", {{"moving", nullptr}}}, {"n", 0}};
     auto read = [&] { ++reads; state["n"] = reads; return state; };
-    std::vector<std::uint64_t> seen;
-    auto news = [&] { return *feed.waitForNews(seen, start); };
 
+    EXPECT_TRUE(feed.lastPublished().empty());
     EXPECT_EQ(feed.changed(2, start, read), std::nullopt);
     EXPECT_EQ(feed.changed(2, start + milliseconds(40), read), start + milliseconds(100));
     EXPECT_EQ(reads, 1);
-    ASSERT_EQ(news().size(), 1U);
-    EXPECT_TRUE(news().empty());
+    ASSERT_EQ(published.size(), 1U);
     // Called back at the end of the gap, it publishes the change it held back.
     state["tray"]["moving"] = {{"elapsed_ms", 250}, {"duration_ms", 300}, {"stalled", false}};
     EXPECT_EQ(feed.changed(2, start + milliseconds(100), read), start + milliseconds(200));
     EXPECT_EQ(feed.changed(2, start + milliseconds(200), read), start + milliseconds(300));
-    auto last = news();
-    ASSERT_EQ(last.size(), 1U);
-    EXPECT_EQ(last[0].fixture, 2);
-    EXPECT_NE(last[0].stateJson.find("\"n\":3"), std::string::npos);
+    ASSERT_EQ(published.size(), 3U);
+    EXPECT_EQ(published.back().fixture, 2);
+    EXPECT_NE(published.back().stateJson.find("\"n\":3"), std::string::npos);
     state["tray"]["moving"]["stalled"] = true;  // a stalled move never ends by itself
     EXPECT_EQ(feed.changed(2, start + milliseconds(300), read), std::nullopt);
 
-    feed.close();
-    EXPECT_EQ(feed.waitForNews(seen, start + milliseconds(1000)), std::nullopt);
+    // A stream opened now starts with the last state of each fixture that published one.
+    auto last = feed.lastPublished();
+    ASSERT_EQ(last.size(), 1U);
+    EXPECT_EQ(last[0].fixture, 2);
+    EXPECT_EQ(last[0].stateJson, published.back().stateJson);
 }

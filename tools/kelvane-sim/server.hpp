@@ -10,11 +10,9 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
-#include <future>
 #include <memory>
 #include <optional>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 namespace kelvane::sim {
@@ -49,18 +47,9 @@ public:
     // Serving thread: fixture k may have changed outside a request (posted work).
     void noteChange(int fixture);
 
-    // Any thread: runs `work` on the serving thread at its next turn and hands back its result
-    // (or what it threw) through the future. Work still queued when the server is destroyed is
-    // dropped and its future reports a broken promise, so callers outside the serving thread
-    // wait only while run() serves, or with a deadline.
-    template <class Work>
-    std::future<std::invoke_result_t<Work&>> onServingThread(Work work) {
-        using Result = std::invoke_result_t<Work&>;
-        auto task = std::make_shared<std::packaged_task<Result()>>(std::move(work));
-        auto result = task->get_future();
-        tasks_.post([task] { (*task)(); });
-        return result;
-    }
+    // Any thread: runs `work` on the serving thread at its next turn. Work still queued when the
+    // server is destroyed is dropped unrun.
+    void onServingThread(std::function<void()> work) { tasks_.post(std::move(work)); }
 
 private:
     // The next held-back reply; nextWake adds the next look at a watched fixture.

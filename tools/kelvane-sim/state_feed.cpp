@@ -3,6 +3,7 @@
 #include <kelvane/protocol/json_rpc.hpp>
 
 #include <algorithm>
+#include <utility>
 
 namespace kelvane::sim {
 namespace {
@@ -17,8 +18,9 @@ std::optional<StateFeed::Clock::time_point> moveEnd(const Value& state, StateFee
 
 }  // namespace
 
-StateFeed::StateFeed(int fixtures)
-    : published_(static_cast<std::size_t>(fixtures)), nextReading_(static_cast<std::size_t>(fixtures)) {}
+StateFeed::StateFeed(int fixtures, std::function<void(const News&)> publish)
+    : publish_(std::move(publish)), published_(static_cast<std::size_t>(fixtures)),
+      nextReading_(static_cast<std::size_t>(fixtures)) {}
 
 std::optional<StateFeed::Clock::time_point> StateFeed::changed(int fixture, Clock::time_point now,
                                                                const std::function<Value()>& readState) {
@@ -27,39 +29,23 @@ std::optional<StateFeed::Clock::time_point> StateFeed::changed(int fixture, Cloc
     if (next && now < *next) return next;
     next = now + shortestGap;
     Value state = readState();
+    News news{fixture, jsonrpc::toJson(state)};
     {
         std::lock_guard lock(mutex_);
-        ++published_[index].version;
-        published_[index].stateJson = jsonrpc::toJson(state);
+        published_[index] = news.stateJson;
     }
-    news_.notify_all();
+    publish_(news);
     auto end = moveEnd(state, now);
     return end ? std::optional(std::max(*end, *next)) : std::nullopt;
 }
 
-std::optional<std::vector<StateFeed::News>> StateFeed::waitForNews(std::vector<std::uint64_t>& seen, Clock::time_point until) {
-    std::unique_lock lock(mutex_);
-    seen.resize(published_.size(), 0);
-    std::vector<News> news;
-    auto collect = [&] {
-        for (std::size_t i = 0; i < published_.size(); ++i) {
-            if (published_[i].version == seen[i]) continue;
-            seen[i] = published_[i].version;
-            news.push_back({static_cast<int>(i + 1), published_[i].stateJson});
-        }
-        return closed_ || !news.empty();
-    };
-    news_.wait_until(lock, until, collect);
-    if (closed_) return std::nullopt;
-    return news;
-}
-
-void StateFeed::close() {
-    {
-        std::lock_guard lock(mutex_);
-        closed_ = true;
+std::vector<StateFeed::News> StateFeed::lastPublished() const {
+    std::lock_guard lock(mutex_);
+    std::vector<News> last;
+    for (std::size_t i = 0; i < published_.size(); ++i) {
+        if (!published_[i].empty()) last.push_back({static_cast<int>(i + 1), published_[i]});
     }
-    news_.notify_all();
+    return last;
 }
 
 }  // namespace kelvane::sim

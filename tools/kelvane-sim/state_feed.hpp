@@ -1,14 +1,12 @@
-// The fixtures' states on their way to the panel's event stream. The serving thread says when a
+// The fixtures' states on their way to the panel's event streams. The serving thread says when a
 // fixture may have changed; the feed reads that fixture's state at most ten times a second (a
-// flood of requests costs the serving thread no more than that) and always publishes the last
-// change. Readers on other threads wait for what is new to them.
+// flood of requests costs the serving thread no more than that), always publishes the last
+// change, and keeps the last state published of each fixture for the streams opened later.
 #pragma once
 
 #include <kelvane/Value.hpp>
 
 #include <chrono>
-#include <condition_variable>
-#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -22,7 +20,12 @@ public:
     using Clock = std::chrono::steady_clock;
     static constexpr std::chrono::milliseconds shortestGap{100};
 
-    explicit StateFeed(int fixtures);
+    struct News {
+        int fixture;
+        std::string stateJson;
+    };
+    // `publish` gets each state published, on the serving thread.
+    StateFeed(int fixtures, std::function<void(const News&)> publish);
 
     // Serving thread: fixture k may have changed at `now`. Reads its state through `readState`
     // unless the last reading is less than a gap old, and says when to call again: when the
@@ -30,26 +33,13 @@ public:
     std::optional<Clock::time_point> changed(int fixture, Clock::time_point now,
                                              const std::function<Value()>& readState);
 
-    struct News {
-        int fixture;
-        std::string stateJson;
-    };
-    // Any thread: the states published since `seen` (one counter per fixture, brought up to
-    // date), waiting until `until` while there are none; nothing at all once closed.
-    std::optional<std::vector<News>> waitForNews(std::vector<std::uint64_t>& seen, Clock::time_point until);
-    // Any thread: wakes every reader for good.
-    void close();
+    // Any thread: the last state published of each fixture that has published one.
+    std::vector<News> lastPublished() const;
 
 private:
-    struct Published {
-        std::uint64_t version = 0;
-        std::string stateJson;
-    };
-
-    std::mutex mutex_;
-    std::condition_variable news_;
-    std::vector<Published> published_;
-    bool closed_ = false;
+    const std::function<void(const News&)> publish_;
+    mutable std::mutex mutex_;
+    std::vector<std::string> published_;  // "" until the first
     std::vector<std::optional<Clock::time_point>> nextReading_;  // serving thread only
 };
 

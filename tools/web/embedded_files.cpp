@@ -1,6 +1,6 @@
-#include "panel_files.hpp"
+#include "embedded_files.hpp"
 
-namespace kelvane::sim {
+namespace kelvane::web {
 
 std::string_view contentTypeOf(std::string_view name) {
     if (name.ends_with(".html")) return "text/html; charset=utf-8";
@@ -10,4 +10,4 @@ std::string_view contentTypeOf(std::string_view name) {
     return "application/octet-stream";
 }
 
-}  // namespace kelvane::sim
+}  // namespace kelvane::web

@@ -1,0 +1,142 @@
+// kelvane-sim's panel (--http) under clients that hold on: slow headers, event streams never
+// read, more streams than it takes, lengths it will not read. None may hold another request up,
+// and SIGTERM ends the simulator at once whatever is open.
+#include "simulator_process.hpp"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <memory>
+#include <optional>
+
+namespace kelvane::testing {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+// A client made of a plain socket, to behave badly on purpose: half a request, a byte now and
+// then, a stream never read (a small `receiveBuffer` stalls the server's writes soon).
+class RawConnection {
+public:
+    explicit RawConnection(int port, int receiveBuffer = 0) : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {
+        if (receiveBuffer > 0) ::setsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) ADD_FAILURE() << "connect";
+    }
+    ~RawConnection() { ::close(socket_); }
+
+    bool send(std::string_view bytes) {
+        return ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    }
+    // What arrived within `wait` ("" for nothing), or nullopt once the server closed.
+    std::optional<std::string> receive(std::chrono::milliseconds wait) {
+        pollfd ready{socket_, POLLIN, 0};
+        if (::poll(&ready, 1, static_cast<int>(wait.count())) <= 0) return "";
+        char bytes[65536];
+        auto got = ::recv(socket_, bytes, sizeof bytes, 0);
+        return got > 0 ? std::optional(std::string(bytes, static_cast<std::size_t>(got))) : std::nullopt;
+    }
+    // Sends `request`; the answer's status, once its header (and body, by Content-Length) came.
+    int exchange(std::string_view request) {
+        std::string answer;
+        bool complete = !send(request);
+        for (auto giveUp = Clock::now() + 5s; !complete && Clock::now() < giveUp;) {
+            auto more = receive(10ms);
+            if (!more) break;
+            answer += *more;
+            auto headerEnd = answer.find("\r\n\r\n");
+            auto length = answer.find("Content-Length: ");
+            auto body = headerEnd != std::string::npos && length < headerEnd ? std::stoul(answer.substr(length + 16)) : 0;
+            complete = headerEnd != std::string::npos && answer.size() >= headerEnd + 4 + body;
+        }
+        return answer.starts_with("HTTP/1.1 ") ? std::stoi(answer.substr(9)) : 0;
+    }
+
+private:
+    int socket_;
+};
+using Connections = std::vector<std::unique_ptr<RawConnection>>;
+
+constexpr int fixtures = 8;
+constexpr int slowClients = 16;
+constexpr int streamBound = 32;
+constexpr auto watchdog = 40s;
+
+std::string get(const std::string& path) { return "GET " + path + " HTTP/1.1\r\nHost: x\r\n\r\n"; }
+
+std::string post(int port, const std::string& body, const std::string& length) {
+    return "POST /api/control HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) +
+           "\r\nContent-Type: application/json\r\nContent-Length: " + length + "\r\n\r\n" + body;
+}
+
+std::string readState(int port, int fixture) {
+    std::string body = "{\"fixture\":" + std::to_string(fixture) + ",\"method\":\"sim.state\"}";
+    return post(port, body, std::to_string(body.size()));
+}
+
+TEST(PanelServing, SlowHeadersStreamsAndBadLengthsHoldNothingUpAStalledStreamIsDroppedAndSigtermEndsIt) {
+    SimulatorProcess sim(SimulatedStation{fixtures}, {"--http", "0", "--tec-slots", "16"});
+    const int port = sim.panelPort();
+    Connections slow;  // each sends a byte every half second: only a deadline for the whole request ends them
+    for (int i = 0; i < slowClients; ++i) {
+        slow.push_back(std::make_unique<RawConnection>(port));
+        slow.back()->send("GET / HTTP/1.1\r\n");
+    }
+    RawConnection stalled(port, 4096);  // opens a stream and never reads it
+    EXPECT_EQ(stalled.exchange(get("/api/events")), 200);
+    Connections streams;
+    while (streams.size() + 1 < streamBound) {
+        streams.push_back(std::make_unique<RawConnection>(port));
+        ASSERT_EQ(streams.back()->exchange(get("/api/events")), 200) << streams.size();
+    }
+    EXPECT_EQ(RawConnection(port).exchange(get("/api/events")), 503);
+    RawConnection client(port);
+    for (const auto* path : {"/", "/panel.js", "/api/fixtures", "/api/journal?fixture=8&last=1"}) {
+        EXPECT_EQ(client.exchange(get(path)), 200) << path;
+    }
+    for (const auto* length : {"-1", "100000000000000000000"}) {
+        EXPECT_EQ(RawConnection(port).exchange(post(port, "", length)), 400) << length;
+    }
+
+    // Every state read is an event on every stream: the stalled one fills up and is dropped,
+    // which frees its place, while the others keep reading.
+    int slowOpen = slowClients;
+    bool placeFreed = false;
+    const auto giveUp = Clock::now() + watchdog;
+    auto nextByte = Clock::now();
+    for (int k = 0; (slowOpen > 0 || !placeFreed) && Clock::now() < giveUp; ++k) {
+        ASSERT_EQ(client.exchange(readState(port, k % fixtures + 1)), 200);
+        for (auto& stream : streams) ASSERT_TRUE(stream->receive(0ms)) << "a stream that reads was dropped";
+        if (Clock::now() >= nextByte) {
+            nextByte += 500ms;
+            slowOpen = 0;
+            for (auto& each : slow) slowOpen += each->send("X") && each->receive(0ms) ? 1 : 0;
+        }
+        if (!placeFreed && k % 50 == 0) {
+            streams.push_back(std::make_unique<RawConnection>(port));
+            placeFreed = streams.back()->exchange(get("/api/events")) == 200;
+            if (!placeFreed) streams.pop_back();
+        }
+    }
+    EXPECT_EQ(slowOpen, 0) << "clients sending a byte at a time were never closed";
+    ASSERT_TRUE(placeFreed) << "the stream never read kept its place";  // no stream that reads lost it
+
+    slow.clear();
+    for (int i = 0; i < slowClients; ++i) slow.push_back(std::make_unique<RawConnection>(port));
+    auto ending = sim.terminate();  // with 32 streams and 16 silent connections open
+    EXPECT_LT(ending.took, 1s);
+    EXPECT_TRUE(WIFEXITED(ending.status) && WEXITSTATUS(ending.status) == 0) << ending.status;
+}
+
+}  // namespace
+}  // namespace kelvane::testing

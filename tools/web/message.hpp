@@ -1,0 +1,37 @@
+// One HTTP request as a route sees it, and the answer it gives.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace kelvane::web {
+
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
+struct Request {
+    std::string method;  // "GET", "POST"
+    std::string path;    // the target up to '?'
+    std::string query;   // the target after '?', as sent
+    Fields headers;
+    std::string body;
+
+    // The value of header `name` (any case), empty when absent.
+    std::string_view header(std::string_view name) const;
+    // Query parameter `name`, percent-decoded; nullopt when absent.
+    std::optional<std::string> parameter(std::string_view name) const;
+};
+
+struct Response {
+    int status = 200;
+    std::string body{};
+    std::string contentType = "application/json";
+    Fields headers{};  // more fields, e.g. Content-Security-Policy
+};
+
+// `status` with {"error": problem}: how every JSON endpoint refuses.
+Response errorResponse(int status, std::string_view problem);
+
+}  // namespace kelvane::web
