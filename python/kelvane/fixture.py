@@ -2,7 +2,7 @@
 import ctypes
 import os
 import weakref
-from typing import Optional, Union
+from typing import Callable, List, Optional, Union
 
 from kelvane._library import KelvaneOptions, free, library
 from kelvane.tec import TecRecord, parse_tec_record
@@ -87,7 +87,8 @@ class Fixture:
         self.ip, self.port = ip, port
         if not self.connected:
             self.close()
-            raise FixtureUnreachable(f"the fixture controller at {ip}:{port} did not answer")
+            raise FixtureUnreachable(f"cannot reach the fixture controller at {ip}:{port} "
+                                     "(is it powered and on the network?)")
 
     def close(self) -> None:
         """Releases the device and its connection. Calls other threads have under way end early
@@ -184,7 +185,17 @@ class Fixture:
     def tec_reading(self, slot: int) -> Optional[TecRecord]:
         """tec_record() parsed; a reading with answers missing names them in `missing`."""
         line = self.tec_record(slot)
-        return None if line is None else parse_tec_record(line)
+        if line is None:
+            return None
+        record = parse_tec_record(line)
+        for observe in list(reading_observers):
+            observe(self, slot, line, record)
+        return record
+
+
+# Told of every reading Fixture.tec_reading takes, as observe(fixture, slot, line, record): how
+# the pytest plugin puts a test's readings into its report.
+reading_observers: List[Callable[[Fixture, int, str, TecRecord], None]] = []
 
 
 def string_from_hex(hex_text: str) -> Optional[str]:

@@ -2,7 +2,7 @@
 import ipaddress
 import re
 from concurrent.futures import ThreadPoolExecutor
-from typing import Iterable, List, Union
+from typing import Iterable, List, Tuple, Union
 
 from kelvane.fixture import CONTROLLER_PORT, Fixture
 
@@ -51,6 +51,17 @@ class Station(list):
         self.close()
 
 
+def open_each(endpoints: Iterable[Tuple[str, int]], **options) -> List[Union[Fixture, Exception]]:
+    """Opens a Fixture for every (address, port) of `endpoints`, all at once, with the same Fixture
+    options. In the list returned, a fixture that could not be opened has its error in its place."""
+    endpoints = list(endpoints)
+    if not endpoints:
+        return []
+    with ThreadPoolExecutor(max_workers=len(endpoints)) as pool:
+        opening = [pool.submit(Fixture, address, port, **options) for address, port in endpoints]
+    return [future.exception() or future.result() for future in opening]
+
+
 def open_station(ips: Union[str, Iterable[str]], port: int = CONTROLLER_PORT, **options) -> Station:
     """Opens a Fixture for every address `ips` names (see station_addresses), all at once, with
     the same `port` and Fixture options::
@@ -61,18 +72,9 @@ def open_station(ips: Union[str, Iterable[str]], port: int = CONTROLLER_PORT, **
 
     When any of them cannot be opened, the others are closed again and the first error (in
     address order) is raised, e.g. FixtureUnreachable naming its address."""
-    addresses = station_addresses(ips)
-    if not addresses:
-        return Station()
-    with ThreadPoolExecutor(max_workers=len(addresses)) as pool:
-        opening = [pool.submit(Fixture, address, port, **options) for address in addresses]
-    station, errors = Station(), []
-    for future in opening:
-        if future.exception():
-            errors.append(future.exception())
-        else:
-            station.append(future.result())
-    if errors:
+    opened = open_each(((address, port) for address in station_addresses(ips)), **options)
+    station = Station(fixture for fixture in opened if isinstance(fixture, Fixture))
+    if len(station) < len(opened):
         station.close()
-        raise errors[0]
+        raise next(error for error in opened if not isinstance(error, Fixture))
     return station

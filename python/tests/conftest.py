@@ -1,19 +1,44 @@
-"""What the package's tests share: the built files ctest names in the environment, and a
-kelvane-sim process on a free loopback port with a pyzmq client for its "sim." methods."""
+"""What the package's tests share: the built files ctest names in the environment, the package
+installed into a virtual environment, and a kelvane-sim process on a free loopback port with a
+pyzmq client for its "sim." methods."""
 import itertools
 import json
 import os
+import shutil
 import socket
 import subprocess
+import sys
+from pathlib import Path
 
 import pytest
 import zmq
+
+PACKAGE = Path(__file__).resolve().parents[1]
+
 
 def built(variable):
     path = os.environ.get(variable)
     if not path or not os.path.exists(path):
         raise RuntimeError(f"{variable} must name the built file (got {path!r}); run through ctest")
     return path
+
+
+def without_source_tree():
+    """The environment less PYTHONPATH, so that an installed package is the one imported."""
+    return {name: value for name, value in os.environ.items() if name != "PYTHONPATH"}
+
+
+@pytest.fixture(scope="session")
+def installed_package(tmp_path_factory):
+    """The package installed offline into a virtual environment over the system's packages; the
+    environment's folder."""
+    folder = tmp_path_factory.mktemp("installed")
+    shutil.copytree(PACKAGE, folder / "source", ignore=shutil.ignore_patterns("tests", "build", "*.egg-info"))
+    subprocess.run([sys.executable, "-m", "venv", "--system-site-packages", "--without-pip",
+                    folder / "venv"], check=True)
+    subprocess.run([folder / "venv" / "bin" / "python", "-m", "pip", "install", "--quiet",
+                    "--no-build-isolation", "--no-index", folder / "source"], check=True)
+    return folder / "venv"
 
 
 class Simulator:

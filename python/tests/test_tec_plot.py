@@ -1,15 +1,10 @@
 """kelvane-tec-plot as installed by pip, on the CSV files of two slots each switched on twice, with
 readings on both sides of the library's checks and one with a missing reply."""
-import os
-import shutil
 import struct
 import subprocess
-import sys
-from pathlib import Path
 
+from conftest import without_source_tree
 from kelvane.tec import CSV_HEADER
-
-PACKAGE = Path(__file__).resolve().parents[1]
 
 # The sensors of each reading (PWM -35.20, current 1.25); None: the second sensor's reply missing.
 SLOTS = {1: [CSV_HEADER, ("21.49", "25.00", "25.00", "25.00"),  # below the floor and apart
@@ -32,25 +27,10 @@ def write_csv(folder, slot, lines):
     return path
 
 
-def install_package(folder):
-    """The package installed offline into a virtual environment over the system's packages; the
-    command-line entry of the environment."""
-    source = folder / "source"
-    shutil.copytree(PACKAGE, source, ignore=shutil.ignore_patterns("tests", "build", "*.egg-info"))
-    subprocess.run([sys.executable, "-m", "venv", "--system-site-packages", "--without-pip",
-                    folder / "venv"], check=True)
-    subprocess.run([folder / "venv" / "bin" / "python", "-m", "pip", "install", "--quiet",
-                    "--no-build-isolation", "--no-index", source], check=True)
-    return folder / "venv" / "bin" / "kelvane-tec-plot"
-
-
-def test_the_plot_and_summary_of_two_slots_switched_on_twice(tmp_path):
+def test_the_plot_and_summary_of_two_slots_switched_on_twice(tmp_path, installed_package):
     csv_files = [write_csv(tmp_path, slot, lines) for slot, lines in SLOTS.items()]
-    tool = install_package(tmp_path)
-
-    environment = {name: value for name, value in os.environ.items() if name != "PYTHONPATH"}
-    summary = subprocess.run([tool, "--summary", "--dpi", "40", "-o", tmp_path / "tec.png", *csv_files],
-                             check=True, capture_output=True, text=True, env=environment).stdout
+    summary = subprocess.run([installed_package / "bin" / "kelvane-tec-plot", "--summary", "--dpi", "40", "-o", tmp_path / "tec.png", *csv_files],
+                             check=True, capture_output=True, text=True, env=without_source_tree()).stdout
     for line in ("Fixture1_Unit1: 4 samples, 0 with missing replies, 2 switch-ons",
                  "  sensor 1: min 21.49  mean 24.12  max 25.00",
                  "  failures: 2 below the floor, 1 sensors apart",
