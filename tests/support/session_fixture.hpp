@@ -5,8 +5,6 @@
 #include "fake_rpc_client.hpp"
 #include "virtual_clock.hpp"
 
-#include "session/fixture_control_private.hpp"
-
 #include <kelvane/FixtureControl.hpp>
 
 #include <stdlib.h>
@@ -20,18 +18,6 @@
 #include <string>
 
 namespace kelvane {
-
-// Reaches the fields that nothing in the library sets (slot count, per-unit clients), so tests
-// can give a session the scanners a station would have.
-struct FixtureControlTestAccess {
-    static void setSlotNumber(FixtureControl& session, std::int32_t slots) {
-        FixtureControl::Private::of(session).slotNumber = slots;
-    }
-    static void addUnitClient(FixtureControl& session, const std::string& key,
-                              std::shared_ptr<RpcClient> client) {
-        FixtureControl::Private::of(session).qorClientDic[key] = std::move(client);
-    }
-};
 
 namespace testing {
 
