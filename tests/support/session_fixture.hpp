@@ -50,7 +50,11 @@ struct SessionFixture {
     std::shared_ptr<CapturingLog> log = std::make_shared<CapturingLog>();
     TemporaryDirectory root;
 
-    SessionFixture() { controller->answer("server.mode", Value("normal")); }
+    // The controller is there, and so are the TEC files' folders of slots 1 to 4.
+    SessionFixture() {
+        controller->answer("server.mode", Value("normal"));
+        for (int slot = 1; slot <= 4; ++slot) std::filesystem::create_directories(slotFolder(slot));
+    }
 
     Platform platform() {
         return {clock, log, root.path(), [client = controller](const std::string&, std::uint32_t) { return client; }};
@@ -61,6 +65,11 @@ struct SessionFixture {
                           {"identifier", "Fixture3"}};
         if (!scanSN.is_null()) topology["ScanSN"] = scanSN;
         return topology;
+    }
+
+    // The folder of a slot's TEC files for the identifier "Fixture3" (group 2).
+    std::filesystem::path slotFolder(int slot) const {
+        return root.path() / ("Users/stnuser/Library/Logs/Korva/active/group2-slot" + std::to_string(slot) + "/user");
     }
 
     // A connected session; the calls and log lines of creation are cleared.

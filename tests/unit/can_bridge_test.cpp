@@ -6,6 +6,8 @@
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
+#include <regex>
+
 using kelvane::can::Frame;
 using kelvane::Value;
 using Lines = std::vector<std::string>;
@@ -14,10 +16,6 @@ namespace {
 
 class CanBridge : public ::testing::Test {
 protected:
-    CanBridge() {
-        for (int slot = 1; slot <= 3; ++slot) std::filesystem::create_directories(folder(slot));
-    }
-
     static Value received(Value data) { return Value{{"data", std::move(data)}}; }
     // "<method> <args>" per call.
     Lines journal() const {
@@ -25,20 +23,12 @@ protected:
         for (const auto& call : fixture.controller->calls()) lines.push_back(call.method + " " + call.args.dump());
         return lines;
     }
-    std::filesystem::path folder(int slot) const {
-        return fixture.root.path() / fmt::format("Users/stnuser/Library/Logs/Korva/active/group2-slot{}/user", slot);
-    }
-    // The texts of the slot's TEC monitor log, without their time stamps; the log starts afresh.
-    Lines monitor(int slot) {
-        const auto path = folder(slot) / fmt::format("TecControlMonitor_Fixture3_Unit{}.log", slot);
+    // The slot's TEC monitor log without its time stamps; the log starts afresh.
+    std::string monitor(int slot) {
+        const auto path = fixture.slotFolder(slot) / fmt::format("TecControlMonitor_Fixture3_Unit{}.log", slot);
         const std::string text = kelvane::testing::fileText(path);
         std::filesystem::remove(path);
-        Lines lines;
-        constexpr std::size_t stamp = sizeof "2025-12-30 10:00:00:0000:    " - 1;
-        for (std::size_t at = 0, end; (end = text.find("\r\n", at)) != std::string::npos; at = end + 2) {
-            lines.push_back(text.substr(at + stamp, end - at - stamp));
-        }
-        return lines;
+        return std::regex_replace(text, std::regex("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d:\\d{4}:    "), "");
     }
     // The controller board gets 3000 ms for every CAN call.
     void TearDown() override {
@@ -50,7 +40,6 @@ protected:
     std::shared_ptr<kelvane::testing::FakeRpcClient>& board = fixture.controller;
     const kelvane::can::Bridge bridge{platform, board, Value("Fixture3")};
     kelvane::CapturingLog& log = *fixture.log;
-    kelvane::testing::VirtualClock& clock = *fixture.clock;
 };
 
 // "<first byte in hex>/<size>" per frame, and the payload the controller reassembles.
@@ -67,8 +56,8 @@ std::pair<std::string, std::string> shapeAndPayload(const std::vector<Frame>& fr
 
 TEST_F(CanBridge, CommandsAreCutIntoTheShapesTheControllersExpect) {
     EXPECT_EQ(bridge.framesForCommand("abc", 3), (std::vector<Frame>{{4, 0x61, 0x62, 0x63, 3}}));
-    EXPECT_EQ(monitor(3), (Lines{"handleCanCMD: abc", "command array will send: (\n        (\n        4,\n"
-                                                      "        97,\n        98,\n        99,\n        3\n    )\n)"}));
+    EXPECT_EQ(monitor(3), "handleCanCMD: abc\r\ncommand array will send: (\n        (\n        4,\n"
+                          "        97,\n        98,\n        99,\n        3\n    )\n)\r\n");
     EXPECT_EQ(log.lines(), (Lines{"hexStr: 616263", "tmpStr: 61626303", "decimalStr: (\n    4,\n    97,\n    98,\n    99,\n    3\n)"}));
     EXPECT_EQ(bridge.framesForCommand("", 1), (std::vector<Frame>{{1, 3}}));
 
@@ -84,14 +73,14 @@ TEST_F(CanBridge, CommandsAreCutIntoTheShapesTheControllersExpect) {
     log.clear();
     EXPECT_TRUE(bridge.framesForCommand(std::string(29, 'x'), 2).empty());
     EXPECT_EQ(log.lines().size(), 2u);  // hexStr and tmpStr, no frame converted
-    EXPECT_EQ(monitor(2).back(), "command array will send: (\n)");
+    EXPECT_TRUE(monitor(2).ends_with("\r\ncommand array will send: (\n)\r\n"));
 }
 
 TEST_F(CanBridge, AnswersAreReassembledFromFramesUntilTheTerminator) {
     board->answer("can.recv", received({4, 0x4F, 0x4B, 0x0D, 3}));
     EXPECT_EQ(bridge.receiveAnswer(2), "OK\r\x03");
     EXPECT_EQ(log.lines(), (Lines{"4", "79", "75", "13", "3"}));
-    EXPECT_EQ(monitor(2), (Lines{"rawdata [0]: (\n    4,\n    79,\n    75,\n    13,\n    3\n)", "resultStr [0]: OK\r\x03"}));
+    EXPECT_EQ(monitor(2), "rawdata [0]: (\n    4,\n    79,\n    75,\n    13,\n    3\n)\r\nresultStr [0]: OK\r\x03\r\n");
     EXPECT_EQ(journal(), Lines{"can.recv []"});
 
     // A first frame skips its length; a frame not ending in 3 is followed by another read at
@@ -105,7 +94,7 @@ TEST_F(CanBridge, AnswersAreReassembledFromFramesUntilTheTerminator) {
     EXPECT_EQ(bridge.receiveAnswer(2), "TEC okABCDEFGABC");
     EXPECT_EQ(bridge.receiveAnswer(2), "");
     EXPECT_EQ(board->calls().size(), 4u);
-    EXPECT_TRUE(clock.sleeps().empty());
+    EXPECT_TRUE(fixture.clock->sleeps().empty());
 
     // A reply without "data" is an empty frame; an empty reply ends the answer.
     for (Value nothing : {Value(), Value::object()}) {
@@ -115,7 +104,7 @@ TEST_F(CanBridge, AnswersAreReassembledFromFramesUntilTheTerminator) {
         monitor(1);
         EXPECT_EQ(bridge.receiveAnswer(1), "");
         EXPECT_EQ(log.lines(), Lines{"Fixture can.recv:" + kelvane::describe(nothing)});
-        EXPECT_EQ(monitor(1), (Lines{"rawdata [0]: (null)", "resultStr [0]: "}));
+        EXPECT_EQ(monitor(1), "rawdata [0]: (null)\r\nresultStr [0]: \r\n");
     }
 
     // Without a terminator the receiver reads for ever; the budget ends the test.
@@ -134,7 +123,7 @@ TEST_F(CanBridge, CommandSendersSendEveryFrameThenWaitForOk) {
                                 "can.send [2080,[33,99,32,112,111,119,101,114],\"EXTEND\"]",
                                 "can.send [2080,[34,3],\"EXTEND\"]", "can.recv []",
                                 "can.send [\"0x820\",[4,97,98,99,3],\"EXTEND\"]", "can.recv []"}));
-    EXPECT_EQ(clock.sleeps(), (std::vector<double>{0.1, 0.1}));
+    EXPECT_EQ(fixture.clock->sleeps(), (std::vector<double>{0.1, 0.1}));
 
     // A refused frame (anything but exactly "done") stops the command before any answer is read.
     board->clearCalls();
@@ -150,7 +139,7 @@ TEST_F(CanBridge, CommandSendersSendEveryFrameThenWaitForOk) {
     // so the fifth pause ends at exactly 5.0 s, which ends the period.
     board->answer("can.send", Value("done"));
     board->answer("can.recv", received({4, 'E', 'R', 'R', 3}));
-    board->onCall([this](const auto& call) { if (call.method == "can.recv") clock.advance(0.9); });
+    board->onCall([this](const auto& call) { if (call.method == "can.recv") fixture.clock->advance(0.9); });
     board->clearCalls();
     EXPECT_EQ(bridge.sendCommandForAnswer(Value(2080), "get tec temp:1", 1), std::nullopt);
     EXPECT_EQ(board->calls().size(), 8u);  // three frames, five receives

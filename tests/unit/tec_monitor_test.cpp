@@ -62,26 +62,19 @@ protected:
         if (session) session->close();
     }
 
-    std::filesystem::path folder(std::int32_t slot) {
-        return fixture.root.path() /
-               fmt::format("Users/stnuser/Library/Logs/Korva/active/group2-slot{}/user", slot);
-    }
     void setUpSlots() {
         ASSERT_TRUE(session->setUpTecMonitoring(4));
-        for (std::int32_t slot = 1; slot <= 4; ++slot) std::filesystem::create_directories(folder(slot));
         fixture.log->clear();
     }
     // A slot's CSV lines, the samples' time stamps cut off.
     Lines csv(std::int32_t slot) {
-        std::ifstream file(folder(slot) / fmt::format("TecTemp_Fixture3_Unit{}.csv", slot));
+        std::ifstream file(fixture.slotFolder(slot) / fmt::format("TecTemp_Fixture3_Unit{}.csv", slot));
         Lines lines;
-        for (std::string line; std::getline(file, line);) {
-            lines.push_back(line[0] == 'T' ? line : line.substr(24));
-        }
+        for (std::string line; std::getline(file, line);) lines.push_back(line[0] == 'T' ? line : line.substr(24));
         return lines;
     }
     std::string monitorLog(std::int32_t slot) {
-        return kelvane::testing::fileText(folder(slot) / fmt::format("TecControlMonitor_Fixture3_Unit{}.log", slot));
+        return kelvane::testing::fileText(fixture.slotFolder(slot) / fmt::format("TecControlMonitor_Fixture3_Unit{}.log", slot));
     }
     // The switch's own lines in the process log, then a fresh log.
     Lines switchLog() {
@@ -222,13 +215,12 @@ TEST_F(TecMonitor, APassHoldsTheObjectLockThroughItsWarmUpSleepButNotItsRunningL
 }
 
 TEST_F(TecMonitor, WithoutTheSetUpStepOnStartsNothingAndWritesNoHeader) {
-    std::filesystem::create_directories(folder(1));
     session->tecRecordArr(Value::array({"old"}));
     session->tecTempGet(1, "On");
     EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot1 tecTempRecord state:On",
                                   "After tecTempGet On--->>>tecTempThreadArray is (null)"}));
     EXPECT_TRUE(session->tecRecordArr().empty());
-    EXPECT_TRUE(std::filesystem::is_empty(folder(1)));
+    EXPECT_TRUE(std::filesystem::is_empty(fixture.slotFolder(1)));  // where a header would be
     EXPECT_EQ(session.use_count(), 1);  // the dropped worker holds no session
 
     fixture.controller->forget("can.open");

@@ -2,7 +2,7 @@
 
 #include "tec/files.hpp"
 
-#include <fmt/format.h>
+#include <fmt/chrono.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -22,58 +22,46 @@ std::string temperature(const std::string& degrees) { return "TEC temp: " + degr
 
 // The TEC controllers behind the controller board: a command, reassembled from the frames
 // "can.send" carries, is answered from `answers` in frames that "can.recv" hands out (the text
-// and its closing 3); a command without an answer gets none.
-class TecBoard final : public kelvane::RpcClient {
-public:
+// and its closing 3: a first frame, then consecutive ones); a command without an answer gets none.
+struct TecBoard final : kelvane::RpcClient {
     std::map<std::string, std::string> answers;
     Lines sent;  // "<message id> <command>"
+    std::string command;
+    std::deque<Value> frames;
 
     Value call(const std::string& method, const Value& args, const Value&, kelvane::RpcErrorSlot) override {
         if (method == "can.recv") {
-            if (frames_.empty()) return Value::object();
-            Value frame = std::move(frames_.front());
-            frames_.pop_front();
+            if (frames.empty()) return Value::object();
+            Value frame = std::move(frames.front());
+            frames.pop_front();
             return {{"data", frame}};
         }
-        const Value& frame = args.at(1);
-        for (std::size_t i = frame[0] == 0x10 ? 2 : 1; i < frame.size(); ++i) command_ += char(frame[i].get<int>());
-        if (command_.back() != '\x03') return "done";
-        command_.pop_back();
-        sent.push_back(kelvane::describe(args[0]) + " " + command_);
-        if (auto found = answers.find(command_); found != answers.end()) queueAnswer(found->second + '\x03');
-        command_.clear();
+        for (std::size_t i = args[1][0] == 0x10 ? 2 : 1; i < args[1].size(); ++i) command += char(args[1][i].get<int>());
+        if (command.back() != '\x03') return "done";
+        command.pop_back();
+        sent.push_back(kelvane::describe(args[0]) + " " + command);
+        const std::string payload = answers.contains(command) ? answers[command] + '\x03' : "";
+        for (std::size_t at = 0; at < payload.size(); at += at ? 7 : 6) {
+            Value frame = at ? Value::array({0x21}) : Value::array({0x10, payload.size()});
+            for (unsigned char c : payload.substr(at, at ? 7 : 6)) frame.push_back(c);
+            frames.push_back(frame);
+        }
+        command.clear();
         return "done";
     }
-
-private:
-    void queueAnswer(const std::string& payload) {
-        if (payload.size() <= 7) return frames_.push_back(bytes(int(payload.size()), payload));
-        frames_.push_back(bytes(0x10, char(payload.size()) + payload.substr(0, 6)));
-        for (std::size_t at = 6; at < payload.size(); at += 7) frames_.push_back(bytes(0x21, payload.substr(at, 7)));
-    }
-    static Value bytes(int first, const std::string& rest) {
-        Value frame = Value::array({first});
-        for (unsigned char c : rest) frame.push_back(c);
-        return frame;
-    }
-    std::string command_;
-    std::deque<Value> frames_;
 };
 
-// The process log. A failure is logged only once its line is in the CSV file.
-class SamplingLog final : public kelvane::LogSink {
-public:
-    explicit SamplingLog(std::filesystem::path csv) : csv_(std::move(csv)) {}
+// The process log's lines of the sampling itself. A failure is logged only once its line is in
+// the CSV file.
+struct SamplingLog final : kelvane::LogSink {
+    explicit SamplingLog(std::filesystem::path file) : csv(std::move(file)) {}
+    std::filesystem::path csv;
+    Lines own;
     void write(std::string_view line) override {
-        if (auto at = line.find("msg:"); at != line.npos) {
-            EXPECT_TRUE(kelvane::testing::fileText(csv_).ends_with(line.substr(at + 4))) << "logged first: " << line;
-        }
-        lines.write(line);
+        const auto at = line.find("msg:");
+        EXPECT_TRUE(at == line.npos || kelvane::testing::fileText(csv).ends_with(line.substr(at + 4))) << line;
+        if (std::regex_search(line.begin(), line.end(), std::regex("^(tecTempRecord|TesterReporting|Slot2)"))) own.emplace_back(line);
     }
-    kelvane::CapturingLog lines;
-
-private:
-    std::filesystem::path csv_;
 };
 
 class TecSampling : public ::testing::Test {
@@ -83,33 +71,21 @@ protected:
         session->tecTempStableFlag(Value::array({"YES", "YES"}));
         session->tecTempTimes(Value::array({0, 0}));
         session->tecRecordItemNameArray(Value::array({"NOT SET", "step"}));
-        std::filesystem::create_directories(folder);
     }
 
     // The line after its time stamp, which is the clock's local time, 24-hour, with milliseconds.
     std::string afterTimeStamp(const std::string& line) {
         const double now = fixture.clock->now();
         const auto seconds = static_cast<std::time_t>(now);
-        char stamp[32];
-        std::strftime(stamp, sizeof stamp, "%m/%d/%Y %H:%M:%S", std::localtime(&seconds));
-        const std::string expected = fmt::format("{}.{:03},", stamp, int((now - double(seconds)) * 1000));
-        EXPECT_TRUE(line.starts_with(expected)) << line << " at " << expected;
-        return line.substr(line.find(',') + 1);
+        EXPECT_EQ(line.substr(0, 24), fmt::format("{:%m/%d/%Y %H:%M:%S}.{:03},", fmt::localtime(seconds),
+                                                  int((now - double(seconds)) * 1000)));
+        return line.substr(24);
     }
-    // What the passes have appended to the slot's CSV file since the last look.
-    std::string written() {
+    std::string written() {  // what the passes appended to the slot's CSV file since the last look
         const std::string text = kelvane::testing::fileText(folder / "TecTemp_Fixture3_Unit2.csv");
         return text.substr(std::exchange(csvSeen, text.size()));
     }
-    // The sampling's own lines of the process log, then a fresh log.
-    Lines samplingLog() {
-        Lines lines;
-        for (const auto& line : log->lines.lines()) {
-            if (std::regex_search(line, std::regex("^(tecTempRecord|TesterReporting|Slot2)"))) lines.push_back(line);
-        }
-        log->lines.clear();
-        return lines;
-    }
+    Lines samplingLog() { return std::exchange(log->own, {}); }
     void answerSensors(std::vector<std::string> degrees) {
         for (int i = 0; i < 4; ++i) board->answers["get tec temp:" + std::to_string(i + 1)] = temperature(degrees[i]);
         board->answers["get tec power"] = power;
@@ -117,8 +93,7 @@ protected:
     void pass() { session->tecTempRecord(2, Value(2081)); }
 
     kelvane::testing::SessionFixture fixture;
-    const std::filesystem::path folder =
-        fixture.root.path() / "Users/stnuser/Library/Logs/Korva/active/group2-slot2/user";
+    const std::filesystem::path folder = fixture.slotFolder(2);
     std::shared_ptr<SamplingLog> log = std::make_shared<SamplingLog>(folder / "TecTemp_Fixture3_Unit2.csv");
     std::shared_ptr<kelvane::FixtureControl> session = [this] {
         auto platform = fixture.platform();
@@ -251,44 +226,41 @@ TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
     const kelvane::Platform platform = fixture.platform();
     const Value identifier = "Fixture3";
     const kelvane::tec::TecFiles files{platform, identifier};
-    const auto folder = fixture.root.path() / "Users/stnuser/Library/Logs/Korva/active/group2-slot2/user";
+    const auto folder = fixture.slotFolder(5);  // not made: the fixture makes those of slots 1 to 4
     using kelvane::testing::fileText;
 
-    files.appendCsv(2, "a\r\n");  // no folder: lost without a message
+    files.appendCsv(5, "a\r\n");  // no folder: lost without a message
     EXPECT_FALSE(std::filesystem::exists(folder));
     std::filesystem::create_directories(folder);
-    files.appendCsv(2, "a\r\n");
-    files.appendCsv(2, "25\xc2\xb0" "C\r\n");
-    files.appendCsv(2, "b\r\n");
-    EXPECT_EQ(fileText(folder / "TecTemp_Fixture3_Unit2.csv"), "a\r\nb\r\n");
+    files.appendCsv(5, "a\r\n");
+    files.appendCsv(5, "25\xc2\xb0" "C\r\n");
+    files.appendCsv(5, "b\r\n");
+    EXPECT_EQ(fileText(folder / "TecTemp_Fixture3_Unit5.csv"), "a\r\nb\r\n");
 
     // 30 December 2024 lies in week 1 of 2025: the week-based year shows.
     fixture.clock->advance(1'735'560'000.5 - fixture.clock->now());
-    files.appendMonitorLine(2, "running");
-    EXPECT_TRUE(std::regex_match(fileText(folder / "TecControlMonitor_Fixture3_Unit2.log"),
+    files.appendMonitorLine(5, "running");
+    EXPECT_TRUE(std::regex_match(fileText(folder / "TecControlMonitor_Fixture3_Unit5.log"),
                                  std::regex("2025-12-30 \\d\\d:\\d\\d:\\d\\d:5000:    running\r\n")));
     EXPECT_TRUE(fixture.log->lines().empty());
 
-    // A file that cannot be opened (a folder in its place) loses the line quietly; a write that
-    // fails once it is open (a full disk) is logged. The host's reading comes back all the same.
+    // A write that fails once the file is open (a full disk) is logged with the file's own line
+    // (one that cannot be opened is lost quietly, as the Station tests show for the shared
+    // append). The host's reading comes back all the same.
     using kelvane::tec::TecFiles;
     for (auto [name, write, message] :
-         {std::tuple{"TecTemp_Fixture3_Unit2.csv", &TecFiles::appendCsv, "save TecTemplog exception !"},
-          {"TecControlMonitor_Fixture3_Unit2.log", &TecFiles::appendMonitorLine, "save TecControlMonitor exception !"}}) {
-        std::filesystem::remove(folder / name);
-        std::filesystem::create_directory(folder / name);
-        (files.*write)(2, "c\r\n");
-        EXPECT_TRUE(fixture.log->lines().empty()) << name;
+         {std::tuple{"TecTemp_Fixture3_Unit5.csv", &TecFiles::appendCsv, "save TecTemplog exception !"},
+          {"TecControlMonitor_Fixture3_Unit5.log", &TecFiles::appendMonitorLine, "save TecControlMonitor exception !"}}) {
         std::filesystem::remove(folder / name);
         std::filesystem::create_symlink("/dev/full", folder / name);
-        (files.*write)(2, "c\r\n");
+        (files.*write)(5, "c\r\n");
         EXPECT_EQ(fixture.log->lines(), Lines{message});
         fixture.log->clear();
     }
     auto session = fixture.connect();
     fixture.controller->answer("can.send", Value("done"));
     fixture.controller->answer("can.recv", Value{{"data", {4, 'O', 'K', 3}}});
-    EXPECT_TRUE(session->tecTempRecord2(2).ends_with(",0.00,0.00,0.00,0.00,0.00,0.00,(null)\r\n"));
+    EXPECT_TRUE(session->tecTempRecord2(5).ends_with(",0.00,0.00,0.00,0.00,0.00,0.00,(null)\r\n"));
     const Lines lines = fixture.log->lines();
     EXPECT_NE(std::find(lines.begin(), lines.end(), "save TecControlMonitor exception !"), lines.end());
 
