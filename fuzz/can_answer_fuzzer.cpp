@@ -1,7 +1,6 @@
 // The answer reassembly reads whatever frames the controller board hands back. Input: a run of
 // frames, each a length byte and that many data bytes; a length byte's top bit turns the frame's
 // first element into a text and bit 6 makes the reply an empty dictionary.
-#include "can/receiver.hpp"
 #include "can_fuzz_support.hpp"
 
 #include <cstdlib>
@@ -34,7 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     std::size_t answered = 0;
     while (!link.board->replies.empty()) {
-        answered += can::receiveAnswer(link.bridge, 1).size();
+        answered += link.bridge.receiveAnswer(1).size();
     }
     if (answered > textPerFrame * frames) std::abort();
     return 0;

@@ -1,7 +1,6 @@
 // Command segmentation cuts any text a caller sends into frames. Whatever the text, the frames
 // must carry exactly its bytes and the 0x03 terminator, in the shapes the TEC controllers read,
 // or be no frames at all when the payload is too long.
-#include "can/frames.hpp"
 #include "can_fuzz_support.hpp"
 
 #include <cstdlib>
@@ -37,7 +36,7 @@ std::string payloadOf(const std::vector<can::Frame>& frames) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::FuzzBridge link;
     const std::string command(reinterpret_cast<const char*>(data), size);
-    const auto frames = can::framesForCommand(link.bridge, command, 1);
+    const auto frames = link.bridge.framesForCommand(command, 1);
     const std::string payload = command + '\x03';
     if (payload.size() > longestPayload) {
         check(frames.empty());

@@ -35,11 +35,12 @@ public:
     }
 };
 
+// The monitor logs' folders do not exist below the file root, so their lines are lost.
 struct FuzzBridge {
     std::shared_ptr<ScriptedBoard> board = std::make_shared<ScriptedBoard>();
-    InstantClock clock;
-    DiscardingLog log;
-    can::Bridge bridge{board, clock, log, [](std::int32_t, const std::string&) {}};
+    Platform platform{std::make_shared<InstantClock>(), std::make_shared<DiscardingLog>(),
+                      "/nonexistent-kelvane-fuzz-root", nullptr};
+    can::Bridge bridge{platform, board, Value("Fixture1")};
 };
 
 }  // namespace kelvane::fuzz

@@ -1,8 +1,10 @@
 // FixtureControl: one session with one fixture's controller board.
 //
-// Every operation is synchronous on the calling thread and never throws, except where a
-// helper below documents a range error for input its callers never pass, and the second start
-// of a TEC worker (see tecTempGet). The host serialises fixture motion.
+// Threads: every operation may be called from any host thread and is synchronous on it; the
+// host serialises fixture motion and calls tecTempGet and creatTecTempThread from one thread.
+// The session's TEC workers run passes on threads of their own. No operation throws, except
+// where a helper below documents a range error for input its callers never pass, and the
+// second start of a TEC worker (see tecTempGet).
 //
 // TEC monitoring: switching a slot on starts a background worker that runs a sampling pass,
 // pauses 1.5 s, and so on until switched off; it keeps the session alive while it runs. A
@@ -10,11 +12,12 @@
 //
 // Locks. A pass (and an on-demand reading) holds the session's object lock for its whole length,
 // up to tens of seconds with a silent controller, so the CAN exchanges of different slots never
-// interleave; no other operation takes it. The properties are guarded by the state lock, and the
-// failure records by a lock of their own; each of these two is held only to copy or replace one
-// value (a property, one slot's table entry, a record), never across a call to the controller, a
-// sleep or a file write, so a host never waits for a pass to read or set a property. Order:
-// object lock first, then the state lock or the records' lock, never those two together.
+// interleave; no other operation takes it. Each property, the per-slot TEC tables and the failure
+// records are guarded by locks of their own, each held only to copy or replace one value (a
+// property, one slot's table entry, a record), never across a call to the controller, a sleep or
+// a file write, so a host never waits for a pass to read or set a property. Order: object lock
+// first, then one of the others, never two of those together. The locks live with the TEC
+// monitor (src/tec/monitor.hpp), which documents them.
 #pragma once
 
 #include <kelvane/Platform.hpp>
@@ -151,8 +154,9 @@ public:
     Value getFixtureIDFromEEPROMWithTimeout(std::int64_t timeoutMs);
 
     // Properties: a getter and a setter of the same name each. A getter gives a copy and a
-    // setter replaces the whole value, under the state lock (tecRecordArr: the records' lock)
-    // held for that alone: callable from any thread at any time, never waiting for a TEC pass.
+    // setter replaces the whole value, under the property's lock (tecRecordArr: the records'
+    // lock) held for that alone: callable from any thread at any time, never waiting for a TEC
+    // pass.
 
     // The controller board's client, set by connectWithIPAddress. Each call to the controller
     // takes the client set at that moment, so a client set during a tray move serves the move's
@@ -182,7 +186,7 @@ public:
     // The per-slot TEC tables, arrays indexed by slot - 1, nil until the TEC set-up step: the
     // test step running in each slot (the CSV lines' last column), whether the slot has warmed
     // up ("YES"; set a slot's entry to "NO" to ask for a warm-up), and the warm-up passes made.
-    // A worker reads and writes them one entry at a time under the state lock. A host's get and
+    // A worker reads and writes them one entry at a time under the tables' lock. A host's get and
     // set are two steps: an entry a worker writes between them (the end of a warm-up sets the
     // slot's flag to "YES" and its count to 0) is overwritten by the set.
     Value tecRecordItemNameArray() const;
@@ -205,10 +209,6 @@ private:
     // A call through the controller's client; with no client, no reply and no error.
     Value call(std::string_view method, const Value& args = Value::array(),
                const Value& kwargs = nullptr, RpcErrorSlot error = nullptr);
-    Value pollSensor(const std::string& sensorMethod, double deadlineSeconds,
-                     std::string_view successLog, std::string_view successResult,
-                     std::string_view timeoutResult);
-    std::shared_ptr<RpcClient> unitClient(const std::string& unitKey) const;
 
     std::unique_ptr<Private> d_;
 };

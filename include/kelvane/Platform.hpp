@@ -7,12 +7,14 @@
 #include <kelvane/export.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -45,7 +47,8 @@ private:
     mutable std::function<void()> wake_;  // guarded by mutex_
 };
 
-// Time and sleeping. Poll loops and worker pauses go through it.
+// Time and sleeping. Poll loops and worker pauses go through it. Host threads and TEC workers
+// call one clock at once: an implementation is safe from any thread.
 class KELVANE_API Clock {
 public:
     virtual ~Clock();
@@ -63,7 +66,8 @@ public:
 
 KELVANE_API std::shared_ptr<Clock> systemClock();
 
-// The process log: one line per step, no levels.
+// The process log: one line per step, no levels. Host threads and TEC workers write to one log
+// at once: an implementation is safe from any thread.
 class KELVANE_API LogSink {
 public:
     virtual ~LogSink();
@@ -83,6 +87,7 @@ KELVANE_API std::shared_ptr<LogSink> processLogRoutedBy(std::string_view route);
 KELVANE_API std::shared_ptr<LogSink> standardErrorLog();
 
 // Keeps every line in memory, in order; for tests and for hosts that show the log themselves.
+// Every member is safe from any thread.
 class KELVANE_API CapturingLog final : public LogSink {
 public:
     void write(std::string_view line) override;
@@ -103,23 +108,32 @@ class TraceWriter;
 KELVANE_API std::shared_ptr<TraceWriter> traceFile(const std::filesystem::path& path,
                                                    std::uint64_t maxBytes);
 
+// A session's services. The session copies its Platform when it is made and only reads it
+// after; the clock and the log it holds are called from host threads and TEC workers at once.
 struct KELVANE_API Platform {
+    // Left empty, a session takes the system clock and standardErrorLog().
     std::shared_ptr<Clock> clock;
     std::shared_ptr<LogSink> log;
     // The station's fixed paths ("/vault/...", "/Users/stnuser/...") are opened below this root.
     std::filesystem::path fileRoot = "/";
+    // Makes the transport in place of the ZeroMQ client (a test's fake controller, say); it may
+    // make none, which fails the connection as a silent controller does. Empty: the ZeroMQ client.
     RpcClientFactory connect;
     // Where the calls of the clients made by clientFor() are traced, stamped with `clock`;
     // null: no trace.
     std::shared_ptr<TraceWriter> trace = nullptr;
+    // How long the ZeroMQ client waits for the reply to a call that gives no "timeout_ms";
+    // empty: 3000 ms.
+    std::optional<std::chrono::milliseconds> callTimeout = std::nullopt;
 
     // The system clock, the default log (standardErrorLog()), "/", the ZeroMQ client, and the
     // trace the host's environment asks for, read at each call: KELVANE_TRACE names the file and
     // KELVANE_TRACE_MAX_MB its size limit in MiB (64 when unset).
     static Platform defaults();
 
-    // The client of the controller at ip:port: the one `connect` makes, wrapped so that each of
-    // its calls is traced when there is a `trace`. Null when `connect` is empty or makes none.
+    // The client of the controller at ip:port, as a session makes it: the ZeroMQ client (or the
+    // one `connect` makes), wrapped so that each of its calls is traced when there is a `trace`.
+    // Null when `connect` makes none or the address is not one ZeroMQ can connect to.
     std::shared_ptr<RpcClient> clientFor(const std::string& ip, std::uint32_t port) const;
 
     // The path of a fixed station path below `fileRoot`.

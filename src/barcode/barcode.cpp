@@ -1,6 +1,6 @@
 // Barcode scanner cameras: the check at session creation, and scans of all slots or one unit.
 // Scanners are reached through the per-unit clients; a unit without a client gives no reply.
-#include <kelvane/FixtureControl.hpp>
+#include "barcode/units.hpp"
 
 #include <kelvane/protocol/methods.hpp>
 #include "session/fixture_control_private.hpp"
@@ -8,6 +8,13 @@
 #include <fmt/format.h>
 
 namespace kelvane {
+
+bool FixtureControl::barcodeSecurityCheck() { return d_->units.barcodeSecurityCheck(); }
+Value FixtureControl::scanBarcode() { return d_->units.scanBarcode(); }
+Value FixtureControl::getDutSN(const std::string& unit) {
+    return d_->units.getDutSN(toPology(), unit);
+}
+
 namespace {
 
 constexpr int decodeArgument = 5000;
@@ -16,11 +23,16 @@ std::string unitKey(std::int32_t slot) { return fmt::format("Unit{}", slot); }
 
 }  // namespace
 
-bool FixtureControl::barcodeSecurityCheck() {
+std::shared_ptr<RpcClient> Units::client(const std::string& unitKey) const {
+    auto found = qorClientDic.find(unitKey);
+    return found == qorClientDic.end() ? nullptr : found->second;
+}
+
+bool Units::barcodeSecurityCheck() const {
     log("***Barcode Security Check***");
-    for (std::int32_t slot = 1; slot <= d_->slotNumber; ++slot) {
+    for (std::int32_t slot = 1; slot <= slotNumber; ++slot) {
         std::string key = unitKey(slot);
-        auto scanner = unitClient(key);
+        auto scanner = client(key);
 
         Value cameraId = callThrough(scanner, std::string(methods::barcodeReadReverseItem),
                                      Value::array({"slotID"}), nullptr, nullptr);
@@ -50,15 +62,15 @@ bool FixtureControl::barcodeSecurityCheck() {
     return true;
 }
 
-Value FixtureControl::scanBarcode() {
+Value Units::scanBarcode() const {
     log("get barcode from scanner.");
     Value barcodes = Value::object();
     // One error slot for all units: once a unit has failed, later units whose call leaves the
     // slot alone are reported as failed in the log too.
     std::optional<RpcError> error;
-    for (std::int32_t slot = 1; slot <= d_->slotNumber; ++slot) {
+    for (std::int32_t slot = 1; slot <= slotNumber; ++slot) {
         std::string key = unitKey(slot);
-        Value barcode = callThrough(unitClient(key), std::string(methods::barcodeDecode),
+        Value barcode = callThrough(client(key), std::string(methods::barcodeDecode),
                                     Value::array({decodeArgument}), nullptr, &error);
         if (error) log(fmt::format("{} scanBarcode: barcode.decode fail; err:{}", key, error->text()));
         log(fmt::format("{} get barcode from scanner:{}", key, describe(barcode)));
@@ -69,8 +81,7 @@ Value FixtureControl::scanBarcode() {
     return barcodes;
 }
 
-Value FixtureControl::getDutSN(const std::string& unit) {
-    const Value topology = toPology();
+Value Units::getDutSN(const Value& topology, const std::string& unit) const {
     Value scanSN = topology.is_object() ? topology.value("ScanSN", Value()) : Value();
     if (!scanSN.is_null() && !isText(scanSN, "YES")) {
         log("Current config don't need  scan SN.");
@@ -78,7 +89,7 @@ Value FixtureControl::getDutSN(const std::string& unit) {
     }
     std::string key = "Unit" + unit;
     std::optional<RpcError> error;
-    Value barcode = callThrough(unitClient(key), std::string(methods::barcodeDecode),
+    Value barcode = callThrough(client(key), std::string(methods::barcodeDecode),
                                 Value::array({decodeArgument}), nullptr, &error);
     if (error) {
         log("scanBarcode: barcode.decode fail; err:" + error->text());

@@ -1,6 +1,5 @@
 #include "c_api/device_options.hpp"
 
-#include "rpc/rpc_client_wrapper.hpp"
 #include "trace/trace_writer.hpp"
 
 #include <algorithm>
@@ -43,9 +42,7 @@ std::optional<DeviceOptions> readDeviceOptions(const KelvaneOptions* options) {
 
 Platform platformFor(const DeviceOptions& options) {
     Platform platform = Platform::defaults();
-    RPCClientWrapper::Options transport;
-    if (options.callTimeout) transport.defaultTimeout = *options.callTimeout;
-    platform.connect = RPCClientWrapper::factory(transport);
+    platform.callTimeout = options.callTimeout;
     if (options.traceFile) {
         auto limit = options.traceMaxBytes ? options.traceMaxBytes : traceLimitFromEnvironment();
         platform.trace = options.traceFile->empty() ? nullptr : traceFile(*options.traceFile, limit);

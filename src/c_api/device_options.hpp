@@ -24,7 +24,7 @@ struct DeviceOptions {
 // when they make no sense: a size smaller than the size field, a port outside 0 to 65535.
 std::optional<DeviceOptions> readDeviceOptions(const KelvaneOptions* options);
 
-// The default platform, with the transport, trace and log the options set.
+// The default platform, with the call timeout, trace and log the options set.
 Platform platformFor(const DeviceOptions& options);
 
 }  // namespace kelvane

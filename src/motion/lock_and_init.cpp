@@ -1,10 +1,15 @@
 // The magnet lock that clamps the fixture, and the fixture's initial IO state.
-#include <kelvane/FixtureControl.hpp>
+#include "motion/motion.hpp"
 
 #include "io/fixture_io_set.hpp"
 #include <kelvane/protocol/methods.hpp>
+#include "session/fixture_control_private.hpp"
 
 namespace kelvane {
+
+Value FixtureControl::fixtureLock(const std::string& state) { return d_->motion.fixtureLock(state); }
+Value FixtureControl::fixtureInit() { return d_->motion.fixtureInit(); }
+
 namespace {
 
 constexpr std::string_view unknownLockState = "Unknown state!";
@@ -19,26 +24,27 @@ Value initialIoList() {
 
 }  // namespace
 
-Value FixtureControl::fixtureLock(const std::string& state) {
+Value Motion::fixtureLock(const std::string& state) {
     if (state == "on") {
         log("Fixture Lock!");
-        return call(methods::magnetControl, Value::array({"on"}));
+        return controller_.call(methods::magnetControl, Value::array({"on"}));
     }
     if (state == "off") {
         log("Fixture Unlock!");
-        return call(methods::magnetControl, Value::array({"off"}));
+        return controller_.call(methods::magnetControl, Value::array({"off"}));
     }
     log(unknownLockState);
     return std::string(unknownLockState);
 }
 
-Value FixtureControl::fixtureInit() {
+Value Motion::fixtureInit() {
     log("Fixture Init.");
     Value ioList = initialIoList();
     log(describe(ioList));
 
     std::optional<RpcError> error;
-    Value reply = call(methods::fixtureIoSet, Value::array({ioList}), io::ioSetKwargs(), &error);
+    Value reply = controller_.call(methods::fixtureIoSet, Value::array({ioList}),
+                                   io::ioSetKwargs(), &error);
     log("RRRRPPPPCCC!!!!!!");
     log(describe(reply));
     log(error ? error->text() : describe(nullptr));

@@ -1,7 +1,8 @@
 // The tray's four position sensors and the DUT-presence sensor, read on demand.
-#include <kelvane/FixtureControl.hpp>
+#include "motion/motion.hpp"
 
 #include <kelvane/protocol/methods.hpp>
+#include "session/fixture_control_private.hpp"
 
 #include <fmt/format.h>
 
@@ -9,6 +10,10 @@
 #include <climits>
 
 namespace kelvane {
+
+std::string FixtureControl::checkPositionSensor() { return d_->motion.checkPositionSensor(); }
+Value FixtureControl::checkDUTSensor() { return d_->motion.checkDUTSensor(); }
+
 namespace {
 
 // The summary prints each sensor as a 32-bit integer; out-of-range readings saturate.
@@ -22,22 +27,22 @@ std::string stateLine(std::string_view sensorName, int reading) {
 
 }  // namespace
 
-std::string FixtureControl::checkPositionSensor() {
+std::string Motion::checkPositionSensor() {
     // A failed read counts as 0.
-    int in = sensorReading(call(methods::inSensorRead));
+    int in = sensorReading(controller_.call(methods::inSensorRead));
     log(stateLine("IN", in));
-    int out = sensorReading(call(methods::outSensorRead));
+    int out = sensorReading(controller_.call(methods::outSensorRead));
     log(stateLine("OUT", out));
-    int up = sensorReading(call(methods::upSensorRead));
+    int up = sensorReading(controller_.call(methods::upSensorRead));
     log(stateLine("UP", up));
-    int down = sensorReading(call(methods::downSensorRead));
+    int down = sensorReading(controller_.call(methods::downSensorRead));
     log(stateLine("DOWN", down));
 
     return fmt::format("{};{};{};{}", in, out, up, down);
 }
 
-Value FixtureControl::checkDUTSensor() {
-    Value reply = call(methods::dutSensorRead);
+Value Motion::checkDUTSensor() {
+    Value reply = controller_.call(methods::dutSensorRead);
     log(fmt::format("checkDUTSensor state is {}\n", describe(reply)));
     return reply;
 }

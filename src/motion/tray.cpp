@@ -1,17 +1,27 @@
 // Tray moves: each checks the position sensors it depends on, starts the move, and confirms it
-// on the target sensor. A sensor counts as active here only when it answers the number 1.
-#include <kelvane/FixtureControl.hpp>
+// on the target sensor, which it reads until it reports active or time runs out. A sensor counts
+// as active here only when it answers the number 1.
+#include "motion/motion.hpp"
 
 #include <kelvane/protocol/methods.hpp>
 #include <kelvane/protocol/replies.hpp>
+#include "session/fixture_control_private.hpp"
 
 #include <fmt/format.h>
 
 namespace kelvane {
+
+// The session's tray moves are motion's.
+Value FixtureControl::trayUp() { return d_->motion.trayUp(); }
+Value FixtureControl::trayDown() { return d_->motion.trayDown(); }
+Value FixtureControl::trayIn() { return d_->motion.trayIn(); }
+Value FixtureControl::trayOut() { return d_->motion.trayOut(); }
+
 namespace {
 
 constexpr double liftDeadlineSeconds = 5.0;    // up and down
 constexpr double travelDeadlineSeconds = 15.0;  // in and out
+constexpr double pollPauseSeconds = 0.5;
 
 constexpr std::string_view pleaseUpFirst = "Please UP first!";
 constexpr std::string_view pleaseInFirst = "Please IN first!";
@@ -39,17 +49,16 @@ std::string currentStateLine(const Value& reading) {
 
 }  // namespace
 
-Value FixtureControl::trayUp() {
+Value Motion::trayUp() {
     log("Fixture UP.");
-    Value reply = call(methods::fixtureUp);
+    Value reply = controller_.call(methods::fixtureUp);
     if (!isText(reply, replies::upDone)) return reply;
-    return pollSensor(std::string(methods::upSensorRead), liftDeadlineSeconds, "UP OK\r", "UP OK",
-                      upTimeout);
+    return pollSensor(methods::upSensorRead, liftDeadlineSeconds, "UP OK\r", "UP OK", upTimeout);
 }
 
-Value FixtureControl::trayDown() {
+Value Motion::trayDown() {
     log("Fixture Down.");
-    Value in = call(methods::inSensorRead);
+    Value in = controller_.call(methods::inSensorRead);
     log(currentStateLine(in));
     if (!isNumberOne(in)) {
         log(refusalLine(pleaseInFirst));
@@ -61,17 +70,17 @@ Value FixtureControl::trayDown() {
         return std::string(dutNotRight);
     }
 
-    Value reply = call(methods::fixtureDown);
+    Value reply = controller_.call(methods::fixtureDown);
     if (!isText(reply, replies::downDone)) return reply;
-    return pollSensor(std::string(methods::downSensorRead), liftDeadlineSeconds, "DOWN OK.\r",
-                      "DOWN OK", downTimeout);
+    return pollSensor(methods::downSensorRead, liftDeadlineSeconds, "DOWN OK.\r", "DOWN OK",
+                      downTimeout);
 }
 
-Value FixtureControl::trayIn() {
+Value Motion::trayIn() {
     log("Fixture IN.");
-    Value up = call(methods::upSensorRead);
-    Value in = call(methods::inSensorRead);
-    Value down = call(methods::downSensorRead);
+    Value up = controller_.call(methods::upSensorRead);
+    Value in = controller_.call(methods::inSensorRead);
+    Value down = controller_.call(methods::downSensorRead);
     log(currentStateLine(up));
     if (!isNumberOne(up)) {
         log(refusalLine(pleaseUpFirst));
@@ -83,16 +92,16 @@ Value FixtureControl::trayIn() {
         return std::string(alreadyIn);
     }
 
-    Value reply = call(methods::fixtureIn);
+    Value reply = controller_.call(methods::fixtureIn);
     if (!isText(reply, replies::inDone)) return reply;
-    return pollSensor(std::string(methods::inSensorRead), travelDeadlineSeconds, "IN OK.\r",
-                      "IN OK", inTimeout);
+    return pollSensor(methods::inSensorRead, travelDeadlineSeconds, "IN OK.\r", "IN OK",
+                      inTimeout);
 }
 
-Value FixtureControl::trayOut() {
+Value Motion::trayOut() {
     log("Fixture OUT.");
-    Value out = call(methods::outSensorRead);
-    Value down = call(methods::downSensorRead);
+    Value out = controller_.call(methods::outSensorRead);
+    Value down = controller_.call(methods::downSensorRead);
     if (isNumberOne(out)) {
         log(refusalLine(alreadyOut));
         return std::string(alreadyOut);
@@ -103,10 +112,32 @@ Value FixtureControl::trayOut() {
         return std::string(pleaseUpFirst);
     }
 
-    Value reply = call(methods::fixtureOut);
+    Value reply = controller_.call(methods::fixtureOut);
     if (!isText(reply, replies::outDone)) return reply;
-    return pollSensor(std::string(methods::outSensorRead), travelDeadlineSeconds, "OUT OK.\r",
-                      "OUT OK", outTimeout);
+    return pollSensor(methods::outSensorRead, travelDeadlineSeconds, "OUT OK.\r", "OUT OK",
+                      outTimeout);
+}
+
+Value Motion::pollSensor(std::string_view sensorMethod, double deadlineSeconds,
+                         std::string_view successLog, std::string_view successResult,
+                         std::string_view timeoutResult) {
+    // Measured on the steady clock, so a time sync during a move neither stretches nor cuts it.
+    const double start = clock_.monotonic();
+    double now = start;
+    // The time is taken right after each read but tested only after the pause, so one last
+    // read may start up to a pause after the deadline; a sensor that settles right at the
+    // deadline is still seen.
+    while (now - start < deadlineSeconds) {
+        if (controller_.closed()) break;  // the host ended the session: the move is not confirmed
+        Value reading = controller_.call(sensorMethod);
+        now = clock_.monotonic();
+        if (isNumberOne(reading)) {
+            log(successLog);
+            return std::string(successResult);
+        }
+        clock_.sleepFor(pollPauseSeconds);
+    }
+    return std::string(timeoutResult);
 }
 
 }  // namespace kelvane

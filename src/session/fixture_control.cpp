@@ -1,9 +1,8 @@
-// Session creation, connection and the calls every other operation goes through.
+// Session creation, connection and the calls the session's own members make.
 #include <kelvane/FixtureControl.hpp>
 
 #include <kelvane/protocol/methods.hpp>
 #include "session/fixture_control_private.hpp"
-#include "tec/monitor.hpp"
 
 #include <fmt/format.h>
 
@@ -14,17 +13,10 @@ namespace {
 // TECs from this library at creation time.
 constexpr std::string_view tecSetupSwitch = "NO";
 
-constexpr std::uint32_t lowestPort = 1;
-constexpr std::uint32_t highestPort = 65535;
-
 }  // namespace
 
 FixtureControl::FixtureControl(Platform platform)
-    : d_(std::make_unique<Private>(std::move(platform))) {
-    // A host that leaves a service out gets the real one, so no operation meets an empty seam.
-    if (!d_->platform.clock) d_->platform.clock = systemClock();
-    if (!d_->platform.log) d_->platform.log = standardErrorLog();
-}
+    : d_(std::make_unique<Private>(std::move(platform))) {}
 
 FixtureControl::~FixtureControl() = default;
 
@@ -34,7 +26,7 @@ std::shared_ptr<FixtureControl> FixtureControl::initWithIP(const Value& topology
     session->toPology(topology);
     session->identifier(topology.is_object() ? topology.value("identifier", Value()) : Value());
     session->log("********self.toPology  " + describe(topology));
-    session->d_->qorClientDic.clear();
+    session->d_->units.qorClientDic.clear();
     session->tecRecordArr(Value::array());
 
     Value address = topology.is_object() ? topology.value("FixtureIP", Value()) : Value();
@@ -52,7 +44,7 @@ std::shared_ptr<FixtureControl> FixtureControl::initWithIP(const Value& topology
         !session->barcodeSecurityCheck()) {
         return nullptr;
     }
-    if (tecSetupSwitch == "YES" && !session->setUpTecMonitoring(session->d_->slotNumber)) {
+    if (tecSetupSwitch == "YES" && !session->setUpTecMonitoring(session->d_->units.slotNumber)) {
         return nullptr;
     }
     return session;
@@ -68,10 +60,7 @@ bool FixtureControl::connectWithIPAddress(const Value& address) {
     if (!ipValue.is_null()) saveSamplelog(ip);
     saveSamplelog(fmt::format("{}", port));
     log(fmt::format("{} Connecting to RPC server {}:{}...", describe(identifier()), ip, port));
-    // A port no TCP connection can use fails as a controller that does not answer, without
-    // waiting for the client's connect grace.
-    bool usablePort = port >= lowestPort && port <= highestPort;
-    fixtureControlClient(usablePort ? d_->platform.clientFor(ip, port) : nullptr);
+    d_->controller.connect(d_->platform, ip, port);
     Value reply = call(methods::serverMode);
     log("RPC server.mode: " + describe(reply) + "...");
     if (reply.is_null()) {
@@ -88,28 +77,15 @@ bool FixtureControl::initialFixture() {
 }
 
 void FixtureControl::close() {
-    d_->closed = true;
-    if (auto client = fixtureControlClient()) client->close();
-    std::vector<std::shared_ptr<WorkerThread>> workers;
-    {
-        std::lock_guard lock(d_->workersMutex);
-        workers.swap(d_->liveWorkers);
-    }
-    tec::stopWorkers(workers, *this);
+    d_->controller.close();
+    d_->tec.close();
 }
 
 void FixtureControl::log(std::string_view line) const { d_->platform.log->write(line); }
 
 Value FixtureControl::call(std::string_view method, const Value& args, const Value& kwargs,
                            RpcErrorSlot error) {
-    // Our own reference: a host that replaces the property meanwhile cannot free the client
-    // under this call.
-    return callThrough(fixtureControlClient(), std::string(method), args, kwargs, error);
-}
-
-std::shared_ptr<RpcClient> FixtureControl::unitClient(const std::string& unitKey) const {
-    auto found = d_->qorClientDic.find(unitKey);
-    return found == d_->qorClientDic.end() ? nullptr : found->second;
+    return d_->controller.call(method, args, kwargs, error);
 }
 
 }  // namespace kelvane

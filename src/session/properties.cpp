@@ -1,71 +1,63 @@
-// The session's properties: each getter copies and each setter replaces under the state lock,
-// which TEC workers take for one entry at a time, so neither side waits for a pass.
+// The session's properties: each getter copies and each setter replaces its value under a lock
+// held for that alone, so neither a host nor a TEC worker waits for a pass. The TEC properties
+// are the TEC monitor's.
 #include <kelvane/FixtureControl.hpp>
 
 #include "session/fixture_control_private.hpp"
 
 namespace kelvane {
 
+using tec::SlotTables;
+
 std::shared_ptr<RpcClient> FixtureControl::fixtureControlClient() const {
-    return d_->read(d_->fixtureControlClient);
+    return d_->controller.get();
 }
 void FixtureControl::fixtureControlClient(std::shared_ptr<RpcClient> client) {
-    d_->write(d_->fixtureControlClient, std::move(client));
+    d_->controller.set(std::move(client));
 }
 
-std::shared_ptr<std::thread> FixtureControl::threadReset() const {
-    return d_->read(d_->threadReset);
-}
+std::shared_ptr<std::thread> FixtureControl::threadReset() const { return d_->threadReset.get(); }
 void FixtureControl::threadReset(std::shared_ptr<std::thread> thread) {
-    d_->write(d_->threadReset, std::move(thread));
+    d_->threadReset.set(std::move(thread));
 }
 
-Value FixtureControl::identifier() const { return d_->read(d_->identifier); }
-void FixtureControl::identifier(Value identifier) {
-    d_->write(d_->identifier, std::move(identifier));
-}
+Value FixtureControl::identifier() const { return d_->identifier.get(); }
+void FixtureControl::identifier(Value identifier) { d_->identifier.set(std::move(identifier)); }
 
-Value FixtureControl::toPology() const { return d_->read(d_->toPology); }
-void FixtureControl::toPology(Value topology) { d_->write(d_->toPology, std::move(topology)); }
+Value FixtureControl::toPology() const { return d_->toPology.get(); }
+void FixtureControl::toPology(Value topology) { d_->toPology.set(std::move(topology)); }
 
-std::string FixtureControl::fixtureId() const { return d_->read(d_->fixtureId); }
-void FixtureControl::fixtureId(std::string fixtureId) {
-    d_->write(d_->fixtureId, std::move(fixtureId));
-}
+std::string FixtureControl::fixtureId() const { return d_->fixtureId.get(); }
+void FixtureControl::fixtureId(std::string fixtureId) { d_->fixtureId.set(std::move(fixtureId)); }
 
-std::string FixtureControl::tecTempLogPath() const { return d_->read(d_->tecTempLogPath); }
-void FixtureControl::tecTempLogPath(std::string path) {
-    d_->write(d_->tecTempLogPath, std::move(path));
-}
+std::string FixtureControl::tecTempLogPath() const { return d_->tec.tecTempLogPath.get(); }
+void FixtureControl::tecTempLogPath(std::string path) { d_->tec.tecTempLogPath.set(std::move(path)); }
 
-std::string FixtureControl::tecVersion() const { return d_->read(d_->tecVersion); }
-void FixtureControl::tecVersion(std::string version) {
-    d_->write(d_->tecVersion, std::move(version));
-}
+std::string FixtureControl::tecVersion() const { return d_->tec.tecVersion.get(); }
+void FixtureControl::tecVersion(std::string version) { d_->tec.tecVersion.set(std::move(version)); }
 
 Value FixtureControl::tecRecordItemNameArray() const {
-    return d_->read(d_->tecRecordItemNameArray);
+    return d_->tec.tables().table(SlotTables::itemNames);
 }
 void FixtureControl::tecRecordItemNameArray(Value names) {
-    d_->write(d_->tecRecordItemNameArray, std::move(names));
+    d_->tec.tables().setTable(SlotTables::itemNames, std::move(names));
 }
 
-Value FixtureControl::tecTempStableFlag() const { return d_->read(d_->tecTempStableFlag); }
+Value FixtureControl::tecTempStableFlag() const {
+    return d_->tec.tables().table(SlotTables::stableFlags);
+}
 void FixtureControl::tecTempStableFlag(Value flags) {
-    d_->write(d_->tecTempStableFlag, std::move(flags));
+    d_->tec.tables().setTable(SlotTables::stableFlags, std::move(flags));
 }
 
-Value FixtureControl::tecTempTimes() const { return d_->read(d_->tecTempTimes); }
-void FixtureControl::tecTempTimes(Value passes) { d_->write(d_->tecTempTimes, std::move(passes)); }
+Value FixtureControl::tecTempTimes() const {
+    return d_->tec.tables().table(SlotTables::warmUpPasses);
+}
+void FixtureControl::tecTempTimes(Value passes) {
+    d_->tec.tables().setTable(SlotTables::warmUpPasses, std::move(passes));
+}
 
-// The failure records have their own lock, the one a pass takes to append.
-Value FixtureControl::tecRecordArr() const {
-    std::lock_guard lock(d_->recordsMutex);
-    return d_->tecRecordArr;
-}
-void FixtureControl::tecRecordArr(Value records) {
-    std::lock_guard lock(d_->recordsMutex);
-    std::swap(d_->tecRecordArr, records);
-}
+Value FixtureControl::tecRecordArr() const { return d_->tec.records().get(); }
+void FixtureControl::tecRecordArr(Value records) { d_->tec.records().set(std::move(records)); }
 
 }  // namespace kelvane

@@ -1,9 +1,15 @@
 // The fixture's identity as stored in the board EEPROM.
-#include <kelvane/FixtureControl.hpp>
+#include "barcode/units.hpp"
 
 #include <kelvane/protocol/methods.hpp>
+#include "session/fixture_control_private.hpp"
 
 namespace kelvane {
+
+Value FixtureControl::getFixtureIDFromEEPROMWithTimeout(std::int64_t timeoutMs) {
+    return d_->units.getFixtureIDFromEEPROMWithTimeout(timeoutMs);
+}
+
 namespace {
 
 constexpr std::string_view boardType = "TAVRIN";
@@ -15,7 +21,7 @@ constexpr int eepromLength = 30;
 
 }  // namespace
 
-Value FixtureControl::getFixtureIDFromEEPROMWithTimeout(std::int64_t timeoutMs) {
+Value Units::getFixtureIDFromEEPROMWithTimeout(std::int64_t timeoutMs) const {
     log("SIBBoardType is: " + std::string(boardType));
     std::string type = upperCased(boardType);
     bool baseBoard = type == "TAVRIN" || type == "QUENDALIX";
@@ -23,7 +29,7 @@ Value FixtureControl::getFixtureIDFromEEPROMWithTimeout(std::int64_t timeoutMs) 
     Value args = baseBoard ? Value::array({eepromRegion, eepromAddress, eepromLength})
                            : Value::array({eepromAddress, eepromLength});
     std::optional<RpcError> error;
-    Value reply = callThrough(unitClient(std::string(eepromUnit)), method, args,
+    Value reply = callThrough(client(std::string(eepromUnit)), method, args,
                               {{"timeout_ms", timeoutMs}}, &error);
     if (error) log("Failed to read eeprom from SIB board; err=" + error->text());
     return reply;

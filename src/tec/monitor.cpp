@@ -1,46 +1,29 @@
-// Switching a slot's TEC worker on and off, the worker's loop, and stopping the workers of a
-// closed session.
+// Setting TEC monitoring up, switching a slot's worker on and off, the worker's loop, and
+// stopping the workers when the session is closed.
 #include "tec/monitor.hpp"
 
-#include "session/fixture_control_private.hpp"
-#include "tec/sampling.hpp"
+#include "can/bridge.hpp"
+#include "tec/files.hpp"
+#include <kelvane/protocol/can_bus.hpp>
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <functional>
-#include <mutex>
-#include <optional>
 
-namespace kelvane {
+namespace kelvane::tec {
 namespace {
 
+constexpr std::int64_t canBitRate = 500000;
 constexpr double pauseBetweenPassesSeconds = 1.5;
 constexpr std::string_view csvHeader =
     "Timestamp,Sensor1,Sensor2,Sensor3,Sensor4,PWM,Current,subsubtestname\r\n";
 
-// The session whose worker runs on this thread, if any: close() called from there must not
+// The monitor whose worker runs on this thread, if any: close() called from there must not
 // wait for the worker it runs on.
-thread_local const FixtureControl* workerSessionOfThisThread = nullptr;
+thread_local const TecMonitor* workerMonitorOfThisThread = nullptr;
 
 std::string workerName(std::int32_t slot) { return fmt::format("Slot{}_TecTempThread", slot); }
-
-// The pause between passes ends at once when the worker is cancelled (switched off, or its
-// session closed); a pass under way runs to its end.
-void runWorker(FixtureControl& session, Clock& clock, const WorkerThread::Handle& self,
-               std::int32_t slot) {
-    workerSessionOfThisThread = &session;
-    const Value messageId = tec::canMessageId(slot);
-    while (!self.isCancelled()) {
-        session.saveTecMonitorLogInfo(
-            slot, fmt::format("TesterReporting {} Slot{} tecTempRecord running",
-                              describe(session.identifier()), slot));
-        session.tecTempRecord(slot, messageId);
-        if (self.isCancelled()) break;
-        clock.sleepUnlessCancelled(pauseBetweenPassesSeconds, self.cancelSignal());
-    }
-    workerSessionOfThisThread = nullptr;
-}
 
 using Workers = std::vector<std::shared_ptr<WorkerThread>>;
 
@@ -80,59 +63,113 @@ void cancelWorkers(Workers& workers, const std::string& name, LogSink& log) {
 
 }  // namespace
 
-void FixtureControl::tecTempGet(std::int32_t slot, const std::string& state) {
+Value canMessageId(std::int32_t slot) {
+    return Value(static_cast<std::uint32_t>(can::tecMessageId(slot)));
+}
+
+bool TecMonitor::setUpTecMonitoring(std::int32_t slotCount) {
+    LogSink& log = *platform_.log;
+    const can::Bridge bridge{platform_, controller_.get(), identifier_.get()};
+    if (!bridge.openChannel(Value(canBitRate))) {
+        log.write("need TEC,Config Can fail.");
+        return false;
+    }
+    log.write("need TEC,Config Can success.");
+    tecTempLogPath.set("");
+    tecTempThreadArray_.emplace();
+    tecTempThreadArray_->reserve(static_cast<std::size_t>(std::max(slotCount, 0)));
+    Value itemNames = Value::array(), stableFlags = Value::array(), warmUpPasses = Value::array();
+    for (std::int32_t i = 0; i < slotCount; ++i) {
+        itemNames.push_back("NOT SET");
+        stableFlags.push_back("YES");
+        warmUpPasses.push_back(0);
+    }
+    tables_.setTable(SlotTables::itemNames, std::move(itemNames));
+    tables_.setTable(SlotTables::stableFlags, std::move(stableFlags));
+    tables_.setTable(SlotTables::warmUpPasses, std::move(warmUpPasses));
+    return true;
+}
+
+void TecMonitor::tecTempGet(std::int32_t slot, const std::string& state,
+                            std::weak_ptr<const void> owner) {
+    LogSink& log = *platform_.log;
     const std::string word = upperCased(state);
-    auto& workers = d_->tecTempThreadArray;
+    auto& workers = tecTempThreadArray_;
     if (word == "ON" || word == "OFF") {
-        log(fmt::format("TesterReporting Slot{} tecTempRecord state:{}", slot, state));
+        log.write(fmt::format("TesterReporting Slot{} tecTempRecord state:{}", slot, state));
     }
     if (word == "ON") {
         // Under the records' own lock, so a pass of another slot appending a record meanwhile
         // cannot tear the array; the order of events is the same as without it.
-        d_->failureRecords().clear();
-        creatTecTempThread(slot);
+        records_.clear();
+        creatTecTempThread(slot, std::move(owner));
         if (workers) {
-            startWorkers(*workers, workerName(slot), *d_->platform.log,
+            startWorkers(*workers, workerName(slot), log,
                          [&] { saveTecTemplog(slot, std::string(csvHeader)); });
         }
     } else if (word == "OFF" && workers) {
-        cancelWorkers(*workers, workerName(slot), *d_->platform.log);
+        cancelWorkers(*workers, workerName(slot), log);
     }
-    log(fmt::format("After tecTempGet {}--->>>tecTempThreadArray is {}", state,
-                    describeWorkers(workers)));
+    log.write(fmt::format("After tecTempGet {}--->>>tecTempThreadArray is {}", state,
+                          describeWorkers(workers)));
 }
 
-void FixtureControl::creatTecTempThread(std::int32_t slot) {
-    // The worker keeps the session alive while its loop runs and lets go when it ends. Until it
-    // starts it holds the session only weakly: the session holds the worker, and a worker that
-    // is never started (a second switch-on) must not keep the two alive for ever.
+void TecMonitor::creatTecTempThread(std::int32_t slot, std::weak_ptr<const void> owner) {
+    // The worker keeps the owner alive while its loop runs and lets go when it ends. Until it
+    // starts it holds the owner only weakly: the owner holds the worker, and a worker that is
+    // never started (a second switch-on) must not keep the two alive for ever.
     auto worker = std::make_shared<WorkerThread>(
-        workerName(slot), [weakSession = weak_from_this(), clock = d_->platform.clock,
-                           slot](const WorkerThread::Handle& self) {
-            if (auto session = weakSession.lock()) runWorker(*session, *clock, self, slot);
+        workerName(slot), [this, owner = std::move(owner), slot](const WorkerThread::Handle& self) {
+            if (auto held = owner.lock()) runWorker(self, slot);
         });
-    if (!d_->tecTempThreadArray) return;  // no set-up: the worker is neither kept nor started
-    d_->tecTempThreadArray->push_back(worker);
-    std::lock_guard lock(d_->workersMutex);
-    auto& live = d_->liveWorkers;
+    if (!tecTempThreadArray_) return;  // no set-up: the worker is neither kept nor started
+    tecTempThreadArray_->push_back(worker);
+    std::lock_guard lock(workersMutex_);
     // Done with: ended, or switched off before it ever started.
     const auto done = [](const std::shared_ptr<WorkerThread>& w) {
         return w->handle().isFinished() || (w->isCancelled() && !w->isStarted());
     };
-    live.erase(std::remove_if(live.begin(), live.end(), done), live.end());
-    live.push_back(std::move(worker));
-    // A session closed meanwhile gets no running worker.
-    if (d_->closed) live.back()->cancel();
+    liveWorkers_.erase(std::remove_if(liveWorkers_.begin(), liveWorkers_.end(), done),
+                       liveWorkers_.end());
+    liveWorkers_.push_back(std::move(worker));
+    // A monitor closed meanwhile gets no running worker.
+    if (closed_) liveWorkers_.back()->cancel();
 }
 
-namespace tec {
+// The pause between passes ends at once when the worker is cancelled (switched off, or its
+// session closed); a pass under way runs to its end. The running line is written outside the
+// object lock, the pass inside it.
+void TecMonitor::runWorker(const WorkerThread::Handle& self, std::int32_t slot) {
+    workerMonitorOfThisThread = this;
+    const Value messageId = canMessageId(slot);
+    while (!self.isCancelled()) {
+        saveTecMonitorLogInfo(slot, fmt::format("TesterReporting {} Slot{} tecTempRecord running",
+                                                describe(identifier_.get()), slot));
+        tecTempRecord(slot, messageId);
+        if (self.isCancelled()) break;
+        platform_.clock->sleepUnlessCancelled(pauseBetweenPassesSeconds, self.cancelSignal());
+    }
+    workerMonitorOfThisThread = nullptr;
+}
 
-void stopWorkers(const std::vector<std::shared_ptr<WorkerThread>>& workers,
-                 const FixtureControl& session) {
+void TecMonitor::saveTecMonitorLogInfo(std::int32_t slot, const std::string& text) const {
+    TecFiles{platform_, identifier_.get()}.appendMonitorLine(slot, text);
+}
+
+void TecMonitor::saveTecTemplog(std::int32_t slot, const std::string& text) const {
+    TecFiles{platform_, identifier_.get()}.appendCsv(slot, text);
+}
+
+void TecMonitor::close() {
+    std::vector<std::shared_ptr<WorkerThread>> workers;
+    {
+        std::lock_guard lock(workersMutex_);
+        closed_ = true;
+        workers.swap(liveWorkers_);
+    }
     for (const auto& worker : workers) worker->cancel();
-    if (workerSessionOfThisThread == &session) return;
+    if (workerMonitorOfThisThread == this) return;
     for (const auto& worker : workers) worker->handle().waitUntilFinished();
 }
 
-}  // namespace tec
-}  // namespace kelvane
+}  // namespace kelvane::tec

@@ -1,9 +1,12 @@
-#include "tec/sampling.hpp"
+// The sampling passes: four temperatures and the power stage asked of a slot's TEC controller
+// over the CAN bridge, turned into a CSV line, checked, and kept as a failure record when a
+// check fails; or, while the slot warms up, one temperature read and logged.
+#include "tec/monitor.hpp"
 
+#include "can/bridge.hpp"
 #include "platform/local_time.hpp"
+#include "tec/files.hpp"
 #include "tec/replies.hpp"
-
-#include <kelvane/protocol/can_bus.hpp>
 
 #include <fmt/format.h>
 
@@ -39,17 +42,13 @@ struct Answers {
     }
 };
 
-Answers askController(const Sampler& sampler, const Value& messageId, std::int32_t slot) {
+Answers askController(const can::Bridge& bridge, const Value& messageId, std::int32_t slot) {
     Answers answers;
     for (int i = 0; i < 4; ++i) {
-        answers.temperatures[i] = sampler.send(messageId, temperatureCommands[i], slot);
+        answers.temperatures[i] = bridge.sendCommandForAnswer(messageId, temperatureCommands[i], slot);
     }
-    answers.power = sampler.send(messageId, powerCommand, slot);
+    answers.power = bridge.sendCommandForAnswer(messageId, powerCommand, slot);
     return answers;
-}
-
-std::string timeStamp(const Sampler& sampler) {
-    return formatLocalTime(sampler.clock.now(), lineTimeStamp);
 }
 
 // The line of a measurement pass and, when every answer came, the sample it shows.
@@ -58,11 +57,12 @@ struct Measurement {
     std::optional<TecSample> sample;
 };
 
-Measurement measure(const Sampler& sampler, const Value& messageId, const SlotTables& tables,
-                    std::int32_t slot) {
-    const Answers answers = askController(sampler, messageId, slot);
+Measurement measure(const can::Bridge& bridge, Clock& clock, const SlotTables& tables,
+                    std::int32_t slot, const Value& messageId) {
+    const Answers answers = askController(bridge, messageId, slot);
+    const auto timeStamp = [&] { return formatLocalTime(clock.now(), lineTimeStamp); };
     if (!answers.usable()) {
-        return {fmt::format("{},{},{},{},{},{} get null value.\r\n", timeStamp(sampler),
+        return {fmt::format("{},{},{},{},{},{} get null value.\r\n", timeStamp(),
                             printed(answers.temperatures[0]), printed(answers.temperatures[1]),
                             printed(answers.temperatures[2]), printed(answers.temperatures[3]),
                             printed(answers.power)),
@@ -73,10 +73,10 @@ Measurement measure(const Sampler& sampler, const Value& messageId, const SlotTa
     const TecSample sample = parseSample(temperatures, *answers.power);
     const auto value = [](float number) { return static_cast<double>(number); };
     std::string line = fmt::format(
-        "{},{:.2f},{:.2f},{:.2f},{:.2f},{:.2f},{:.2f},{}\r\n", timeStamp(sampler),
+        "{},{:.2f},{:.2f},{:.2f},{:.2f},{:.2f},{:.2f},{}\r\n", timeStamp(),
         value(sample.sensors[0]), value(sample.sensors[1]), value(sample.sensors[2]),
         value(sample.sensors[3]), value(sample.pwm), value(sample.current),
-        describe(tables.itemName(slot)));
+        describe(tables.entry(SlotTables::itemNames, slot)));
     return {std::move(line), sample};
 }
 
@@ -95,55 +95,55 @@ bool sensorsDisagree(const TecSample& sample) {
     return apart(s[0], s[1]) || apart(s[0], s[2]) || apart(s[1], s[2]);
 }
 
-void checkSample(const Sampler& sampler, FailureRecords& records, std::int32_t slot,
+// Both checks, in this order; the records' lock is taken inside the object lock.
+void checkSample(LogSink& log, FailureRecords& records, std::int32_t slot,
                  const TecSample& sample, const std::string& line) {
     if (belowMinimum(sample)) {
-        sampler.log.write(fmt::format("tecTempRecord Slot{} fail msg:{}", slot, line));
+        log.write(fmt::format("tecTempRecord Slot{} fail msg:{}", slot, line));
         records.append(line);
     }
     if (sensorsDisagree(sample)) {
-        sampler.log.write(
-            fmt::format("TesterReporting Slot{} maybe sensor is not normal,msg:{}", slot, line));
+        log.write(fmt::format("TesterReporting Slot{} maybe sensor is not normal,msg:{}", slot, line));
         records.append(line);
     }
 }
 
-void warmUpPass(const Sampler& sampler, SlotTables& tables, std::int32_t slot,
-                const Value& messageId) {
-    const long long passes = integerValue(tables.warmUpPasses(slot));
-    tables.setWarmUpPasses(slot, passes < LLONG_MAX ? passes + 1 : passes);
-    sampler.clock.sleepFor(warmUpPauseSeconds);
-    const auto answer = sampler.send(messageId, temperatureCommands[0], slot);
-    sampler.log.write(fmt::format("Slot{} ntc1:{}", slot, printed(answer)));
+void warmUpPass(const can::Bridge& bridge, const Platform& platform, SlotTables& tables,
+                std::int32_t slot, const Value& messageId) {
+    const long long passes = integerValue(tables.entry(SlotTables::warmUpPasses, slot));
+    tables.setEntry(SlotTables::warmUpPasses, slot, passes < LLONG_MAX ? passes + 1 : passes);
+    platform.clock->sleepFor(warmUpPauseSeconds);  // the object lock stays held
+    const auto answer = bridge.sendCommandForAnswer(messageId, temperatureCommands[0], slot);
+    platform.log->write(fmt::format("Slot{} ntc1:{}", slot, printed(answer)));
     // Read back: a counter table the host has not set up never reaches the limit.
-    if (integerValue(tables.warmUpPasses(slot)) > warmUpPassLimit) {
-        tables.setStableFlag(slot, "YES");
-        tables.setWarmUpPasses(slot, 0);
-        sampler.log.write(fmt::format("Slot{} TEC temp stable", slot));
+    if (integerValue(tables.entry(SlotTables::warmUpPasses, slot)) > warmUpPassLimit) {
+        tables.setEntry(SlotTables::stableFlags, slot, "YES");
+        tables.setEntry(SlotTables::warmUpPasses, slot, 0);
+        platform.log->write(fmt::format("Slot{} TEC temp stable", slot));
     }
 }
 
 }  // namespace
 
-Value canMessageId(std::int32_t slot) {
-    return Value(static_cast<std::uint32_t>(can::tecMessageId(slot)));
-}
-
-void samplingPass(const Sampler& sampler, SlotTables& tables, FailureRecords& records,
-                  std::int32_t slot, const Value& messageId) {
-    if (isText(tables.stableFlag(slot), "NO")) {
-        warmUpPass(sampler, tables, slot, messageId);
+void TecMonitor::tecTempRecord(std::int32_t slot, const Value& messageId) {
+    std::lock_guard objectLock(objectLock_);
+    const TecFiles files{platform_, identifier_.get()};
+    const can::Bridge bridge{platform_, controller_.get(), files.identifier};
+    if (isText(tables_.entry(SlotTables::stableFlags, slot), "NO")) {
+        warmUpPass(bridge, platform_, tables_, slot, messageId);
         return;
     }
-    const Measurement measurement = measure(sampler, messageId, tables, slot);
-    sampler.saveCsv(slot, measurement.line);
+    const Measurement measurement = measure(bridge, *platform_.clock, tables_, slot, messageId);
+    files.appendCsv(slot, measurement.line);
     if (measurement.sample) {
-        checkSample(sampler, records, slot, *measurement.sample, measurement.line);
+        checkSample(*platform_.log, records_, slot, *measurement.sample, measurement.line);
     }
 }
 
-std::string readingOnDemand(const Sampler& sampler, const SlotTables& tables, std::int32_t slot) {
-    return measure(sampler, canMessageId(slot), tables, slot).line;
+std::string TecMonitor::tecTempRecord2(std::int32_t slot) {
+    std::lock_guard objectLock(objectLock_);
+    const can::Bridge bridge{platform_, controller_.get(), identifier_.get()};
+    return measure(bridge, *platform_.clock, tables_, slot, canMessageId(slot)).line;
 }
 
 }  // namespace kelvane::tec

@@ -1,61 +1,37 @@
-// The session's TEC members for sampling, failure records, files and set-up: each forwards to
-// the TEC core with the views of the session's tables and locks.
+// The session's TEC members: each forwards to the session's TEC monitor. A worker keeps the
+// session, which owns the monitor, alive while its loop runs.
 #include <kelvane/FixtureControl.hpp>
 
 #include "session/fixture_control_private.hpp"
 
-#include <algorithm>
-
 namespace kelvane {
-namespace {
-
-constexpr std::int64_t canBitRate = 500000;
-
-}  // namespace
 
 bool FixtureControl::setUpTecMonitoring(std::int32_t slotCount) {
-    if (!canConfig(Value(canBitRate))) {
-        log("need TEC,Config Can fail.");
-        return false;
-    }
-    log("need TEC,Config Can success.");
-    tecTempLogPath("");
-    d_->tecTempThreadArray.emplace();
-    d_->tecTempThreadArray->reserve(static_cast<std::size_t>(std::max(slotCount, 0)));
-    Value itemNames = Value::array(), stableFlags = Value::array(), warmUpPasses = Value::array();
-    for (std::int32_t i = 0; i < slotCount; ++i) {
-        itemNames.push_back("NOT SET");
-        stableFlags.push_back("YES");
-        warmUpPasses.push_back(0);
-    }
-    tecRecordItemNameArray(std::move(itemNames));
-    tecTempStableFlag(std::move(stableFlags));
-    tecTempTimes(std::move(warmUpPasses));
-    return true;
+    return d_->tec.setUpTecMonitoring(slotCount);
 }
 
-Value FixtureControl::getTecRecord(std::int32_t /*slot*/) {
-    return d_->failureRecords().snapshot();
+void FixtureControl::tecTempGet(std::int32_t slot, const std::string& state) {
+    d_->tec.tecTempGet(slot, state, weak_from_this());
 }
+
+void FixtureControl::creatTecTempThread(std::int32_t slot) {
+    d_->tec.creatTecTempThread(slot, weak_from_this());
+}
+
+Value FixtureControl::getTecRecord(std::int32_t /*slot*/) { return d_->tec.records().snapshot(); }
 
 void FixtureControl::tecTempRecord(std::int32_t slot, const Value& messageId) {
-    std::lock_guard objectLock(d_->objectLock);
-    tec::SlotTables tables = d_->slotTables();
-    tec::FailureRecords records = d_->failureRecords();
-    tec::samplingPass(d_->sampler(), tables, records, slot, messageId);
+    d_->tec.tecTempRecord(slot, messageId);
 }
 
-std::string FixtureControl::tecTempRecord2(std::int32_t slot) {
-    std::lock_guard objectLock(d_->objectLock);
-    return tec::readingOnDemand(d_->sampler(), d_->slotTables(), slot);
-}
+std::string FixtureControl::tecTempRecord2(std::int32_t slot) { return d_->tec.tecTempRecord2(slot); }
 
 void FixtureControl::saveTecMonitorLogInfo(std::int32_t slot, const std::string& text) {
-    d_->tecFiles().appendMonitorLine(slot, text);
+    d_->tec.saveTecMonitorLogInfo(slot, text);
 }
 
 void FixtureControl::saveTecTemplog(std::int32_t slot, const std::string& text) {
-    d_->tecFiles().appendCsv(slot, text);
+    d_->tec.saveTecTemplog(slot, text);
 }
 
 }  // namespace kelvane

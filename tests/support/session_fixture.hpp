@@ -5,8 +5,6 @@
 #include "fake_rpc_client.hpp"
 #include "virtual_clock.hpp"
 
-#include "session/fixture_control_private.hpp"
-
 #include <kelvane/FixtureControl.hpp>
 
 #include <stdlib.h>
@@ -20,18 +18,6 @@
 #include <string>
 
 namespace kelvane {
-
-// Reaches the fields that nothing in the library sets (slot count, per-unit clients), so tests
-// can give a session the scanners a station would have.
-struct FixtureControlTestAccess {
-    static void setSlotNumber(FixtureControl& session, std::int32_t slots) {
-        FixtureControl::Private::of(session).slotNumber = slots;
-    }
-    static void addUnitClient(FixtureControl& session, const std::string& key,
-                              std::shared_ptr<RpcClient> client) {
-        FixtureControl::Private::of(session).qorClientDic[key] = std::move(client);
-    }
-};
 
 namespace testing {
 
@@ -64,7 +50,11 @@ struct SessionFixture {
     std::shared_ptr<CapturingLog> log = std::make_shared<CapturingLog>();
     TemporaryDirectory root;
 
-    SessionFixture() { controller->answer("server.mode", Value("normal")); }
+    // The controller is there, and so are the TEC files' folders of slots 1 to 4.
+    SessionFixture() {
+        controller->answer("server.mode", Value("normal"));
+        for (int slot = 1; slot <= 4; ++slot) std::filesystem::create_directories(slotFolder(slot));
+    }
 
     Platform platform() {
         return {clock, log, root.path(), [client = controller](const std::string&, std::uint32_t) { return client; }};
@@ -75,6 +65,11 @@ struct SessionFixture {
                           {"identifier", "Fixture3"}};
         if (!scanSN.is_null()) topology["ScanSN"] = scanSN;
         return topology;
+    }
+
+    // The folder of a slot's TEC files for the identifier "Fixture3" (group 2).
+    std::filesystem::path slotFolder(int slot) const {
+        return root.path() / ("Users/stnuser/Library/Logs/Korva/active/group2-slot" + std::to_string(slot) + "/user");
     }
 
     // A connected session; the calls and log lines of creation are cleared.

@@ -1,9 +1,10 @@
 #include "session_fixture.hpp"
 
+#include "barcode/units.hpp"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-using kelvane::FixtureControlTestAccess;
 using kelvane::Value;
 using kelvane::testing::FakeRpcClient;
 using kelvane::testing::SessionFixture;
@@ -14,7 +15,7 @@ class Barcode : public ::testing::Test {
 protected:
     std::shared_ptr<FakeRpcClient> addScanner(int slot) {
         auto scanner = std::make_shared<FakeRpcClient>();
-        FixtureControlTestAccess::addUnitClient(*session, "Unit" + std::to_string(slot), scanner);
+        units.qorClientDic["Unit" + std::to_string(slot)] = scanner;
         return scanner;
     }
     static void answerHealthy(FakeRpcClient& scanner, const std::string& cameraId) {
@@ -23,18 +24,18 @@ protected:
         scanner.answer("barcode.read_config", Value("SG12345"));
     }
 
-    SessionFixture fixture;
-    std::shared_ptr<kelvane::FixtureControl> session = fixture.connect();
+    kelvane::CapturingLog log;
+    kelvane::Units units{log};
 };
 
 TEST_F(Barcode, SecurityCheckStopsAtTheFirstCameraWithTheWrongSlot) {
-    FixtureControlTestAccess::setSlotNumber(*session, 3);
+    units.slotNumber = 3;
     auto first = addScanner(1), second = addScanner(2), third = addScanner(3);
     answerHealthy(*first, "slot1");
     answerHealthy(*second, "slot1");
 
-    EXPECT_FALSE(session->barcodeSecurityCheck());
-    EXPECT_THAT(fixture.log->lines(),
+    EXPECT_FALSE(units.barcodeSecurityCheck());
+    EXPECT_THAT(log.lines(),
                 ElementsAre("***Barcode Security Check***", "Unit1 get cameraID:slot1",
                             "Unit1 get checkSNConfig:1", "Unit1 get cameraSN:SG12345",
                             "Unit2 get cameraID:slot1", "--FAIL--Slot2 Camera ID is not right: slot1!"));
@@ -48,7 +49,7 @@ TEST_F(Barcode, SecurityCheckTestsIdentityBySubstringConfigByIntegerAndSerialFor
         Value cameraId, checkSN, serial;
         const char* failLine;  // null: the check passes
     };
-    FixtureControlTestAccess::setSlotNumber(*session, 1);
+    units.slotNumber = 1;
     for (const Case& c : {Case{"slot10", "1", "SG1", nullptr},
                           Case{"slot1", "0", "SG1", "--FAIL--Slot1 check SN config is not enable: 0!"},
                           Case{"slot1", 1, "sg99", "--FAIL--Slot1 read camera SN fail: sg99!"},
@@ -57,23 +58,23 @@ TEST_F(Barcode, SecurityCheckTestsIdentityBySubstringConfigByIntegerAndSerialFor
         scanner->answer("barcode.read_reverse_item", c.cameraId);
         scanner->answer("barcode.read_config", c.checkSN);
         scanner->answer("barcode.read_config", c.serial);
-        fixture.log->clear();
-        EXPECT_EQ(session->barcodeSecurityCheck(), c.failLine == nullptr) << c.cameraId;
+        log.clear();
+        EXPECT_EQ(units.barcodeSecurityCheck(), c.failLine == nullptr) << c.cameraId;
         if (c.failLine) {
-            EXPECT_EQ(fixture.log->lines().back(), c.failLine);
+            EXPECT_EQ(log.lines().back(), c.failLine);
         }
     }
 }
 
 TEST_F(Barcode, ScanKeepsGoodSlotsAndKeepsReportingAnEarlierError) {
-    FixtureControlTestAccess::setSlotNumber(*session, 3);
+    units.slotNumber = 3;
     auto first = addScanner(1);
     first->answer("barcode.decode", Value("C02ABC"));
     addScanner(2)->fail("barcode.decode", {7, "camera busy"});
     addScanner(3)->answer("barcode.decode", Value("fail"));
 
-    EXPECT_EQ(session->scanBarcode(), (Value{{"Unit1", "C02ABC"}}));
-    EXPECT_THAT(fixture.log->lines(),
+    EXPECT_EQ(units.scanBarcode(), (Value{{"Unit1", "C02ABC"}}));
+    EXPECT_THAT(log.lines(),
                 ElementsAre("get barcode from scanner.", "Unit1 get barcode from scanner:C02ABC",
                             "Unit2 scanBarcode: barcode.decode fail; err:camera busy (code 7)",
                             "Unit2 get barcode from scanner:(null)",
@@ -83,22 +84,22 @@ TEST_F(Barcode, ScanKeepsGoodSlotsAndKeepsReportingAnEarlierError) {
 }
 
 TEST_F(Barcode, DutSerialHonoursScanSNExactlyAndReturnsErrorsAsText) {
+    SessionFixture fixture;  // the session reads "ScanSN" of its topology
+    auto session = fixture.connect();
     session->toPology(Value{{"ScanSN", "yes"}});
     EXPECT_TRUE(session->getDutSN("1").is_null());
     EXPECT_THAT(fixture.log->lines(), Contains("Current config don't need  scan SN."));
 
-    session->toPology(Value::object());  // no "ScanSN": the unit is scanned
-    auto scanner = addScanner(3);
+    auto scanner = addScanner(3);  // no "ScanSN": the unit is scanned
     scanner->answer("barcode.decode", Value("FAIL"));
-    fixture.log->clear();
-    EXPECT_EQ(session->getDutSN("3"), Value("FAIL"));
+    EXPECT_EQ(units.getDutSN(Value::object(), "3"), Value("FAIL"));
     EXPECT_THAT(scanner->requests(), ElementsAre("barcode.decode [5000]"));
 
-    session->toPology(Value{{"ScanSN", "YES"}});
+    const Value yes = {{"ScanSN", "YES"}};
     scanner->fail("barcode.decode", {-32100, "barcode.decode timed out after 3000 ms"});
-    EXPECT_EQ(session->getDutSN("3"), Value("barcode.decode timed out after 3000 ms (code -32100)"));
-    EXPECT_TRUE(session->getDutSN("9").is_null());
-    EXPECT_THAT(fixture.log->lines(),
+    EXPECT_EQ(units.getDutSN(yes, "3"), Value("barcode.decode timed out after 3000 ms (code -32100)"));
+    EXPECT_TRUE(units.getDutSN(yes, "9").is_null());
+    EXPECT_THAT(log.lines(),
                 ElementsAre("Unit3 get barcode from scanner:FAIL",
                             "scanBarcode: barcode.decode fail; err:barcode.decode timed out after 3000 ms (code -32100)",
                             "Unit9 get barcode from scanner:(null)"));

@@ -113,6 +113,15 @@ TEST(TrayMotion, DeadlineCountsFromTheMoveReplyOnTheSteadyClockAndAllowsOneReadP
     }
 }
 
+// A session closed during a move ends the poll at its next step: the move is not confirmed.
+TEST(TrayMotion, ClosingTheSessionEndsThePollAtItsNextStep) {
+    SessionFixture fixture;
+    auto session = readyToMove(fixture, moves[2], "in_done", {0});
+    fixture.clock->atNextSleep([&] { session->close(); });
+    EXPECT_EQ(session->trayIn(), moves[2].timeoutResult);
+    EXPECT_EQ(fixture.controller->requests().size(), 5u);  // three sensors, the move, one read
+}
+
 // Each refusal reads only what it needs; sensors must answer the number 1, not the text "1".
 // The last log line is the returned text with "\r", except for the DUT refusal.
 TEST(TrayMotion, PreconditionsRefuseWithTheirTextAfterReadingOnlyWhatTheyNeed) {

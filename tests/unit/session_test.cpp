@@ -54,7 +54,7 @@ TEST(Session, NoAnswerToServerModeOrAPortOutsideOneTo65535GivesNoSession) {
 }
 
 // An absent address text writes nothing to the fixture log; the port line is still written.
-// A platform without a transport fails the connection like a silent controller.
+// A transport that makes no client fails the connection like a silent controller.
 TEST(Session, MissingOrMalformedAddressOrTransportNeverCrashes) {
     for (Value topology : {Value(), Value::object(), Value{{"FixtureIP", "not a dictionary"}},
                            Value{{"FixtureIP", {{"ip", 5}, {"port", "x"}}}},
@@ -62,7 +62,7 @@ TEST(Session, MissingOrMalformedAddressOrTransportNeverCrashes) {
         SessionFixture fixture;
         std::filesystem::create_directories(fixture.root.path() / "vault/Korva");
         auto platform = fixture.platform();
-        platform.connect = nullptr;
+        platform.connect = [](const std::string&, std::uint32_t) { return nullptr; };
         EXPECT_EQ(kelvane::FixtureControl::initWithIP(topology, platform), nullptr) << topology;
         auto fixtureLog = fileText(fixture.root.path() / "vault/Korva/Fixture.log");
         EXPECT_TRUE(fixtureLog.ends_with("\r\n") && fixtureLog.find("(null)") == std::string::npos)

@@ -1,5 +1,7 @@
 #include "session_fixture.hpp"
 
+#include "barcode/units.hpp"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -76,17 +78,19 @@ TEST_F(Station, EepromReadGoesThroughTheBaseBoardOfTheFirstUnit) {
     EXPECT_TRUE(session->getFixtureIDFromEEPROMWithTimeout(2000).is_null());
     EXPECT_THAT(fixture.log->lines(), ElementsAre("SIBBoardType is: TAVRIN"));
 
+    kelvane::CapturingLog log;  // a unit board's client, which no session has
+    kelvane::Units units{log};
     auto board = std::make_shared<FakeRpcClient>();
-    kelvane::FixtureControlTestAccess::addUnitClient(*session, "Unit1", board);
+    units.qorClientDic["Unit1"] = board;
     board->answer("base_board.lock_read_eeprom_string", Value("FX-0042"));
-    EXPECT_EQ(session->getFixtureIDFromEEPROMWithTimeout(2000), Value("FX-0042"));
+    EXPECT_EQ(units.getFixtureIDFromEEPROMWithTimeout(2000), Value("FX-0042"));
     auto call = board->calls().front();
     EXPECT_EQ(Value::array({call.args.size(), call.args[1], call.args[2], call.kwargs}),
               Value::array({3, 32, 30, Value{{"timeout_ms", 2000}}}));
 
     board->fail("base_board.lock_read_eeprom_string", {3, "locked"});
-    fixture.log->clear();
-    EXPECT_TRUE(session->getFixtureIDFromEEPROMWithTimeout(2000).is_null());
-    EXPECT_THAT(fixture.log->lines(), ElementsAre("SIBBoardType is: TAVRIN",
+    log.clear();
+    EXPECT_TRUE(units.getFixtureIDFromEEPROMWithTimeout(2000).is_null());
+    EXPECT_THAT(log.lines(), ElementsAre("SIBBoardType is: TAVRIN",
                                                   "Failed to read eeprom from SIB board; err=locked (code 3)"));
 }

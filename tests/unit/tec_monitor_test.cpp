@@ -16,7 +16,6 @@
 
 using kelvane::FixtureControl;
 using kelvane::Value;
-using kelvane::WorkerThread;
 using Lines = std::vector<std::string>;
 
 namespace {
@@ -34,6 +33,16 @@ public:
     kelvane::testing::SteppedClock stepped;
     std::atomic<bool> holdInPass{false};
 };
+
+// Waits, in real time and for `limit` at most, for what a worker does.
+bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+    const auto until = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > until) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
 
 class TecMonitor : public ::testing::Test {
 protected:
@@ -53,23 +62,19 @@ protected:
         if (session) session->close();
     }
 
-    std::filesystem::path folder(std::int32_t slot) {
-        return fixture.root.path() /
-               fmt::format("Users/stnuser/Library/Logs/Korva/active/group2-slot{}/user", slot);
-    }
     void setUpSlots() {
         ASSERT_TRUE(session->setUpTecMonitoring(4));
-        for (std::int32_t slot = 1; slot <= 4; ++slot) std::filesystem::create_directories(folder(slot));
         fixture.log->clear();
     }
     // A slot's CSV lines, the samples' time stamps cut off.
     Lines csv(std::int32_t slot) {
-        std::ifstream file(folder(slot) / fmt::format("TecTemp_Fixture3_Unit{}.csv", slot));
+        std::ifstream file(fixture.slotFolder(slot) / fmt::format("TecTemp_Fixture3_Unit{}.csv", slot));
         Lines lines;
-        for (std::string line; std::getline(file, line);) {
-            lines.push_back(line[0] == 'T' ? line : line.substr(24));
-        }
+        for (std::string line; std::getline(file, line);) lines.push_back(line[0] == 'T' ? line : line.substr(24));
         return lines;
+    }
+    std::string monitorLog(std::int32_t slot) {
+        return kelvane::testing::fileText(fixture.slotFolder(slot) / fmt::format("TecControlMonitor_Fixture3_Unit{}.log", slot));
     }
     // The switch's own lines in the process log, then a fresh log.
     Lines switchLog() {
@@ -80,21 +85,6 @@ protected:
         }
         fixture.log->clear();
         return lines;
-    }
-    std::vector<std::shared_ptr<WorkerThread>>& workers() {
-        return *FixtureControl::Private::of(*session).tecTempThreadArray;
-    }
-    Lines workerNames() {
-        Lines names;
-        for (const auto& worker : workers()) names.push_back(worker->name());
-        return names;
-    }
-    // Whether a pass could take the session's lock now.
-    bool sessionLockFree() {
-        auto& lock = FixtureControl::Private::of(*session).objectLock;
-        if (!lock.try_lock()) return false;
-        lock.unlock();
-        return true;
     }
     void step(std::size_t running) {
         clock->stepped.advance(passPause);
@@ -108,16 +98,6 @@ protected:
 
 const std::string header = "Timestamp,Sensor1,Sensor2,Sensor3,Sensor4,PWM,Current,subsubtestname\r";
 
-// Waits, in real time and for 10 s at most, for what a worker does.
-bool eventually(const std::function<bool()>& condition) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
-
 }  // namespace
 
 TEST_F(TecMonitor, OnStartsAWorkerThatSamplesPassByPassAndOffEndsItAfterThePassUnderWay) {
@@ -130,7 +110,6 @@ TEST_F(TecMonitor, OnStartsAWorkerThatSamplesPassByPassAndOffEndsItAfterThePassU
     EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot3 tecTempRecord state:on",
                                   "TesterReporting thread name:Slot3_TecTempThread",
                                   "After tecTempGet on--->>>tecTempThreadArray is (\n    \"Slot3_TecTempThread\"\n)"}));
-    ASSERT_EQ(workerNames(), Lines{"Slot3_TecTempThread"});
     const std::string sample = "0.00,0.00,0.00,0.00,0.00,0.00,step\r";
     EXPECT_EQ(csv(3), (Lines{header, sample}));
     EXPECT_EQ(fixture.controller->calls()[1].args[0], 2082);  // slot + 2079
@@ -141,19 +120,17 @@ TEST_F(TecMonitor, OnStartsAWorkerThatSamplesPassByPassAndOffEndsItAfterThePassU
     EXPECT_EQ(records.size(), 2u);
     EXPECT_EQ(session->getTecRecord(99), records);
 
-    // Switched off in the middle of a pass: the pass ends, then the worker.
-    const auto worker = workers()[0];
+    // Switched off in the middle of a pass: the pass ends, then the worker, which lets go of the
+    // session; one not cancelled would wait in its pause, holding the session.
     clock->holdInPass = true;
     step(1);
     EXPECT_EQ(session->tecTempStableFlag()[2], "YES");  // a property does not wait for the pass
     session->tecTempGet(3, "Off");
-    EXPECT_TRUE(worker->isCancelled());
-    EXPECT_TRUE(workers().empty());
     clock->holdInPass = false;
     clock->stepped.advance(passPause);
-    worker->handle().waitUntilFinished();
+    ASSERT_TRUE(eventually([&] { return session.use_count() == 1; }));
     EXPECT_EQ(csv(3).size(), 4u);
-    const std::string monitor = kelvane::testing::fileText(folder(3) / "TecControlMonitor_Fixture3_Unit3.log");
+    const std::string monitor = monitorLog(3);
     const std::regex running(":    TesterReporting Fixture3 Slot3 tecTempRecord running\r\n");
     EXPECT_EQ(std::distance(std::sregex_iterator(monitor.begin(), monitor.end(), running), {}), 3);
     EXPECT_EQ(session->getTecRecord(3).size(), 3u);
@@ -175,8 +152,6 @@ TEST_F(TecMonitor, SecondOnFailsToRestartAndOffSkipsTheSecondOfTwoWorkersSideByS
     EXPECT_EQ(session->getTecRecord(1).size(), 1u);
 
     EXPECT_THROW(session->tecTempGet(1, "ON"), kelvane::WorkerAlreadyStarted);
-    EXPECT_EQ(workerNames(), Lines(2, "Slot1_TecTempThread"));
-    EXPECT_FALSE(workers()[1]->isStarted());
     EXPECT_EQ(csv(1).back(), header);  // written again before the failed start
     EXPECT_TRUE(session->getTecRecord(1).empty());
 
@@ -191,27 +166,33 @@ TEST_F(TecMonitor, SecondOnFailsToRestartAndOffSkipsTheSecondOfTwoWorkersSideByS
     EXPECT_EQ(session->getTecRecord(2)[0].get<std::string>().substr(24), slot2 + "\n");
     switchLog();
 
-    const auto first = workers()[0];
+    // Of slot 1's two workers, the running one is stopped (its thread ends and lets go of the
+    // session); the unstarted one beside it stays, not cancelled, until the next OFF.
     session->tecTempGet(1, "OFF");
-    EXPECT_TRUE(first->isCancelled());
-    EXPECT_EQ(workerNames(), (Lines{"Slot1_TecTempThread", "Slot2_TecTempThread"}));
-    EXPECT_FALSE(workers()[0]->isCancelled());
+    session->tecTempGet(1, "OFF");
+    EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot1 tecTempRecord state:OFF",
+                                  "After tecTempGet OFF--->>>tecTempThreadArray is (\n    \"Slot1_TecTempThread\",\n"
+                                  "    \"Slot2_TecTempThread\"\n)",
+                                  "TesterReporting Slot1 tecTempRecord state:OFF",
+                                  "After tecTempGet OFF--->>>tecTempThreadArray is (\n    \"Slot2_TecTempThread\"\n)"}));
+    EXPECT_TRUE(eventually([&] { return session.use_count() == 2; }));  // the test's and slot 2's
 
-    workers()[0]->cancel();
-    session->tecTempGet(1, "OFF");
-    EXPECT_EQ(workerNames(), Lines{"Slot2_TecTempThread"});
-    EXPECT_EQ(switchLog()[3], "Slot1_TecTempThread is Cancelled");
+    // Closing cancels slot 2's worker but leaves it in the array, where OFF finds it cancelled.
+    session->close();
+    EXPECT_EQ(session.use_count(), 1);
+    session->tecTempGet(2, "OFF");
+    EXPECT_EQ(switchLog()[1], "Slot2_TecTempThread is Cancelled");
 }
 
-// The session's lock covers a whole pass, its warm-up sleep too, so another slot's pass sends
-// nothing meanwhile; the "running" line before a pass and the rest after it stay outside.
-TEST_F(TecMonitor, APassHoldsTheSessionThroughItsWarmUpSleepButNotItsRunningLineOrItsRest) {
+// The object lock covers a whole pass, its warm-up sleep too, so neither another slot's pass nor
+// a reading on demand sends anything meanwhile; the "running" line before a pass and the pause
+// after it stay outside.
+TEST_F(TecMonitor, APassHoldsTheObjectLockThroughItsWarmUpSleepButNotItsRunningLineOrItsRest) {
     setUpSlots();
     session->tecTempStableFlag(Value::array({"NO", "YES", "YES", "YES"}));
     clock->holdInPass = true;
     session->tecTempGet(1, "ON");
     clock->stepped.waitForSleepers(1);  // in its warm-up sleep
-    EXPECT_FALSE(sessionLockFree());
     switchLog();
     session->tecTempGet(2, "ON");
     EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot2 tecTempRecord state:ON",
@@ -219,49 +200,50 @@ TEST_F(TecMonitor, APassHoldsTheSessionThroughItsWarmUpSleepButNotItsRunningLine
                                   "TesterReporting thread name:Slot2_TecTempThread",
                                   "After tecTempGet ON--->>>tecTempThreadArray is (\n    \"Slot1_TecTempThread\",\n"
                                   "    \"Slot2_TecTempThread\"\n)"}));
-    ASSERT_TRUE(eventually([&] {
-        return kelvane::testing::fileText(folder(2) / "TecControlMonitor_Fixture3_Unit2.log").find("tecTempRecord running") != std::string::npos;
-    }));
-    EXPECT_EQ(fixture.controller->calls().size(), 1u);  // the channel's opening alone
+    ASSERT_TRUE(eventually([&] { return monitorLog(2).find("tecTempRecord running") != std::string::npos; }));
+    auto reading = std::async(std::launch::async, [&] { return session->tecTempRecord2(3); });
+    EXPECT_FALSE(eventually([&] { return fixture.controller->calls().size() > 1; }, std::chrono::milliseconds(200)))
+        << "only the channel's opening";
 
     clock->holdInPass = false;
     clock->stepped.advance(1.0);
+    ASSERT_EQ(reading.wait_for(std::chrono::seconds(10)), std::future_status::ready);
     ASSERT_TRUE(eventually([&] { return csv(2).size() == 2; }));  // slot 2's pass, while slot 1 rests
     clock->stepped.waitForSleepers(2);
-    EXPECT_TRUE(sessionLockFree());
+    auto atRest = std::async(std::launch::async, [&] { return session->tecTempRecord2(4); });
+    EXPECT_EQ(atRest.wait_for(std::chrono::seconds(10)), std::future_status::ready) << "a pause holds no lock";
 }
 
 TEST_F(TecMonitor, WithoutTheSetUpStepOnStartsNothingAndWritesNoHeader) {
-    EXPECT_FALSE(FixtureControl::Private::of(*session).tecTempThreadArray);  // creation: switch off
-    std::filesystem::create_directories(folder(1));
     session->tecRecordArr(Value::array({"old"}));
     session->tecTempGet(1, "On");
     EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot1 tecTempRecord state:On",
                                   "After tecTempGet On--->>>tecTempThreadArray is (null)"}));
     EXPECT_TRUE(session->tecRecordArr().empty());
-    EXPECT_TRUE(std::filesystem::is_empty(folder(1)));
+    EXPECT_TRUE(std::filesystem::is_empty(fixture.slotFolder(1)));  // where a header would be
     EXPECT_EQ(session.use_count(), 1);  // the dropped worker holds no session
 
     fixture.controller->forget("can.open");
     EXPECT_FALSE(session->setUpTecMonitoring(4));
     EXPECT_EQ(fixture.log->lines(), Lines{"need TEC,Config Can fail."});
-    EXPECT_FALSE(FixtureControl::Private::of(*session).tecTempThreadArray);
+    session->tecTempGet(1, "OFF");
+    EXPECT_EQ(switchLog().back(), "After tecTempGet OFF--->>>tecTempThreadArray is (null)");
 }
 
 TEST_F(TecMonitor, OffAndCloseEndThePauseAtOnceAndCloseWaitsForEveryWorker) {
     setUpSlots();
     for (std::int32_t slot = 1; slot <= 4; ++slot) session->tecTempGet(slot, "ON");
     clock->stepped.waitForSleepers(4);
-    const auto first = workers()[0]->handle();
     auto stopped = std::async(std::launch::async, [&] {
         session->tecTempGet(1, "OFF");
-        first.waitUntilFinished();
+        eventually([&] { return session.use_count() == 4; });  // slot 1's worker has ended
         session->close();
+        return session.use_count();  // 1 once every worker has ended
     });
     const bool prompt = stopped.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
     clock->stepped.releaseAll();  // a pause that ran on ends, so the test ends either way
     ASSERT_TRUE(prompt) << "a pause ran on";
-    for (const auto& worker : workers()) EXPECT_TRUE(worker->handle().isFinished());
+    EXPECT_EQ(stopped.get(), 1) << "close() returned before every worker had ended";
     EXPECT_EQ(csv(1).size(), 2u);  // no pass after the pause
 
     std::weak_ptr<FixtureControl> alive = session;

@@ -1,11 +1,13 @@
 #include "session_fixture.hpp"
 
 #include "tec/files.hpp"
-#include "tec/sampling.hpp"
 
+#include <fmt/chrono.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <ctime>
+#include <deque>
 #include <map>
 #include <regex>
 
@@ -18,44 +20,88 @@ const std::string power = "TEC : 12.00 V, 1.25 A, 15.00 W ,PWM: -35.20% OK";
 
 std::string temperature(const std::string& degrees) { return "TEC temp: " + degrees + " C\r\nOK"; }
 
+// The TEC controllers behind the controller board: a command, reassembled from the frames
+// "can.send" carries, is answered from `answers` in frames that "can.recv" hands out (the text
+// and its closing 3: a first frame, then consecutive ones); a command without an answer gets none.
+struct TecBoard final : kelvane::RpcClient {
+    std::map<std::string, std::string> answers;
+    Lines sent;  // "<message id> <command>"
+    std::string command;
+    std::deque<Value> frames;
+
+    Value call(const std::string& method, const Value& args, const Value&, kelvane::RpcErrorSlot) override {
+        if (method == "can.recv") {
+            if (frames.empty()) return Value::object();
+            Value frame = std::move(frames.front());
+            frames.pop_front();
+            return {{"data", frame}};
+        }
+        for (std::size_t i = args[1][0] == 0x10 ? 2 : 1; i < args[1].size(); ++i) command += char(args[1][i].get<int>());
+        if (command.back() != '\x03') return "done";
+        command.pop_back();
+        sent.push_back(kelvane::describe(args[0]) + " " + command);
+        const std::string payload = answers.contains(command) ? answers[command] + '\x03' : "";
+        for (std::size_t at = 0; at < payload.size(); at += at ? 7 : 6) {
+            Value frame = at ? Value::array({0x21}) : Value::array({0x10, payload.size()});
+            for (unsigned char c : payload.substr(at, at ? 7 : 6)) frame.push_back(c);
+            frames.push_back(frame);
+        }
+        command.clear();
+        return "done";
+    }
+};
+
+// The process log's lines of the sampling itself. A failure is logged only once its line is in
+// the CSV file.
+struct SamplingLog final : kelvane::LogSink {
+    explicit SamplingLog(std::filesystem::path file) : csv(std::move(file)) {}
+    std::filesystem::path csv;
+    Lines own;
+    void write(std::string_view line) override {
+        const auto at = line.find("msg:");
+        EXPECT_TRUE(at == line.npos || kelvane::testing::fileText(csv).ends_with(line.substr(at + 4))) << line;
+        if (std::regex_search(line.begin(), line.end(), std::regex("^(tecTempRecord|TesterReporting|Slot2)"))) own.emplace_back(line);
+    }
+};
+
 class TecSampling : public ::testing::Test {
 protected:
-    kelvane::testing::VirtualClock clock;
-    kelvane::CapturingLog log;
-    std::map<std::string, std::optional<std::string>> answers;  // by command
-    Lines sent;                                                  // "<id> <command> <slot>"
-    Lines csv;                                                   // without the time stamp
-    Value stableFlags = Value::array({"YES", "YES"});
-    Value warmUpPasses = Value::array({0, 0});
-    Value itemNames = Value::array({"NOT SET", "step"});
-    Value recordLines = Value::array();
-    std::mutex recordMutex, stateMutex;
-    kelvane::tec::FailureRecords records{recordLines, recordMutex};
-    kelvane::tec::SlotTables tables{stableFlags, warmUpPasses, itemNames, stateMutex};
-    kelvane::tec::Sampler sampler{
-        [this](const Value& id, const std::string& command, std::int32_t slot) {
-            sent.push_back(kelvane::describe(id) + " " + command + " " + std::to_string(slot));
-            return answers[command];
-        },
-        clock, log,
-        [this](std::int32_t slot, const std::string& line) {
-            csv.push_back(std::to_string(slot) + "|" + afterTimeStamp(line));
-        }};
+    TecSampling() {
+        session->fixtureControlClient(board);
+        session->tecTempStableFlag(Value::array({"YES", "YES"}));
+        session->tecTempTimes(Value::array({0, 0}));
+        session->tecRecordItemNameArray(Value::array({"NOT SET", "step"}));
+    }
 
-    std::string afterTimeStamp(const std::string& line) {  // the clock's local time, 24-hour
-        const auto now = static_cast<std::time_t>(clock.now());
-        char stamp[32];
-        std::strftime(stamp, sizeof stamp, "%m/%d/%Y %H:%M:%S.000,", std::localtime(&now));
-        EXPECT_TRUE(line.starts_with(stamp)) << line;
-        return line.substr(line.find(',') + 1);
+    // The line after its time stamp, which is the clock's local time, 24-hour, with milliseconds.
+    std::string afterTimeStamp(const std::string& line) {
+        const double now = fixture.clock->now();
+        const auto seconds = static_cast<std::time_t>(now);
+        EXPECT_EQ(line.substr(0, 24), fmt::format("{:%m/%d/%Y %H:%M:%S}.{:03},", fmt::localtime(seconds),
+                                                  int((now - double(seconds)) * 1000)));
+        return line.substr(24);
     }
+    std::string written() {  // what the passes appended to the slot's CSV file since the last look
+        const std::string text = kelvane::testing::fileText(folder / "TecTemp_Fixture3_Unit2.csv");
+        return text.substr(std::exchange(csvSeen, text.size()));
+    }
+    Lines samplingLog() { return std::exchange(log->own, {}); }
     void answerSensors(std::vector<std::string> degrees) {
-        for (int i = 0; i < 4; ++i) answers["get tec temp:" + std::to_string(i + 1)] = temperature(degrees[i]);
-        answers["get tec power"] = power;
+        for (int i = 0; i < 4; ++i) board->answers["get tec temp:" + std::to_string(i + 1)] = temperature(degrees[i]);
+        board->answers["get tec power"] = power;
     }
-    void pass() {
-        kelvane::tec::samplingPass(sampler, tables, records, 2, kelvane::tec::canMessageId(2));
-    }
+    void pass() { session->tecTempRecord(2, Value(2081)); }
+
+    kelvane::testing::SessionFixture fixture;
+    const std::filesystem::path folder = fixture.slotFolder(2);
+    std::shared_ptr<SamplingLog> log = std::make_shared<SamplingLog>(folder / "TecTemp_Fixture3_Unit2.csv");
+    std::shared_ptr<kelvane::FixtureControl> session = [this] {
+        auto platform = fixture.platform();
+        platform.log = log;
+        return kelvane::FixtureControl::initWithIP(fixture.topology(), platform);
+    }();
+    std::shared_ptr<TecBoard> board = std::make_shared<TecBoard>();
+    std::size_t csvSeen = 0;
 };
 
 }  // namespace
@@ -63,12 +109,13 @@ protected:
 TEST_F(TecSampling, MeasurementLineChecksAndFailureRecords) {
     answerSensors({"25.31", "25.31", "25.31", "25.31"});
     pass();
-    EXPECT_EQ(csv, Lines{"2|25.31,25.31,25.31,25.31,-35.20,1.25,step\r\n"});
-    EXPECT_EQ(sent, (Lines{"2081 get tec temp:1 2", "2081 get tec temp:2 2", "2081 get tec temp:3 2",
-                           "2081 get tec temp:4 2", "2081 get tec power 2"}));
-    clock.advance(12 * 3600);  // of two time stamps twelve hours apart, one is past noon
+    EXPECT_EQ(afterTimeStamp(written()), "25.31,25.31,25.31,25.31,-35.20,1.25,step\r\n");
+    EXPECT_EQ(board->sent, (Lines{"2081 get tec temp:1", "2081 get tec temp:2", "2081 get tec temp:3",
+                                  "2081 get tec temp:4", "2081 get tec power"}));
+    fixture.clock->advance(12 * 3600);  // of two time stamps twelve hours apart, one is past noon
     pass();
-    EXPECT_TRUE(log.lines().empty());
+    afterTimeStamp(written());
+    EXPECT_TRUE(samplingLog().empty());
 
     // Whether the line fails the minimum temperature and the agreement of sensors 1 to 3.
     const std::tuple<std::vector<std::string>, bool, bool> cases[] = {
@@ -81,139 +128,139 @@ TEST_F(TecSampling, MeasurementLineChecksAndFailureRecords) {
         {{"bad", "25.0", "25.0", "25.0"}, true, true},  // an unreadable sensor reads 0.0
         {{"9e99", "25.0", "25.0", "25.0"}, false, true},  // beyond float range: infinity
     };
+    std::string line;
     for (const auto& [degrees, low, apart] : cases) {
         answerSensors(degrees);
-        recordLines = Value::array();
-        log.clear();
+        session->tecRecordArr(Value::array());
         pass();
-        const std::string line = kelvane::describe(recordLines.empty() ? Value() : recordLines[0]);
+        line = written();
         Lines expected;
         if (low) expected.push_back("tecTempRecord Slot2 fail msg:" + line);
         if (apart) expected.push_back("TesterReporting Slot2 maybe sensor is not normal,msg:" + line);
-        EXPECT_EQ(log.lines(), expected) << csv.back();
-        EXPECT_EQ(recordLines, Value(Lines(expected.size(), line))) << csv.back();
+        EXPECT_EQ(samplingLog(), expected) << line;
+        EXPECT_EQ(session->getTecRecord(0), Value(Lines(expected.size(), line))) << line;
     }
-    EXPECT_EQ(csv.back(), "2|inf,25.00,25.00,25.00,-35.20,1.25,step\r\n");
+    EXPECT_EQ(afterTimeStamp(line), "inf,25.00,25.00,25.00,-35.20,1.25,step\r\n");
 
-    const Value snapshot = records.snapshot();
-    recordLines.push_back("later");
+    const Value snapshot = session->getTecRecord(2);
+    pass();
     EXPECT_EQ(snapshot.size(), 1u);
-    recordLines = nullptr;  // the host dropped the array: nothing is kept, nothing breaks
-    records.append("x");
-    EXPECT_EQ(records.snapshot(), Value::array());
+    EXPECT_EQ(session->getTecRecord(2).size(), 2u);
+    session->tecRecordArr(nullptr);  // the host dropped the array: nothing is kept, nothing breaks
+    pass();
+    EXPECT_EQ(session->tecRecordArr(), Value());
+    EXPECT_EQ(session->getTecRecord(2), Value::array());
 
     answerSensors({"25.00", "25.00", "25.00", "25.00"});
-    answers["get tec power"] = "TEC : 12.00 V, 1.25 A, 15.00 W ,PWM: -35.20% FAIL";
+    board->answers["get tec power"] = "TEC : 12.00 V, 1.25 A, 15.00 W ,PWM: -35.20% FAIL\r\nOK";
+    written();
     pass();
-    EXPECT_EQ(csv.back(), "2|25.00,25.00,25.00,25.00,0.00,1.25,step\r\n");
+    EXPECT_EQ(afterTimeStamp(written()), "25.00,25.00,25.00,25.00,0.00,1.25,step\r\n");
 }
 
 TEST_F(TecSampling, MissingAnswersAreNamedAndOnDemandReadingsAreOnlyReturned) {
     answerSensors({"10.0", "10.0", "10.0", "10.0"});  // would fail a check if one were made
-    answers["get tec temp:3"] = "";
-    answers["get tec power"] = std::nullopt;
+    board->answers.erase("get tec temp:3");
+    board->answers.erase("get tec power");
     pass();
-    const std::string t = temperature("10.0");
-    EXPECT_EQ(csv, Lines{"2|" + t + "," + t + ",," + t + ",(null) get null value.\r\n"});
-    EXPECT_TRUE(log.lines().empty());
-    EXPECT_TRUE(recordLines.empty());
+    const std::string t = temperature("10.0") + '\x03';  // as the answer came, its 3 included
+    EXPECT_EQ(afterTimeStamp(written()), t + "," + t + ",(null)," + t + ",(null) get null value.\r\n");
+    EXPECT_TRUE(samplingLog().empty());
+    EXPECT_TRUE(session->getTecRecord(2).empty());
 
     // A reading on demand is a measurement even while the slot warms up, and counts no pass.
     answerSensors({"10.0", "25.0", "25.0", "25.0"});
-    sent.clear();
-    itemNames = nullptr;
-    stableFlags[1] = "NO";
-    warmUpPasses[1] = 4;
-    EXPECT_EQ(afterTimeStamp(kelvane::tec::readingOnDemand(sampler, tables, 2)),
-              "10.00,25.00,25.00,25.00,-35.20,1.25,(null)\r\n");
-    EXPECT_EQ(sent.front(), "2081 get tec temp:1 2");
-    EXPECT_EQ(Value::array({stableFlags[1], warmUpPasses[1]}), Value::array({"NO", 4}));
-    EXPECT_EQ(csv.size(), 1u);
-    EXPECT_TRUE(log.lines().empty());
-    EXPECT_TRUE(recordLines.empty());
+    board->sent.clear();
+    session->tecRecordItemNameArray(nullptr);
+    session->tecTempStableFlag(Value::array({"YES", "NO"}));
+    session->tecTempTimes(Value::array({0, 4}));
+    EXPECT_EQ(afterTimeStamp(session->tecTempRecord2(2)), "10.00,25.00,25.00,25.00,-35.20,1.25,(null)\r\n");
+    EXPECT_EQ(board->sent.front(), "2081 get tec temp:1");
+    EXPECT_EQ(Value::array({session->tecTempStableFlag()[1], session->tecTempTimes()[1]}), Value::array({"NO", 4}));
+    EXPECT_TRUE(written().empty());
+    EXPECT_TRUE(samplingLog().empty());
+    EXPECT_TRUE(session->getTecRecord(2).empty());
 }
 
 TEST_F(TecSampling, WarmUpTakesElevenPassesThenMeasures) {
     answerSensors({"25.0", "25.0", "25.0", "25.0"});
-    stableFlags[1] = "NO";
+    session->tecTempStableFlag(Value::array({"YES", "NO"}));
     for (int i = 1; i <= 11; ++i) {
         pass();
-        EXPECT_EQ(warmUpPasses[1], i == 11 ? 0 : i);
+        EXPECT_EQ(session->tecTempTimes()[1], i == 11 ? 0 : i);
     }
-    EXPECT_EQ(stableFlags[1], "YES");
-    EXPECT_EQ(sent, Lines(11, "2081 get tec temp:1 2"));
-    EXPECT_EQ(clock.sleeps(), std::vector<double>(11, 1.0));
-    EXPECT_TRUE(csv.empty());
-    Lines expected(11, "Slot2 ntc1:" + temperature("25.0"));
+    EXPECT_EQ(session->tecTempStableFlag()[1], "YES");
+    EXPECT_EQ(board->sent, Lines(11, "2081 get tec temp:1"));
+    std::vector<double> sleeps;  // each pass: the warm-up pause, then the pause after its receive
+    for (int i = 0; i < 11; ++i) sleeps.insert(sleeps.end(), {1.0, 0.1});
+    EXPECT_EQ(fixture.clock->sleeps(), sleeps);
+    EXPECT_TRUE(written().empty());
+    Lines expected(11, "Slot2 ntc1:" + temperature("25.0") + '\x03');
     expected.push_back("Slot2 TEC temp stable");
-    EXPECT_EQ(log.lines(), expected);
+    EXPECT_EQ(samplingLog(), expected);
     pass();
-    EXPECT_EQ(csv.size(), 1u);
+    EXPECT_FALSE(written().empty());
 
-    // A count left above 0 carries over into the next warm-up; a pass without a reply counts.
-    stableFlags[1] = "NO";
-    warmUpPasses[1] = 5;
-    answers["get tec temp:1"] = std::nullopt;
-    log.clear();
+    // A count left above 0 carries over into the next warm-up; a pass without an answer counts.
+    session->tecTempStableFlag(Value::array({"YES", "NO"}));
+    session->tecTempTimes(Value::array({0, 5}));
+    board->answers.erase("get tec temp:1");
     for (int i = 0; i < 6; ++i) pass();
-    EXPECT_EQ(stableFlags[1], "YES");
+    EXPECT_EQ(session->tecTempStableFlag()[1], "YES");
     expected.assign(6, "Slot2 ntc1:(null)");
     expected.push_back("Slot2 TEC temp stable");
-    EXPECT_EQ(log.lines(), expected);
+    EXPECT_EQ(samplingLog(), expected);
 
     // Without a counter table the warm-up never ends; without a flag table it never starts.
-    warmUpPasses = nullptr;
-    stableFlags[1] = "NO";
+    session->tecTempTimes(nullptr);
+    session->tecTempStableFlag(Value::array({"YES", "NO"}));
     for (int i = 0; i < 20; ++i) pass();
-    EXPECT_EQ(stableFlags[1], "NO");
-    stableFlags = nullptr;
+    EXPECT_EQ(session->tecTempStableFlag()[1], "NO");
+    EXPECT_TRUE(written().empty());
+    session->tecTempStableFlag(nullptr);
     pass();
-    EXPECT_EQ(csv.size(), 2u);
+    EXPECT_FALSE(written().empty());
 }
-
 TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
     kelvane::testing::SessionFixture fixture;
     const kelvane::Platform platform = fixture.platform();
     const Value identifier = "Fixture3";
     const kelvane::tec::TecFiles files{platform, identifier};
-    const auto folder = fixture.root.path() / "Users/stnuser/Library/Logs/Korva/active/group2-slot2/user";
+    const auto folder = fixture.slotFolder(5);  // not made: the fixture makes those of slots 1 to 4
     using kelvane::testing::fileText;
 
-    files.appendCsv(2, "a\r\n");  // no folder: lost without a message
+    files.appendCsv(5, "a\r\n");  // no folder: lost without a message
     EXPECT_FALSE(std::filesystem::exists(folder));
     std::filesystem::create_directories(folder);
-    files.appendCsv(2, "a\r\n");
-    files.appendCsv(2, "25\xc2\xb0" "C\r\n");
-    files.appendCsv(2, "b\r\n");
-    EXPECT_EQ(fileText(folder / "TecTemp_Fixture3_Unit2.csv"), "a\r\nb\r\n");
+    files.appendCsv(5, "a\r\n");
+    files.appendCsv(5, "25\xc2\xb0" "C\r\n");
+    files.appendCsv(5, "b\r\n");
+    EXPECT_EQ(fileText(folder / "TecTemp_Fixture3_Unit5.csv"), "a\r\nb\r\n");
 
     // 30 December 2024 lies in week 1 of 2025: the week-based year shows.
     fixture.clock->advance(1'735'560'000.5 - fixture.clock->now());
-    files.appendMonitorLine(2, "running");
-    EXPECT_TRUE(std::regex_match(fileText(folder / "TecControlMonitor_Fixture3_Unit2.log"),
+    files.appendMonitorLine(5, "running");
+    EXPECT_TRUE(std::regex_match(fileText(folder / "TecControlMonitor_Fixture3_Unit5.log"),
                                  std::regex("2025-12-30 \\d\\d:\\d\\d:\\d\\d:5000:    running\r\n")));
     EXPECT_TRUE(fixture.log->lines().empty());
 
-    // A file that cannot be opened (a folder in its place) loses the line quietly; a write that
-    // fails once it is open (a full disk) is logged. The host's reading comes back all the same.
+    // A write that fails once the file is open (a full disk) is logged with the file's own line
+    // (one that cannot be opened is lost quietly, as the Station tests show for the shared
+    // append). The host's reading comes back all the same.
     using kelvane::tec::TecFiles;
     for (auto [name, write, message] :
-         {std::tuple{"TecTemp_Fixture3_Unit2.csv", &TecFiles::appendCsv, "save TecTemplog exception !"},
-          {"TecControlMonitor_Fixture3_Unit2.log", &TecFiles::appendMonitorLine, "save TecControlMonitor exception !"}}) {
-        std::filesystem::remove(folder / name);
-        std::filesystem::create_directory(folder / name);
-        (files.*write)(2, "c\r\n");
-        EXPECT_TRUE(fixture.log->lines().empty()) << name;
+         {std::tuple{"TecTemp_Fixture3_Unit5.csv", &TecFiles::appendCsv, "save TecTemplog exception !"},
+          {"TecControlMonitor_Fixture3_Unit5.log", &TecFiles::appendMonitorLine, "save TecControlMonitor exception !"}}) {
         std::filesystem::remove(folder / name);
         std::filesystem::create_symlink("/dev/full", folder / name);
-        (files.*write)(2, "c\r\n");
+        (files.*write)(5, "c\r\n");
         EXPECT_EQ(fixture.log->lines(), Lines{message});
         fixture.log->clear();
     }
     auto session = fixture.connect();
     fixture.controller->answer("can.send", Value("done"));
     fixture.controller->answer("can.recv", Value{{"data", {4, 'O', 'K', 3}}});
-    EXPECT_TRUE(session->tecTempRecord2(2).ends_with(",0.00,0.00,0.00,0.00,0.00,0.00,(null)\r\n"));
+    EXPECT_TRUE(session->tecTempRecord2(5).ends_with(",0.00,0.00,0.00,0.00,0.00,0.00,(null)\r\n"));
     const Lines lines = fixture.log->lines();
     EXPECT_NE(std::find(lines.begin(), lines.end(), "save TecControlMonitor exception !"), lines.end());
 
