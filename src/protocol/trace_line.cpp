@@ -2,26 +2,20 @@
 
 #include <kelvane/protocol/json_rpc.hpp>
 
+#include <algorithm>
 #include <array>
 
 namespace kelvane::trace {
 namespace {
 
-struct OutcomeWord {
-    Outcome outcome;
-    std::string_view word;
-};
-constexpr std::array outcomeWords = {
-    OutcomeWord{Outcome::result, "result"},   OutcomeWord{Outcome::error, "error"},
-    OutcomeWord{Outcome::timeout, "timeout"}, OutcomeWord{Outcome::notReachable, "not_reachable"},
-    OutcomeWord{Outcome::closed, "closed"},
-};
+// By Outcome's value.
+constexpr std::array<std::string_view, 5> outcomeWords = {"result", "error", "timeout",
+                                                          "not_reachable", "closed"};
 
 std::optional<Outcome> outcomeNamed(std::string_view word) {
-    for (const auto& known : outcomeWords) {
-        if (known.word == word) return known.outcome;
-    }
-    return std::nullopt;
+    auto found = std::find(outcomeWords.begin(), outcomeWords.end(), word);
+    if (found == outcomeWords.end()) return std::nullopt;
+    return static_cast<Outcome>(found - outcomeWords.begin());
 }
 
 std::string field(std::string_view name, const Value& value) {
@@ -30,12 +24,7 @@ std::string field(std::string_view name, const Value& value) {
 
 }  // namespace
 
-std::string_view outcomeWord(Outcome outcome) {
-    for (const auto& known : outcomeWords) {
-        if (known.outcome == outcome) return known.word;
-    }
-    return {};
-}
+std::string_view outcomeWord(Outcome outcome) { return outcomeWords.at(static_cast<std::size_t>(outcome)); }
 
 Outcome outcomeOf(const std::optional<RpcError>& error) {
     if (!error) return Outcome::result;
