@@ -37,6 +37,7 @@ Outcome outcomeOf(const std::optional<RpcError>& error) {
     return Outcome::error;
 }
 
+// Written field by field so the fields stand in the order a person reads them.
 std::string encode(const TraceLine& line) {
     std::string text = "{\"time\":" + jsonrpc::toJson(line.time);
     text += field("t", line.t);
