@@ -15,6 +15,7 @@
 namespace kelvane::trace {
 
 // How the call ended, as the client decided it (RpcError::Kind), never guessed from a code.
+// trace_line.cpp lists the words in this order.
 enum class Outcome { result, error, timeout, notReachable, closed };
 
 // "result", "error", "timeout", "not_reachable", "closed".
