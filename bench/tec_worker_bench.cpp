@@ -12,6 +12,8 @@
 #include "session_fixture.hpp"
 
 #include <kelvane/FixtureControl.hpp>
+#include <kelvane/protocol/can_bus.hpp>
+#include <kelvane/protocol/tec_commands.hpp>
 
 #include <benchmark/benchmark.h>
 
@@ -20,6 +22,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <deque>
 #include <filesystem>
 #include <map>
@@ -36,28 +39,27 @@ using Frame = std::vector<int>;
 constexpr int slots = 4;
 constexpr long long passesPerWorker = 10'000;
 constexpr long long warmUpPassesPerWorker = 1'000;
-constexpr int textTerminator = 0x03;
-constexpr int firstFrameMarker = 0x10;
-constexpr int consecutiveFrameMarker = 0x21;
-constexpr std::size_t singleFramePayload = 7;
-constexpr std::size_t firstFramePayload = 6;
-constexpr std::size_t consecutiveFramePayload = 7;
+using kelvane::can::consecutiveFramePayload;
+using kelvane::can::firstConsecutiveMark;
+using kelvane::can::firstFrameMark;
+using kelvane::can::firstFramePayload;
+using kelvane::can::textTerminator;
 
 // Answers in the form the controllers use: the text and a closing 3, in one single frame or a
 // first frame and consecutive frames.
 std::vector<Frame> answerFrames(const std::string& text) {
     Frame payload(text.begin(), text.end());
     payload.push_back(textTerminator);
-    if (payload.size() <= singleFramePayload) {
+    if (payload.size() <= kelvane::can::longestSinglePayload) {
         Frame single{static_cast<int>(payload.size())};
         single.insert(single.end(), payload.begin(), payload.end());
         return {single};
     }
-    Frame first{firstFrameMarker, static_cast<int>(payload.size())};
+    Frame first{firstFrameMark, static_cast<int>(payload.size())};
     first.insert(first.end(), payload.begin(), payload.begin() + firstFramePayload);
     std::vector<Frame> frames{first};
     for (std::size_t at = firstFramePayload; at < payload.size(); at += consecutiveFramePayload) {
-        Frame next{consecutiveFrameMarker};
+        Frame next{firstConsecutiveMark};
         auto end = payload.begin() + static_cast<std::ptrdiff_t>(std::min(at + consecutiveFramePayload, payload.size()));
         next.insert(next.end(), payload.begin() + static_cast<std::ptrdiff_t>(at), end);
         frames.push_back(std::move(next));
@@ -90,19 +92,22 @@ public:
 private:
     Value take(long long messageId, const Frame& frame) {
         std::string& command = commands_[messageId];
-        const bool starts = frame[0] != consecutiveFrameMarker && frame[0] != consecutiveFrameMarker + 1;
+        const bool starts = frame[0] != firstConsecutiveMark && frame[0] != kelvane::can::lastConsecutiveMark;
         if (starts) command.clear();
-        command.append(frame.begin() + (frame[0] == firstFrameMarker ? 2 : 1), frame.end());
+        command.append(frame.begin() + (frame[0] == firstFrameMark ? 2 : 1), frame.end());
         if (command.back() == textTerminator) answer(command.substr(0, command.size() - 1));
         return "done";
     }
     void answer(const std::string& command) {
-        if (command == "get tec power") {
+        char text[128];
+        if (command == kelvane::tec::powerCommand) {
             ++passes_;
-            queue(fmt::format("TEC : 12.00 V, {:.2f} A, 15.00 W ,PWM: -35.20% OK", 1.0 + (passes_ % 50) / 100.0));
+            std::snprintf(text, sizeof text, kelvane::tec::powerAnswerFormat, 12.0, 1.0 + (passes_ % 50) / 100.0,
+                          15.0, -35.2);
         } else {
-            queue(fmt::format("TEC temp: {:.2f} C OK", 25.0 + (passes_ % 30) / 100.0));
+            std::snprintf(text, sizeof text, kelvane::tec::temperatureAnswerFormat, 25.0 + (passes_ % 30) / 100.0);
         }
+        queue(text);
     }
     void queue(const std::string& text) {
         for (auto& frame : answerFrames(text)) bus_.push_back(std::move(frame));

@@ -1,5 +1,8 @@
 """TEC readings as the library writes them: one line per reading, and the CSV files of a slot's
-monitoring, with the checks the library makes on each sample."""
+monitoring, with the checks the library makes on each sample.
+
+The layout and the checks copy the library's (src/protocol/include/kelvane/protocol/tec_csv.hpp);
+tests/test_tec_csv.py holds the copy against what the library writes."""
 from __future__ import annotations
 
 import struct

@@ -92,7 +92,8 @@ def test_reports_refusals_traces_tec_readings_and_the_progress_line_against_the_
     assert (plain.returncode, len(fields), fields[7]) == (0, 8, "(null)"), plain.stdout
     result = json.loads(ctl("--json", "tec", "2").stdout)["result"]
     assert list(result) == ["timestamp", "sensors", "pwm", "current", "item"]
-    assert all(20 < sensor < 30 for sensor in result["sensors"]), result
+    # The simulated TECs cool toward 25 °C from a warmer ambient: the PWM reads negative.
+    assert all(20 < sensor < 30 for sensor in result["sensors"]) and result["pwm"] < 0 < result["current"], result
     simulator.control("sim.set", {"tec_faults": [{"kind": "send_refused", "slot": 3}]})
     missing = ctl("--json", "tec", "3")
     line = json.loads(missing.stdout)

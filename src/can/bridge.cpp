@@ -1,7 +1,10 @@
 #include "can/bridge.hpp"
 
 #include <kelvane/protocol/can_bus.hpp>
+#include <kelvane/protocol/json_rpc.hpp>
 #include <kelvane/protocol/methods.hpp>
+#include <kelvane/protocol/replies.hpp>
+#include <kelvane/protocol/tec_commands.hpp>
 
 namespace kelvane::can {
 namespace {
@@ -11,7 +14,7 @@ constexpr double answerPeriodSeconds = 5.0;
 constexpr double pauseAfterReceiveSeconds = 0.1;
 
 bool holdsOk(const std::string& answer) {
-    return upperCased(answer).find("OK") != std::string::npos;
+    return upperCased(answer).find(tec::okMark) != std::string::npos;
 }
 
 }  // namespace
@@ -21,12 +24,12 @@ Bridge::Bridge(const Platform& platform, std::shared_ptr<RpcClient> client, Valu
       files_{platform, std::move(identifier)} {}
 
 Value Bridge::call(std::string_view method, const Value& args) const {
-    return callThrough(client_, std::string(method), args, Value{{"timeout_ms", canTimeoutMs}},
+    return callThrough(client_, std::string(method), args, jsonrpc::timeoutKwargs(canTimeoutMs),
                        nullptr);
 }
 
 bool Bridge::openChannel(const Value& bitRate) const {
-    return describedContains(call(methods::canOpen, Value::array({bitRate})), "done");
+    return describedContains(call(methods::canOpen, Value::array({bitRate})), replies::done);
 }
 
 bool Bridge::sendFixedFrame(std::uint32_t messageId, const std::string& command) const {
@@ -57,7 +60,7 @@ bool Bridge::sendFrames(const Value& messageId, const std::string& command,
                         std::int32_t slot) const {
     for (const auto& frame : framesForCommand(command, slot)) {
         Value args = Value::array({messageId, Value(frame), std::string(extendedIdMark)});
-        if (!isText(call(methods::canSend, args), "done")) {
+        if (!isText(call(methods::canSend, args), replies::done)) {
             log_.write("Send can command " + command + " fail.");
             return false;
         }

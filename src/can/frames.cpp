@@ -3,6 +3,7 @@
 #include "can/bridge.hpp"
 
 #include "helpers/hex_text.hpp"
+#include <kelvane/protocol/can_bus.hpp>
 #include <kelvane/protocol/methods.hpp>
 
 #include <fmt/format.h>
@@ -13,37 +14,25 @@
 namespace kelvane::can {
 namespace {
 
-// The shape thresholds count hexadecimal digits of the payload. They derive from the frame
-// size as (k × 8 − 3) × 2 rather than from what k frames hold; the controllers were built
-// against exactly these limits.
-constexpr std::size_t frameSize = 8;
-constexpr std::size_t singleFrameLimit = (frameSize - 1) * 2;
-constexpr std::size_t twoFrameLimit = (2 * frameSize - 3) * 2;
-constexpr std::size_t threeFrameLimit = (3 * frameSize - 3) * 2;
-constexpr std::size_t fourFrameLimit = (4 * frameSize - 3) * 2;
-constexpr std::size_t firstFrameDigits = 12;
-constexpr std::size_t consecutiveFrameDigits = 14;
-constexpr int firstFrameMark = 0x10;
-constexpr long long answerTerminator = 3;
+constexpr std::size_t digitsPerByte = 2;
 
+std::string hexByte(std::size_t value) { return fmt::format("{:02X}", value); }
+
+// The frames' texts: two hexadecimal digits per byte, as the payload's text has them.
 std::vector<std::string> frameTexts(const std::string& payload) {
-    const std::size_t digits = payload.size();
-    const std::string byteCount = fmt::format("{:02X}", digits / 2);
-    if (digits <= singleFrameLimit) return {byteCount + payload};
-    if (digits > fourFrameLimit) return {};
+    const std::size_t bytes = payload.size() / digitsPerByte;
+    const std::string byteCount = hexByte(bytes);
+    if (bytes <= longestSinglePayload) return {byteCount + payload};
+    if (bytes > longestCommandPayload) return {};
 
-    const std::size_t second = firstFrameDigits;
-    const std::size_t third = second + consecutiveFrameDigits;
-    std::vector<std::string> texts{"10" + byteCount + payload.substr(0, firstFrameDigits)};
-    if (digits <= twoFrameLimit) {
-        texts.push_back("21" + payload.substr(second));
-    } else if (digits <= threeFrameLimit) {
-        texts.push_back("21" + payload.substr(second, consecutiveFrameDigits));
-        texts.push_back("22" + payload.substr(third));
-    } else {
-        texts.push_back("21" + payload.substr(second, consecutiveFrameDigits));
-        texts.push_back("21" + payload.substr(third, consecutiveFrameDigits));
-        texts.push_back("22" + payload.substr(third + consecutiveFrameDigits));
+    std::size_t at = firstFramePayload * digitsPerByte;
+    std::vector<std::string> texts{hexByte(firstFrameMark) + byteCount + payload.substr(0, at)};
+    const auto marks = consecutiveMarks(bytes);
+    for (std::size_t i = 0; i < marks.size(); ++i) {
+        const bool last = i + 1 == marks.size();
+        const std::size_t digits = last ? std::string::npos : consecutiveFramePayload * digitsPerByte;
+        texts.push_back(hexByte(marks[i]) + payload.substr(at, digits));
+        at += consecutiveFramePayload * digitsPerByte;
     }
     return texts;
 }
@@ -79,13 +68,13 @@ std::string frameText(const FrameBuffer& buffer) {
     if (buffer[0] == 0) return {};
     const std::size_t from = buffer[0] == firstFrameMark ? 2 : 1;
     std::string hexText;
-    for (std::size_t i = from; i < frameSize; ++i) hexText += fmt::format("{:02X}", buffer[i]);
+    for (std::size_t i = from; i < frameSize; ++i) hexText += hexByte(buffer[i]);
     return hex::textFromPairs(hexText);
 }
 
 // Read like the frame's bytes, but uncut: the last element's integer value must be 3 itself.
 bool endsAnswer(const Value& data) {
-    return data.is_array() && !data.empty() && integerValue(data.back()) == answerTerminator;
+    return data.is_array() && !data.empty() && integerValue(data.back()) == textTerminator;
 }
 
 }  // namespace
@@ -94,7 +83,7 @@ std::vector<Frame> Bridge::framesForCommand(const std::string& command, std::int
     files_.appendMonitorLine(slot, "handleCanCMD: " + command);
     const std::string hexText = hex::fromText(command);
     log_.write("hexStr: " + hexText);
-    const std::string payload = hexText + "03";
+    const std::string payload = hexText + fmt::format("{:02x}", textTerminator);
     log_.write("tmpStr: " + payload);
 
     std::vector<Frame> frames;

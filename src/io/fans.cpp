@@ -2,6 +2,7 @@
 #include <kelvane/FixtureControl.hpp>
 
 #include <kelvane/protocol/methods.hpp>
+#include <kelvane/protocol/replies.hpp>
 
 #include <fmt/format.h>
 
@@ -9,7 +10,7 @@ namespace kelvane {
 
 bool FixtureControl::setFanSpeed(std::int32_t fan, std::int32_t speed) {
     Value reply = call(methods::setFanSpeed, Value::array({fan, speed}));
-    return describedContains(reply, "done");
+    return describedContains(reply, replies::done);
 }
 
 std::string FixtureControl::getFanSpeed(std::int32_t fan) {

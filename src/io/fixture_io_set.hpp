@@ -3,12 +3,13 @@
 #pragma once
 
 #include <kelvane/Value.hpp>
+#include <kelvane/protocol/json_rpc.hpp>
 
 namespace kelvane::io {
 
 // Switching IO lines can keep the controller busy far beyond the client's default timeout.
 inline constexpr int ioSetTimeoutMs = 20000;
 
-inline Value ioSetKwargs() { return Value{{"timeout_ms", ioSetTimeoutMs}}; }
+inline Value ioSetKwargs() { return jsonrpc::timeoutKwargs(ioSetTimeoutMs); }
 
 }  // namespace kelvane::io

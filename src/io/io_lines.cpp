@@ -3,6 +3,7 @@
 
 #include "io/fixture_io_set.hpp"
 #include <kelvane/protocol/methods.hpp>
+#include <kelvane/protocol/replies.hpp>
 
 namespace kelvane {
 namespace {
@@ -18,7 +19,7 @@ Value FixtureControl::setIO(std::int32_t line, std::int32_t state) {
     std::optional<RpcError> error;
     Value reply = call(methods::fixtureIoSet, Value::array({pairs}), io::ioSetKwargs(), &error);
     // Any reply mentioning "done" is the controller's acknowledgement, "not done" included.
-    if (describedContains(reply, "done")) return reply;
+    if (describedContains(reply, replies::done)) return reply;
     if (error) {
         log(error->text());
         return error->text();

@@ -14,7 +14,7 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
-// Longer "timeout_ms" values are cut to this, so the deadline arithmetic cannot overflow.
+// Longer time limits (jsonrpc::timeoutKey) are cut to this, so the deadline arithmetic cannot overflow.
 constexpr std::chrono::milliseconds longestCallTimeout = std::chrono::hours(24);
 
 using Kind = RpcError::Kind;
@@ -25,7 +25,7 @@ const RpcError closedError{jsonrpc::clientClosedError, closedText, Kind::closed}
 std::chrono::milliseconds callTimeout(const Value& kwargs,
                                       const RPCClientWrapper::Options& options) {
     if (kwargs.is_object()) {
-        auto timeout = kwargs.find("timeout_ms");
+        auto timeout = kwargs.find(jsonrpc::timeoutKey);
         if (timeout != kwargs.end() && timeout->is_number() && integerValue(*timeout) >= 0) {
             auto asked = std::min<long long>(integerValue(*timeout), longestCallTimeout.count());
             return std::chrono::milliseconds(asked) + options.timeoutMargin;

@@ -2,6 +2,7 @@
 #include <kelvane/FixtureControl.hpp>
 
 #include <kelvane/protocol/methods.hpp>
+#include <kelvane/protocol/replies.hpp>
 #include "session/fixture_control_private.hpp"
 
 #include <fmt/format.h>
@@ -73,7 +74,7 @@ bool FixtureControl::connectWithIPAddress(const Value& address) {
 std::int32_t FixtureControl::getConnectFlag() const { return d_->ConnectFlag; }
 
 bool FixtureControl::initialFixture() {
-    return describedContains(call(methods::fixtureInitialise), "done");
+    return describedContains(call(methods::fixtureInitialise), replies::done);
 }
 
 void FixtureControl::close() {

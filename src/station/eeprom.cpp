@@ -1,6 +1,7 @@
 // The fixture's identity as stored in the board EEPROM.
 #include "barcode/units.hpp"
 
+#include <kelvane/protocol/json_rpc.hpp>
 #include <kelvane/protocol/methods.hpp>
 #include "session/fixture_control_private.hpp"
 
@@ -30,7 +31,7 @@ Value Units::getFixtureIDFromEEPROMWithTimeout(std::int64_t timeoutMs) const {
                            : Value::array({eepromAddress, eepromLength});
     std::optional<RpcError> error;
     Value reply = callThrough(client(std::string(eepromUnit)), method, args,
-                              {{"timeout_ms", timeoutMs}}, &error);
+                              jsonrpc::timeoutKwargs(timeoutMs), &error);
     if (error) log("Failed to read eeprom from SIB board; err=" + error->text());
     return reply;
 }

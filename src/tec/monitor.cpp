@@ -5,6 +5,7 @@
 #include "can/bridge.hpp"
 #include "tec/files.hpp"
 #include <kelvane/protocol/can_bus.hpp>
+#include <kelvane/protocol/tec_csv.hpp>
 
 #include <fmt/format.h>
 
@@ -16,8 +17,6 @@ namespace {
 
 constexpr std::int64_t canBitRate = 500000;
 constexpr double pauseBetweenPassesSeconds = 1.5;
-constexpr std::string_view csvHeader =
-    "Timestamp,Sensor1,Sensor2,Sensor3,Sensor4,PWM,Current,subsubtestname\r\n";
 
 // The monitor whose worker runs on this thread, if any: close() called from there must not
 // wait for the worker it runs on.
@@ -105,7 +104,7 @@ void TecMonitor::tecTempGet(std::int32_t slot, const std::string& state,
         creatTecTempThread(slot, std::move(owner));
         if (workers) {
             startWorkers(*workers, workerName(slot), log,
-                         [&] { saveTecTemplog(slot, std::string(csvHeader)); });
+                         [&] { saveTecTemplog(slot, std::string(csvHeader) + std::string(csvLineEnd)); });
         }
     } else if (word == "OFF" && workers) {
         cancelWorkers(*workers, workerName(slot), log);

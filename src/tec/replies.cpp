@@ -1,6 +1,7 @@
 #include "tec/replies.hpp"
 
 #include "helpers/regex_group.hpp"
+#include <kelvane/protocol/tec_commands.hpp>
 
 #include <cmath>
 #include <limits>
@@ -10,19 +11,9 @@
 namespace kelvane::tec {
 namespace {
 
-// The controllers' own answer forms. The dots are left unescaped on purpose: they match any
-// character, as the station's tools have always read these answers.
-constexpr const char* temperaturePattern = "TEC temp: (\\d+.\\d+) C";
-constexpr const char* powerPattern =
-    "TEC : (\\d+.\\d+) V, (\\d+.\\d+) A, (\\d+.\\d+) W ,PWM: (-?\\d+.\\d+)% OK";
-constexpr const char* currentPattern = "TEC : (\\d+.\\d+) V, (\\d+.\\d+) A";
-constexpr int temperatureGroup = 1;
-constexpr int pwmGroup = 4;
-constexpr int currentGroup = 2;
-
-float groupValue(const std::string& answer, const char* pattern, int group) {
+float groupValue(const std::string& answer, const AnswerValue& value) {
     std::optional<RpcError> ignored;
-    Value text = findSubStringByRegexGroup(answer, pattern, group, &ignored);
+    Value text = findSubStringByRegexGroup(answer, value.pattern, value.group, &ignored);
     return text.is_string() ? leadingFloat(text.get<std::string>()) : 0.0f;
 }
 
@@ -44,10 +35,10 @@ float leadingFloat(const std::string& text) {
 TecSample parseSample(const std::string (&temperatures)[4], const std::string& power) {
     TecSample sample;
     for (int i = 0; i < 4; ++i) {
-        sample.sensors[i] = groupValue(temperatures[i], temperaturePattern, temperatureGroup);
+        sample.sensors[i] = groupValue(temperatures[i], temperatureValue);
     }
-    sample.pwm = groupValue(power, powerPattern, pwmGroup);
-    sample.current = groupValue(power, currentPattern, currentGroup);
+    sample.pwm = groupValue(power, pwmValue);
+    sample.current = groupValue(power, currentValue);
     return sample;
 }
 

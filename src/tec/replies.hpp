@@ -1,17 +1,11 @@
 // Reading the values out of a TEC controller's answers.
 #pragma once
 
+#include <kelvane/protocol/tec_csv.hpp>
+
 #include <string>
 
 namespace kelvane::tec {
-
-// One sample of a slot: four temperature sensors (degrees Celsius), the power stage's PWM
-// (percent) and current (amperes), in single precision as the controller reports them.
-struct TecSample {
-    float sensors[4] = {};
-    float pwm = 0.0f;
-    float current = 0.0f;
-};
 
 // The sample in the answers to "get tec temp:1".."4" and "get tec power". A value whose pattern
 // does not match reads as 0.0; so does a PWM in a power answer that ends in "FAIL".

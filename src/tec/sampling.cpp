@@ -7,11 +7,12 @@
 #include "platform/local_time.hpp"
 #include "tec/files.hpp"
 #include "tec/replies.hpp"
+#include <kelvane/protocol/tec_commands.hpp>
+#include <kelvane/protocol/tec_csv.hpp>
 
 #include <fmt/format.h>
 
 #include <climits>
-#include <cmath>
 
 namespace kelvane::tec {
 namespace {
@@ -19,15 +20,14 @@ namespace {
 constexpr double warmUpPauseSeconds = 1.0;
 // A slot counts as stable after more than this many warm-up passes.
 constexpr long long warmUpPassLimit = 10;
-constexpr double minimumTemperature = 21.5;
-constexpr float sensorAgreementBand = 3.0f;
-constexpr std::string_view lineTimeStamp = "MM/dd/yyyy HH:mm:ss.SSS";
-constexpr const char* temperatureCommands[4] = {"get tec temp:1", "get tec temp:2",
-                                                "get tec temp:3", "get tec temp:4"};
-constexpr const char* powerCommand = "get tec power";
 
 std::string printed(const std::optional<std::string>& answer) {
     return answer ? *answer : describe(Value());
+}
+
+std::optional<std::string> ask(const can::Bridge& bridge, const Value& messageId,
+                               std::string_view command, std::int32_t slot) {
+    return bridge.sendCommandForAnswer(messageId, std::string(command), slot);
 }
 
 struct Answers {
@@ -45,9 +45,9 @@ struct Answers {
 Answers askController(const can::Bridge& bridge, const Value& messageId, std::int32_t slot) {
     Answers answers;
     for (int i = 0; i < 4; ++i) {
-        answers.temperatures[i] = bridge.sendCommandForAnswer(messageId, temperatureCommands[i], slot);
+        answers.temperatures[i] = ask(bridge, messageId, temperatureCommands[i], slot);
     }
-    answers.power = bridge.sendCommandForAnswer(messageId, powerCommand, slot);
+    answers.power = ask(bridge, messageId, powerCommand, slot);
     return answers;
 }
 
@@ -60,39 +60,20 @@ struct Measurement {
 Measurement measure(const can::Bridge& bridge, Clock& clock, const SlotTables& tables,
                     std::int32_t slot, const Value& messageId) {
     const Answers answers = askController(bridge, messageId, slot);
-    const auto timeStamp = [&] { return formatLocalTime(clock.now(), lineTimeStamp); };
+    const auto timeStamp = [&] { return formatLocalTime(clock.now(), measurementTimeStamp); };
     if (!answers.usable()) {
-        return {fmt::format("{},{},{},{},{},{} get null value.\r\n", timeStamp(),
-                            printed(answers.temperatures[0]), printed(answers.temperatures[1]),
-                            printed(answers.temperatures[2]), printed(answers.temperatures[3]),
-                            printed(answers.power)),
+        return {missingAnswerLine(timeStamp(), {printed(answers.temperatures[0]),
+                                                printed(answers.temperatures[1]),
+                                                printed(answers.temperatures[2]),
+                                                printed(answers.temperatures[3]),
+                                                printed(answers.power)}),
                 std::nullopt};
     }
     const std::string temperatures[4] = {*answers.temperatures[0], *answers.temperatures[1],
                                          *answers.temperatures[2], *answers.temperatures[3]};
     const TecSample sample = parseSample(temperatures, *answers.power);
-    const auto value = [](float number) { return static_cast<double>(number); };
-    std::string line = fmt::format(
-        "{},{:.2f},{:.2f},{:.2f},{:.2f},{:.2f},{:.2f},{}\r\n", timeStamp(),
-        value(sample.sensors[0]), value(sample.sensors[1]), value(sample.sensors[2]),
-        value(sample.sensors[3]), value(sample.pwm), value(sample.current),
-        describe(tables.entry(SlotTables::itemNames, slot)));
-    return {std::move(line), sample};
-}
-
-// A value that is not a number fails neither check.
-bool belowMinimum(const TecSample& sample) {
-    for (float sensor : sample.sensors) {
-        if (minimumTemperature > static_cast<double>(sensor)) return true;
-    }
-    return false;
-}
-
-// Only sensors 1 to 3 are compared; sensor 4 is left out on purpose.
-bool sensorsDisagree(const TecSample& sample) {
-    const auto apart = [](float a, float b) { return std::fabs(a - b) > sensorAgreementBand; };
-    const float* s = sample.sensors;
-    return apart(s[0], s[1]) || apart(s[0], s[2]) || apart(s[1], s[2]);
+    return {readingLine(timeStamp(), sample, describe(tables.entry(SlotTables::itemNames, slot))),
+            sample};
 }
 
 // Both checks, in this order; the records' lock is taken inside the object lock.
@@ -113,7 +94,7 @@ void warmUpPass(const can::Bridge& bridge, const Platform& platform, SlotTables&
     const long long passes = integerValue(tables.entry(SlotTables::warmUpPasses, slot));
     tables.setEntry(SlotTables::warmUpPasses, slot, passes < LLONG_MAX ? passes + 1 : passes);
     platform.clock->sleepFor(warmUpPauseSeconds);  // the object lock stays held
-    const auto answer = bridge.sendCommandForAnswer(messageId, temperatureCommands[0], slot);
+    const auto answer = ask(bridge, messageId, temperatureCommands[0], slot);
     platform.log->write(fmt::format("Slot{} ntc1:{}", slot, printed(answer)));
     // Read back: a counter table the host has not set up never reaches the limit.
     if (integerValue(tables.entry(SlotTables::warmUpPasses, slot)) > warmUpPassLimit) {

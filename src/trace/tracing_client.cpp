@@ -1,6 +1,6 @@
 #include "trace/tracing_client.hpp"
 
-#include <kelvane/protocol/json_rpc.hpp>
+#include <kelvane/protocol/trace_line.hpp>
 #include "trace/trace_writer.hpp"
 
 #include <cmath>
@@ -14,17 +14,6 @@ namespace {
 // Milliseconds with a tenth of a microsecond: finer says nothing about a network round trip.
 double roundedMilliseconds(double seconds) { return std::round(seconds * 1e7) / 1e4; }
 double roundedSeconds(double seconds) { return std::round(seconds * 1e6) / 1e6; }
-
-const char* outcomeName(const std::optional<RpcError>& error) {
-    if (!error) return "result";
-    switch (error->kind) {
-    case RpcError::Kind::controller: return "error";
-    case RpcError::Kind::timeout: return "timeout";
-    case RpcError::Kind::notReachable: return "not_reachable";
-    case RpcError::Kind::closed: return "closed";
-    }
-    return "error";
-}
 
 }  // namespace
 
@@ -84,26 +73,24 @@ void TracingClient::record(const Call& call) noexcept {
     }
 }
 
-// Written field by field so the fields stand in the order a person reads them.
 std::string TracingClient::line(const Call& call) {
-    std::string outcome = outcomeName(call.error);
-    std::string text = "{\"time\":\"" + isoTime(call.startWall) + "\"";
-    text += ",\"t\":" + jsonrpc::toJson(roundedSeconds(trace_->sinceFirstCall(call.startMonotonic)));
-    text += ",\"endpoint\":" + jsonrpc::toJson(endpoint_);
-    text += ",\"id\":" + std::to_string(call.id);
-    text += ",\"method\":" + jsonrpc::toJson(call.method);
-    text += ",\"params\":" + jsonrpc::toJson(call.params);
-    text += ",\"kwargs\":" + jsonrpc::toJson(call.kwargs);
-    text += ",\"outcome\":\"" + outcome + "\"";
-    if (!call.error) {
-        text += ",\"result\":" + jsonrpc::toJson(call.result);
+    trace::TraceLine line;
+    line.time = isoTime(call.startWall);
+    line.t = roundedSeconds(trace_->sinceFirstCall(call.startMonotonic));
+    line.endpoint = endpoint_;
+    line.id = call.id;
+    line.method = call.method;
+    line.params = call.params;
+    line.kwargs = call.kwargs;
+    line.outcome = trace::outcomeOf(call.error);
+    if (call.error) {
+        line.errorCode = call.error->code;
+        line.errorMessage = call.error->message;
     } else {
-        Value error = {{"code", call.error->code}, {"message", call.error->message}};
-        text += ",\"error\":" + jsonrpc::toJson(error);
+        line.result = call.result;
     }
-    double seconds = call.finishedMonotonic - call.startMonotonic;
-    text += ",\"ms\":" + jsonrpc::toJson(roundedMilliseconds(seconds));
-    return text + "}\n";
+    line.ms = roundedMilliseconds(call.finishedMonotonic - call.startMonotonic);
+    return trace::encode(line);
 }
 
 }  // namespace kelvane

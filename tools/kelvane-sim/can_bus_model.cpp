@@ -3,6 +3,8 @@
 #include <kelvane/protocol/can_bus.hpp>
 #include <kelvane/protocol/error_codes.hpp>
 #include <kelvane/protocol/methods.hpp>
+#include <kelvane/protocol/replies.hpp>
+#include <kelvane/protocol/tec_commands.hpp>
 
 #include <algorithm>
 #include <cctype>
@@ -23,7 +25,6 @@ constexpr std::size_t longestFrame = 16;
 // Answers nobody collects are dropped oldest first beyond this, so the bus cannot grow forever.
 constexpr std::size_t busCapacity = 1024;
 
-constexpr std::string_view doneReply = "done";
 constexpr std::string_view openRefusal = "can_open_refused: the bit rate must be a positive integer";
 constexpr std::string_view idRefusal =
     "can_send_refused: the message id must be a non-negative integer or a hexadecimal text";
@@ -35,9 +36,6 @@ constexpr std::string_view extendedIdRefusal = "can_send_refused: the message id
 constexpr int busErrorCode = -32000;
 static_assert(jsonrpc::isServerError(busErrorCode));
 constexpr std::string_view busErrorMessage = "can.send: bus error";
-
-constexpr std::string_view okEnding = " OK";
-constexpr std::string_view failEnding = " FAIL";
 
 // A number, or the hexadecimal text of one ("820" or "0x820").
 std::optional<std::int64_t> messageIdOf(const Value& id) {
@@ -84,7 +82,7 @@ Value dataOf(const CanFrame& frame) {
 }
 
 std::string withoutOk(std::string text) {
-    if (text.ends_with(okEnding)) text.resize(text.size() - okEnding.size());
+    if (text.ends_with(tec::okEnding)) text.resize(text.size() - tec::okEnding.size());
     return text;
 }
 
@@ -122,7 +120,7 @@ Outcome CanBusModel::open(const jsonrpc::Request& request) {
     const Value& bitRate = argument(request, 0);
     if (!bitRate.is_number_integer() || integerValue(bitRate) <= 0) return Outcome::reply(openRefusal);
     bitRate_ = integerValue(bitRate);
-    return Outcome::reply(doneReply);
+    return Outcome::reply(replies::done);
 }
 
 Outcome CanBusModel::send(const jsonrpc::Request& request) {
@@ -145,7 +143,7 @@ Outcome CanBusModel::send(const jsonrpc::Request& request) {
     }
     ++framesSent_;
     if (slot) deliver(*slot, *frame);
-    return Outcome::reply(doneReply);
+    return Outcome::reply(replies::done);
 }
 
 // A fault holds the frame at the head back: the bridge reports nothing although a frame waits.
@@ -189,7 +187,7 @@ void CanBusModel::answer(int number, const std::string& command) {
     }
     std::string text = slot(number).controller.answer(command, Clock::now(), fixedReading, offset);
     if (fault && fault->kind == Kind::noOk) text = withoutOk(text);
-    if (fault && fault->kind == Kind::fail) text = withoutOk(text) + std::string(failEnding);
+    if (fault && fault->kind == Kind::fail) text = withoutOk(text) + std::string(tec::failEnding);
     for (const auto& frame : answerFrames(text)) queue(number, frame);
 }
 

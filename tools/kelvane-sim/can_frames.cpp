@@ -6,24 +6,6 @@
 namespace kelvane::sim {
 namespace {
 
-constexpr std::uint8_t firstFrameMarker = 0x10;
-constexpr std::uint8_t firstConsecutive = 0x21;
-constexpr std::uint8_t lastConsecutive = 0x22;
-constexpr std::size_t frameBytes = 8;
-constexpr std::size_t firstFramePayload = frameBytes - 2;
-constexpr std::size_t consecutivePayload = frameBytes - 1;
-constexpr std::size_t longestSinglePayload = frameBytes - 1;
-// Commands cut into more frames than four are never sent.
-constexpr std::size_t longestCommandPayload = 29;
-
-// The sequence bytes after the first frame, by payload length. The four-frame shape repeats
-// 0x21 on purpose: that is what the controllers are served.
-std::vector<std::uint8_t> consecutiveSequence(std::size_t payloadBytes) {
-    if (payloadBytes <= 13) return {firstConsecutive};
-    if (payloadBytes <= 21) return {firstConsecutive, lastConsecutive};
-    return {firstConsecutive, firstConsecutive, lastConsecutive};
-}
-
 // Answer frames count their sequence byte 0x21..0x2F, then wrap to 0x20.
 std::uint8_t answerSequenceByte(std::size_t index) {
     return static_cast<std::uint8_t>(0x20 | ((index + 1) & 0x0F));
@@ -37,8 +19,8 @@ CommandAssembler::Step CommandAssembler::take(const CanFrame& frame) {
         return Step::rejected;
     }
     std::uint8_t head = frame[0];
-    if (head >= 1 && head <= longestSinglePayload) return startSingle(frame);
-    if (head == firstFrameMarker) return startFirst(frame);
+    if (head >= 1 && head <= can::longestSinglePayload) return startSingle(frame);
+    if (head == can::firstFrameMark) return startFirst(frame);
     return continueWith(frame);
 }
 
@@ -57,11 +39,11 @@ CommandAssembler::Step CommandAssembler::startSingle(const CanFrame& frame) {
 
 CommandAssembler::Step CommandAssembler::startFirst(const CanFrame& frame) {
     reset();
-    if (frame.size() != frameBytes) return Step::rejected;
+    if (frame.size() != can::frameSize) return Step::rejected;
     std::size_t length = frame[1];
-    if (length <= longestSinglePayload || length > longestCommandPayload) return Step::rejected;
+    if (length <= can::longestSinglePayload || length > can::longestCommandPayload) return Step::rejected;
     expectedBytes_ = length;
-    sequence_ = consecutiveSequence(length);
+    sequence_ = can::consecutiveMarks(length);
     payload_.assign(frame.begin() + 2, frame.end());
     return Step::incomplete;
 }
@@ -74,7 +56,7 @@ CommandAssembler::Step CommandAssembler::continueWith(const CanFrame& frame) {
     }
     sequence_.erase(sequence_.begin());
     std::size_t remaining = expectedBytes_ - payload_.size();
-    std::size_t carried = sequence_.empty() ? remaining : consecutivePayload;
+    std::size_t carried = sequence_.empty() ? remaining : can::consecutiveFramePayload;
     if (frame.size() != carried + 1) {
         reset();
         return Step::rejected;
@@ -84,7 +66,7 @@ CommandAssembler::Step CommandAssembler::continueWith(const CanFrame& frame) {
 }
 
 CommandAssembler::Step CommandAssembler::finish() {
-    bool terminated = !payload_.empty() && payload_.back() == textTerminator;
+    bool terminated = !payload_.empty() && payload_.back() == can::textTerminator;
     if (terminated) command_.assign(payload_.begin(), payload_.end() - 1);
     reset();
     return terminated ? Step::complete : Step::rejected;
@@ -92,21 +74,21 @@ CommandAssembler::Step CommandAssembler::finish() {
 
 std::vector<CanFrame> answerFrames(std::string_view text) {
     CanFrame payload(text.begin(), text.end());
-    payload.push_back(textTerminator);
-    if (payload.size() <= longestSinglePayload) {
+    payload.push_back(can::textTerminator);
+    if (payload.size() <= can::longestSinglePayload) {
         CanFrame single{static_cast<std::uint8_t>(payload.size())};
         single.insert(single.end(), payload.begin(), payload.end());
         return {single};
     }
     // The length byte holds the low byte of longer answers; the receiver never reads it.
-    CanFrame first{firstFrameMarker, static_cast<std::uint8_t>(payload.size())};
-    first.insert(first.end(), payload.begin(), payload.begin() + firstFramePayload);
+    CanFrame first{can::firstFrameMark, static_cast<std::uint8_t>(payload.size())};
+    first.insert(first.end(), payload.begin(), payload.begin() + can::firstFramePayload);
     std::vector<CanFrame> frames{first};
-    for (std::size_t at = firstFramePayload, index = 0; at < payload.size();
-         at += consecutivePayload, ++index) {
+    for (std::size_t at = can::firstFramePayload, index = 0; at < payload.size();
+         at += can::consecutiveFramePayload, ++index) {
         CanFrame next{answerSequenceByte(index)};
-        auto end =
-            payload.begin() + static_cast<std::ptrdiff_t>(std::min(at + consecutivePayload, payload.size()));
+        auto end = payload.begin() +
+                   static_cast<std::ptrdiff_t>(std::min(at + can::consecutiveFramePayload, payload.size()));
         next.insert(next.end(), payload.begin() + static_cast<std::ptrdiff_t>(at), end);
         frames.push_back(std::move(next));
     }
@@ -114,6 +96,6 @@ std::vector<CanFrame> answerFrames(std::string_view text) {
 }
 
 // A first byte of 0 carries no text for the receiver; the 3 ends the answer.
-CanFrame emptyAnswerFrame() { return {0x00, textTerminator}; }
+CanFrame emptyAnswerFrame() { return {0x00, can::textTerminator}; }
 
 }  // namespace kelvane::sim

@@ -4,6 +4,8 @@
 // byte is the 0x03 terminator.
 #pragma once
 
+#include <kelvane/protocol/can_bus.hpp>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -13,8 +15,6 @@
 namespace kelvane::sim {
 
 using CanFrame = std::vector<std::uint8_t>;
-
-inline constexpr std::uint8_t textTerminator = 0x03;
 
 // One controller's reassembly of incoming command frames. A frame out of shape (wrong sequence
 // byte, wrong length, no terminator where the command must end) drops the command under way;

@@ -1,6 +1,7 @@
 #include "replay_book.hpp"
 
 #include <bounded_lines.hpp>
+#include <kelvane/protocol/trace_line.hpp>
 
 #include <algorithm>
 
@@ -18,23 +19,18 @@ Value requestText(const std::string& method, const Value& params) {
     return {{"method", method}, {"params", params}};
 }
 
-// The exchange of one trace line; a text saying what is wrong with it otherwise.
-std::variant<std::optional<ReplayedAnswer>, std::string> answerOf(const Value& line) {
-    auto outcome = line.value("outcome", std::string());
-    auto milliseconds = std::clamp(line.value("ms", 0.0), 0.0, longestRecordedMs);
+// The answer a trace line recorded; nothing for a call that never reached the controller.
+std::optional<ReplayedAnswer> answerOf(const trace::TraceLine& line) {
+    auto milliseconds = std::clamp(line.ms, 0.0, longestRecordedMs);
     ReplayedAnswer answer{std::nullopt, std::chrono::milliseconds(static_cast<long long>(milliseconds))};
-    if (outcome == "result") {
-        answer.outcome = Outcome::reply(line.value("result", Value()));
-    } else if (outcome == "error") {
-        const Value& error = line.value("error", Value::object());
-        if (!error.is_object()) return std::string("\"error\" is not an object");
-        answer.outcome = Outcome::failure(error.value("code", 0), error.value("message", std::string()));
-    } else if (outcome == "closed") {
-        return std::optional<ReplayedAnswer>{};
-    } else if (outcome != "timeout" && outcome != "not_reachable") {
-        return "unknown outcome \"" + outcome + "\"";
+    switch (line.outcome) {
+    case trace::Outcome::result: answer.outcome = Outcome::reply(line.result); break;
+    case trace::Outcome::error: answer.outcome = Outcome::failure(line.errorCode, line.errorMessage); break;
+    case trace::Outcome::closed: return std::nullopt;
+    case trace::Outcome::timeout:
+    case trace::Outcome::notReachable: break;
     }
-    return std::optional<ReplayedAnswer>{answer};
+    return answer;
 }
 
 }  // namespace
@@ -54,23 +50,11 @@ std::variant<ReplayBook, std::string> ReplayBook::load(const std::string& path) 
             return where + "not a trace line: longer than " + std::to_string(tools::longestTraceLine >> 20) +
                    " MiB";
         }
-        const std::string& text = lines.line();
-        if (text.empty()) continue;
-        Value line = Value::parse(text, nullptr, false);
-        if (line.is_discarded() || !line.is_object() || !line.contains("method") ||
-            !line["method"].is_string()) {
-            return where + "not a trace line";
-        }
-        try {
-            auto answer = answerOf(line);
-            if (auto* problem = std::get_if<std::string>(&answer)) return where + *problem;
-            auto& recorded = std::get<std::optional<ReplayedAnswer>>(answer);
-            if (!recorded) continue;
-            book.add({line["method"].get<std::string>(), line.value("params", Value::array()),
-                      *recorded});
-        } catch (const Value::exception& error) {
-            return where + error.what();
-        }
+        if (lines.line().empty()) continue;
+        auto parsed = trace::parse(lines.line());
+        if (auto* problem = std::get_if<std::string>(&parsed)) return where + *problem;
+        auto& line = std::get<trace::TraceLine>(parsed);
+        if (auto answer = answerOf(line)) book.add({std::move(line.method), std::move(line.params), *answer});
     }
     return book;
 }

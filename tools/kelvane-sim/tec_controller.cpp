@@ -1,5 +1,7 @@
 #include "tec_controller.hpp"
 
+#include <kelvane/protocol/tec_commands.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -7,9 +9,8 @@
 namespace kelvane::sim {
 namespace {
 
-constexpr std::string_view temperaturePrefix = "get tec temp:";
-constexpr std::string_view powerCommand = "get tec power";
 constexpr std::string_view unknownAnswer = "ERR";
+static_assert(tec::temperatureCommands.size() == TecController::sensorCount);
 
 // Each sensor sits at its own distance from the cold plate, so each settles at its own pace;
 // sensor 4 sits nearer the heat sink and reads a little warmer.
@@ -67,12 +68,10 @@ double TecController::noise(double amplitude) {
 }
 
 std::optional<int> TecController::sensorOf(const std::string& command) {
-    if (!command.starts_with(temperaturePrefix) || command.size() != temperaturePrefix.size() + 1) {
-        return std::nullopt;
-    }
-    int sensor = command.back() - '0';
-    if (sensor < 1 || sensor > sensorCount) return std::nullopt;
-    return sensor;
+    const auto& commands = tec::temperatureCommands;
+    auto found = std::find(commands.begin(), commands.end(), command);
+    if (found == commands.end()) return std::nullopt;
+    return static_cast<int>(found - commands.begin()) + 1;
 }
 
 std::string TecController::answer(const std::string& command, Clock::time_point now,
@@ -82,12 +81,12 @@ std::string TecController::answer(const std::string& command, Clock::time_point 
             fixedReading ? *fixedReading : temperature(*sensor, now) + offset + noise(temperatureNoise);
         return temperatureAnswer(reading);
     }
-    if (command == powerCommand) return powerAnswer(now);
+    if (command == tec::powerCommand) return powerAnswer(now);
     return std::string(unknownAnswer);
 }
 
 std::string TecController::temperatureAnswer(double celsius) const {
-    return formatted("TEC temp: %.2f C OK", celsius);
+    return formatted(tec::temperatureAnswerFormat, celsius);
 }
 
 // Positive effort cools, so the PWM duty reads negative while the TEC pulls below ambient.
@@ -95,7 +94,7 @@ std::string TecController::powerAnswer(Clock::time_point now) {
     double effort = holdingGain * (ambient - setPoint_) + closingGain * (temperature(1, now) - setPoint_);
     effort = std::clamp(effort, -1.0, 1.0);
     double amps = std::max(0.0, fullEffortAmps * std::abs(effort) + noise(currentNoise));
-    return formatted("TEC : %.2f V, %.2f A, %.2f W ,PWM: %.2f%% OK", supplyVolts, amps, supplyVolts * amps,
+    return formatted(tec::powerAnswerFormat, supplyVolts, amps, supplyVolts * amps,
                      -100.0 * effort + 0.0);  // + 0.0: no "-0.00" at zero effort
 }
 

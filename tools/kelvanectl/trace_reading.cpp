@@ -1,9 +1,11 @@
 #include "trace_reading.hpp"
 
-#include <nlohmann/json.hpp>
+#include <kelvane/protocol/json_rpc.hpp>
+#include <kelvane/protocol/trace_line.hpp>
 
 #include <cstdio>
 #include <optional>
+#include <variant>
 
 namespace kelvanectl {
 namespace {
@@ -19,37 +21,24 @@ std::string shortened(std::string text, std::size_t length) {
     return text;
 }
 
-std::string jsonText(const nlohmann::json& value) {
-    return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-}
-
-TracedCall callOf(const nlohmann::json& line) {
-    TracedCall call;
-    call.time = line.value("time", std::string());
-    call.method = line.at("method").get<std::string>();
-    call.params = shortened(jsonText(line.value("params", nlohmann::json::array())), shortParams);
-    call.outcome = line.at("outcome").get<std::string>();
-    if (call.outcome == "result") {
-        call.detail = shortened(jsonText(line.value("result", nlohmann::json())), shortDetail);
-    } else if (call.outcome == "error") {
-        const auto& error = line.at("error");
-        call.detail = shortened(std::to_string(error.value("code", 0)) + " " +
-                                    error.value("message", std::string()),
-                                shortDetail);
-    }
-    call.milliseconds = line.value("ms", 0.0);
-    return call;
-}
-
 // The call a line records, if it is a trace line.
 std::optional<TracedCall> callIn(const std::string& text) {
-    auto line = nlohmann::json::parse(text, nullptr, false);
-    if (!line.is_object()) return std::nullopt;
-    try {
-        return callOf(line);
-    } catch (const nlohmann::json::exception&) {
-        return std::nullopt;
+    using kelvane::trace::Outcome;
+    auto parsed = kelvane::trace::parse(text);
+    const auto* line = std::get_if<kelvane::trace::TraceLine>(&parsed);
+    if (!line) return std::nullopt;
+    TracedCall call;
+    call.time = line->time;
+    call.method = line->method;
+    call.params = shortened(kelvane::jsonrpc::toJson(line->params), shortParams);
+    call.outcome = line->outcome;
+    if (line->outcome == Outcome::result) {
+        call.detail = shortened(kelvane::jsonrpc::toJson(line->result), shortDetail);
+    } else if (line->outcome == Outcome::error) {
+        call.detail = shortened(std::to_string(line->errorCode) + " " + line->errorMessage, shortDetail);
     }
+    call.milliseconds = line->ms;
+    return call;
 }
 
 std::string format(const char* pattern, auto... values) {
@@ -89,8 +78,9 @@ TraceReading readTrace(kelvane::tools::BoundedLines& lines,
 }
 
 std::string timelineLine(const TracedCall& call) {
+    const std::string outcome(kelvane::trace::outcomeWord(call.outcome));
     std::string text = format("%-24s %-28s %-40s %-13s %9.1f ms", call.time.c_str(), call.method.c_str(),
-                              call.params.c_str(), call.outcome.c_str(), call.milliseconds);
+                              call.params.c_str(), outcome.c_str(), call.milliseconds);
     if (!call.detail.empty()) text += "  " + call.detail;
     return text + '\n';
 }
@@ -106,8 +96,8 @@ void MethodStatistics::add(const TracedCall& call) {
     if (byMethod_.size() >= mostMethods && !byMethod_.contains(key)) key = otherMethods;
     auto& figures = byMethod_[key];
     figures.durations.add(call.milliseconds);
-    if (call.outcome == "timeout") ++figures.timeouts;
-    else if (call.outcome != "result") ++figures.errors;
+    if (call.outcome == kelvane::trace::Outcome::timeout) ++figures.timeouts;
+    else if (call.outcome != kelvane::trace::Outcome::result) ++figures.errors;
 }
 
 std::string MethodStatistics::table() const {

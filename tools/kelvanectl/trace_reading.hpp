@@ -6,6 +6,7 @@
 #include "duration_histogram.hpp"
 
 #include <bounded_lines.hpp>
+#include <kelvane/protocol/trace_line.hpp>
 
 #include <cstddef>
 #include <functional>
@@ -18,7 +19,7 @@ struct TracedCall {
     std::string time;
     std::string method;
     std::string params;   // shortened JSON
-    std::string outcome;  // "result", "error", "timeout", "not_reachable" or "closed"
+    kelvane::trace::Outcome outcome = kelvane::trace::Outcome::result;
     std::string detail;   // the shortened result, or the error's code and message
     double milliseconds = 0;
 };

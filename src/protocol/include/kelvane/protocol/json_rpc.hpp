@@ -37,6 +37,11 @@ std::string encodeError(std::int64_t id, const RpcError& error);
 // ("1e999"); an error code outside the range of int is clamped to it.
 std::optional<Reply> decodeReply(std::string_view text);
 
+// The keyword argument that gives a call its own time limit in milliseconds: the controller
+// answers within it, and the client waits that long plus a margin.
+inline constexpr std::string_view timeoutKey = "timeout_ms";
+inline Value timeoutKwargs(std::int64_t milliseconds) { return Value{{timeoutKey, milliseconds}}; }
+
 // JSON text of a value; texts that are not valid UTF-8 are repaired rather than refused.
 std::string toJson(const Value& value);
 

@@ -5,6 +5,11 @@
 
 namespace kelvane::replies {
 
+// The controller's acknowledgement. "can.send" answers exactly this for a frame it put on the
+// bus; the other calls that acknowledge ("can.open", "vantrel.fixture_init", the lock, the IO
+// lines, the fans) answer a text that holds it.
+inline constexpr std::string_view done = "done";
+
 // A tray move's acknowledgement: the move has started. The library then confirms the position
 // on the move's sensor; any other reply is the move's result as it is.
 inline constexpr std::string_view upDone = "up_done";
