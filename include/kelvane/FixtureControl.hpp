@@ -92,7 +92,9 @@ public:
     std::string getFanSpeed(std::int32_t fan);
     Value setIO(std::int32_t line, std::int32_t state);
 
-    // CAN bridge. Every CAN call gives the controller board 3000 ms.
+    // CAN bridge. Every CAN call gives the controller board 3000 ms. canConfig,
+    // sendCanCommandWithMessageId and receiveCanWithSlotId are kept for hosts that drive the bus
+    // themselves: the station interface has them, though nothing in the library calls them.
     // "can.open" with the bit rate; true when the reply holds "done".
     bool canConfig(const Value& bitRate);
     // Puts one frame with the fixed data 1, 2, 3 on the bus, whatever `command` holds; logs

@@ -1,5 +1,6 @@
 // Kelvane: the object behind a C handle of <kelvane/kelvane.h>. It holds one fixture session
-// and turns its results into C types, so each exported function is a one-line forward.
+// and turns its results into C types, so each exported function is a one-line forward. Its
+// operations may be called from any host thread at once, as the session's may.
 #pragma once
 
 #include <kelvane/FixtureControl.hpp>

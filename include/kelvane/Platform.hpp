@@ -84,7 +84,7 @@ KELVANE_API std::shared_ptr<LogSink> processLogRoutedBy(std::string_view route);
 
 // The process's default log: routed by the host's environment variable KELVANE_LOG (unset is
 // "stderr"), read once, when this log is first asked for; every caller shares it.
-KELVANE_API std::shared_ptr<LogSink> standardErrorLog();
+KELVANE_API std::shared_ptr<LogSink> defaultProcessLog();
 
 // Keeps every line in memory, in order; for tests and for hosts that show the log themselves.
 // Every member is safe from any thread.
@@ -111,7 +111,7 @@ KELVANE_API std::shared_ptr<TraceWriter> traceFile(const std::filesystem::path& 
 // A session's services. The session copies its Platform when it is made and only reads it
 // after; the clock and the log it holds are called from host threads and TEC workers at once.
 struct KELVANE_API Platform {
-    // Left empty, a session takes the system clock and standardErrorLog().
+    // Left empty, a session takes the system clock and defaultProcessLog().
     std::shared_ptr<Clock> clock;
     std::shared_ptr<LogSink> log;
     // The station's fixed paths ("/vault/...", "/Users/stnuser/...") are opened below this root.
@@ -126,7 +126,7 @@ struct KELVANE_API Platform {
     // empty: 3000 ms.
     std::optional<std::chrono::milliseconds> callTimeout = std::nullopt;
 
-    // The system clock, the default log (standardErrorLog()), "/", the ZeroMQ client, and the
+    // The system clock, the default log (defaultProcessLog()), "/", the ZeroMQ client, and the
     // trace the host's environment asks for, read at each call: KELVANE_TRACE names the file and
     // KELVANE_TRACE_MAX_MB its size limit in MiB (64 when unset).
     static Platform defaults();

@@ -10,7 +10,9 @@
 namespace kelvane {
 
 // A reply or argument as the controller sends it. JSON null stands for "no value" (nil):
-// a missing reply, a missing dictionary entry. It is distinct from every other value.
+// a missing reply, a missing dictionary entry. It is distinct from every other value. A plain
+// value: one thread at a time may change an object, copies are independent, and the functions
+// below may be called from any thread on a value no thread is changing.
 using Value = nlohmann::json;
 
 // The value's printed text, as a log line or a result text shows it:

@@ -8,7 +8,7 @@ namespace kelvane {
 Platform Platform::defaults() {
     Platform platform;
     platform.clock = systemClock();
-    platform.log = standardErrorLog();
+    platform.log = defaultProcessLog();
     platform.trace = traceFileFromEnvironment();
     return platform;
 }

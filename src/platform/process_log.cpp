@@ -93,7 +93,7 @@ std::shared_ptr<LogSink> processLogRoutedBy(std::string_view route) {
     return log;
 }
 
-std::shared_ptr<LogSink> standardErrorLog() {
+std::shared_ptr<LogSink> defaultProcessLog() {
     static const std::shared_ptr<LogSink> log = [] {
         const char* route = std::getenv("KELVANE_LOG");
         return processLogRoutedBy(route ? route : "");

@@ -48,7 +48,7 @@ private:
     // A host that leaves a service out gets the real one, so no operation meets an empty seam.
     static Platform withEveryService(Platform platform) {
         if (!platform.clock) platform.clock = systemClock();
-        if (!platform.log) platform.log = standardErrorLog();
+        if (!platform.log) platform.log = defaultProcessLog();
         return platform;
     }
 };
