@@ -106,18 +106,6 @@ std::string quoteOverflowingNumbers(std::string_view text) {
     return out;
 }
 
-std::optional<Value> parse(std::string_view text) {
-    if (nestsTooDeep(text)) return std::nullopt;
-    Value parsed = Value::parse(text, nullptr, false);
-    if (parsed.is_discarded()) {
-        // The slow path only for text that did not parse: perhaps a number beyond double range.
-        auto quoted = quoteOverflowingNumbers(text);
-        if (quoted.size() != text.size()) parsed = Value::parse(quoted, nullptr, false);
-    }
-    if (parsed.is_discarded() || !parsed.is_object()) return std::nullopt;
-    return parsed;
-}
-
 std::optional<std::int64_t> integerId(const Value& message) {
     auto id = message.find("id");
     if (id == message.end() || !id->is_number_integer()) return std::nullopt;
@@ -147,6 +135,18 @@ RpcError errorFrom(const Value& error) {
 
 }  // namespace
 
+std::optional<Value> parseObject(std::string_view text) {
+    if (nestsTooDeep(text)) return std::nullopt;
+    Value parsed = Value::parse(text, nullptr, false);
+    if (parsed.is_discarded()) {
+        // The slow path only for text that did not parse: perhaps a number beyond double range.
+        auto quoted = quoteOverflowingNumbers(text);
+        if (quoted.size() != text.size()) parsed = Value::parse(quoted, nullptr, false);
+    }
+    if (parsed.is_discarded() || !parsed.is_object()) return std::nullopt;
+    return parsed;
+}
+
 std::string toJson(const Value& value) {
     return value.dump(-1, ' ', false, Value::error_handler_t::replace);
 }
@@ -161,7 +161,7 @@ std::string encodeRequest(const Request& request) {
 }
 
 std::optional<Request> decodeRequest(std::string_view text) {
-    auto message = parse(text);
+    auto message = parseObject(text);
     if (!message) return std::nullopt;
     auto id = integerId(*message);
     auto method = message->find("method");
@@ -189,7 +189,7 @@ std::string encodeError(std::int64_t id, const RpcError& error) {
 }
 
 std::optional<Reply> decodeReply(std::string_view text) {
-    auto message = parse(text);
+    auto message = parseObject(text);
     if (!message) return std::nullopt;
     auto id = integerId(*message);
     if (!id) return std::nullopt;

@@ -57,10 +57,11 @@ std::string encode(const TraceLine& line) {
 }
 
 std::variant<TraceLine, std::string> parse(std::string_view text) {
-    const Value json = Value::parse(text, nullptr, false);
-    if (!json.is_object() || !json.contains("method") || !json["method"].is_string()) {
+    const auto parsed = jsonrpc::parseObject(text);
+    if (!parsed || !parsed->contains("method") || !(*parsed)["method"].is_string()) {
         return std::string("not a trace line");
     }
+    const Value& json = *parsed;
     try {
         TraceLine line;
         const std::string word = json.value("outcome", std::string());

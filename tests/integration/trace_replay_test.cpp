@@ -143,10 +143,11 @@ Ran run(const std::string& command, const std::filesystem::path& folder) {
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text(out), text(err)};
 }
 
-// A line of 200 MiB between valid ones cost a reading all its memory, or silently ended it.
-// Now both tools read such a file under a 256 MiB address-space limit: kelvanectl skips the line,
-// reports it and counts every call; the replay refuses the file, naming the line. Under the
-// sanitizers, whose shadow memory takes terabytes of address space, they run without the limit.
+// A line of 200 MiB between valid ones cost a reading all its memory, or silently ended it, and
+// a line of 250,000 nested brackets overflowed the stack. Now both tools read such a file under
+// a 256 MiB address-space limit: kelvanectl skips the lines, reports them and counts every call;
+// the replay refuses the file, naming the first. Under the sanitizers, whose shadow memory takes
+// terabytes of address space, they run without the limit.
 TEST(TraceFiles, ALineOfAnyLengthIsReportedInBoundedMemoryAndAReadErrorIsAnError) {
     TemporaryDirectory root;
     const auto trace = root.path() / "long-line.trace";
@@ -156,6 +157,10 @@ TEST(TraceFiles, ALineOfAnyLengthIsReportedInBoundedMemoryAndAReadErrorIsAnError
         for (int k = 1; k <= 96; ++k) {
             file << R"({"time":"2026-11-23T00:03:23.483Z","method":"server.mode","params":[],)"
                  << R"("outcome":"result","result":"normal","ms":)" << k << "}\n";
+            if (k == 60) {
+                file << R"({"method":"m","outcome":"result","params":)" << std::string(1 << 18, '[')
+                     << std::string(1 << 18, ']') << "}\n";
+            }
             if (k != 48) continue;
             for (int part = 0; part < 200; ++part) file << mebibyte;
             file << "\n";
@@ -169,7 +174,7 @@ TEST(TraceFiles, ALineOfAnyLengthIsReportedInBoundedMemoryAndAReadErrorIsAnError
     EXPECT_THAT(stats.err, ::testing::HasSubstr("long-line.trace:49: longer than 4 MiB, skipped"));
     // Calls, errors, time-outs, p50 exact, p90 (87) and p99 (96) within 2 %, max.
     EXPECT_THAT(stats.out, ::testing::ContainsRegex("\nserver\\.mode +96 +0 +0 +48\\.0 +8[5-8]\\.[0-9] +9[4-7]\\.[0-9] "
-                                                    "+96\\.0\n1 line is not a trace line\n$"));
+                                                    "+96\\.0\n2 lines are not trace lines\n$"));
 
     Ran timeline = run(kelvanectl, root.path());
     EXPECT_EQ(timeline.status, 0) << timeline.err;

@@ -26,6 +26,11 @@ struct Reply {
     std::optional<RpcError> error;
 };
 
+// The JSON object a line of text holds: nothing when it holds none or nests deeper than 128
+// levels (copying or printing a value recurses once per level, so a line of brackets could
+// overflow the stack). A number too large for a double reads as a text holding its literal.
+std::optional<Value> parseObject(std::string_view text);
+
 std::string encodeRequest(const Request& request);
 std::optional<Request> decodeRequest(std::string_view text);
 
