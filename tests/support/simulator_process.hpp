@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kelvane {
@@ -45,11 +46,10 @@ public:
 
     // A call to fixture 1 (or `fixture`) through a client of its own; without an error slot, an
     // error fails the test.
-    Value control(const std::string& method, const Value& params = Value::array(),
-                  RpcErrorSlot error = nullptr) {
+    Value control(std::string_view method, const Value& params = Value::array(), RpcErrorSlot error = nullptr) {
         return control(1, method, params, error);
     }
-    Value control(int fixture, const std::string& method, const Value& params = Value::array(),
+    Value control(int fixture, std::string_view method, const Value& params = Value::array(),
                   RpcErrorSlot error = nullptr);
 
     // SIGTERM, then the wait for its end (SIGKILL after two seconds): the status waitpid gave

@@ -1,4 +1,5 @@
-// A kelvane-sim process and a real client connected to it, for the simulator's own tests.
+// A kelvane-sim process and a real client connected to it: for the tests that need the library's
+// transport against a controller, and the simulator's own tests that need a process.
 #pragma once
 
 #include "simulator_process.hpp"
@@ -7,6 +8,7 @@
 
 #include <kelvane/protocol/json_rpc.hpp>
 #include <kelvane/protocol/methods.hpp>
+#include <kelvane/protocol/sim_methods.hpp>
 
 #include <gtest/gtest.h>
 #include <zmq.hpp>
@@ -39,7 +41,7 @@ protected:
         return error ? error->code : 0;
     }
     void script(const Value& description) {
-        EXPECT_EQ(sim.control("sim.script", Value::array({description})), "done");
+        EXPECT_EQ(sim.control(methods::sim::script, Value::array({description})), "done");
     }
 
     // Polls (a real process, so real time) until the condition holds or a generous bound passes.

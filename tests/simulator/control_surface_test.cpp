@@ -1,0 +1,128 @@
+// The simulated fixture's answers to what clients send, its journal and its scripted answers, in
+// process: each request goes to the fixture as the message a client sends.
+#include "in_process_fixture.hpp"
+
+#include "process_resources.hpp"
+
+namespace kelvane::testing {
+namespace {
+
+namespace m = kelvane::methods;
+using namespace std::chrono_literals;
+
+const std::string fanSpeed(m::getFanSpeed);
+
+// "method not found: <method>" for unknown methods is what the fault campaign's probe relies on.
+TEST(SimulatedRequestsTest, UnreadableRequestsAreDroppedOrRejectedAndUnknownMethodsAreNotFound) {
+    InProcessFixture fixture;
+    for (const char* dropped : {"not json", "[1]", R"({"jsonrpc":"2.0","method":"server.mode","params":[]})"})
+        EXPECT_FALSE(fixture.send(dropped)) << dropped << ": no id to answer";
+    for (const char* invalid : {R"({"id":5,"params":[]})", R"({"id":5,"method":"server.mode","params":{}})",
+                                R"({"id":5,"method":"server.mode","kwargs":[]})"}) {
+        auto rejected = jsonrpc::decodeReply(fixture.send(invalid).value().message);
+        ASSERT_TRUE(rejected && rejected->error) << invalid;
+        EXPECT_EQ(std::pair(rejected->id, rejected->error->code), std::pair(std::int64_t{5}, jsonrpc::invalidRequestError));
+    }
+    EXPECT_EQ(fixture.failure("vantrel.teleport"), jsonrpc::methodNotFoundError);
+    EXPECT_EQ(fixture.ask("vantrel.teleport").second->message, "method not found: vantrel.teleport");
+    EXPECT_EQ(fixture.failure("sim.teleport"), jsonrpc::methodNotFoundError);
+    EXPECT_EQ(fixture.call(m::sim::journal).size(), 2u) << "neither the unreadable nor the sim. ones";
+}
+
+TEST(SimulatedJournalTest, RecordsControllerRequestsInOrderWithTheirScriptsButNotControlCalls) {
+    InProcessFixture fixture;
+    fixture.call(m::fixtureIoSet, {{{10, 1}}}, {{"timeout_ms", 20000}});
+    fixture.failure("vantrel.teleport");
+    fixture.call(m::sim::script, {{{"method", m::serverMode}, {"action", "no_reply"}, {"times", 1}}});
+    fixture.failure(m::serverMode);
+    fixture.call(m::sim::state);
+    EXPECT_EQ(fixture.call(m::sim::journal),
+              (Value{{{"method", m::fixtureIoSet}, {"params", {{{10, 1}}}}, {"kwargs", {{"timeout_ms", 20000}}}},
+                     {{"method", "vantrel.teleport"}, {"params", Value::array()}, {"kwargs", nullptr}},
+                     {{"method", m::serverMode}, {"params", Value::array()}, {"kwargs", nullptr}, {"script", "no_reply"}}}));
+    EXPECT_EQ(fixture.call(m::sim::clearJournal), "done");
+    EXPECT_EQ(fixture.call(m::sim::journal), Value::array());
+    fixture.call(m::serverMode);
+    fixture.call(m::sim::reset);
+    EXPECT_EQ(fixture.call(m::sim::journal), Value::array());
+}
+
+// As the journal once kept requests (its newest 100,000, some 0.9 KiB each as JSON values), a
+// flood grew the simulator by 90 MiB; now its 4 MiB bound holds. Under a sanitizer resident size
+// says nothing and a request costs five times as much: a smaller flood that overfills the
+// journal checks the bound there.
+TEST(SimulatedJournalTest, AFloodOfRequestsLeavesTheJournalWithinItsMemoryBound) {
+    if (!residentBytes()) GTEST_SKIP() << "no /proc/self/statm: resident memory is not readable here";
+    InProcessFixture fixture;
+    const Value params = Value::array({std::string(40, 'x')});
+    // Every request is the same text: the fixture does not mind the ids.
+    const std::string request = jsonrpc::encodeRequest({1, "test.flood", params, nullptr});
+    auto flood = [&](int requests) {
+        for (int k = 0; k < requests; ++k) fixture.send(request);
+    };
+    flood(1000);
+    const auto before = *residentBytes();
+    flood(builtWithoutSanitizers ? 150'000 : 30'000);
+    auto grown = static_cast<long long>(*residentBytes()) - static_cast<long long>(before);
+    if (builtWithoutSanitizers) EXPECT_LT(grown, 32ll << 20);
+
+    const Value journal = fixture.call(m::sim::journal);
+    EXPECT_GT(journal.size(), 5000u) << "the newest entries fill the bound";
+    EXPECT_LT(journal.dump().size(), 4u << 20) << journal.size() << " entries";
+    EXPECT_EQ(journal.back(), (Value{{"method", "test.flood"}, {"params", params}, {"kwargs", nullptr}}));
+    if (!builtWithoutSanitizers) GTEST_SKIP() << "a flood of 30,000, resident size not checked under a sanitizer";
+}
+
+TEST(SimulatedScriptsTest, ReplyAndErrorScriptsOverrideTheModelForTheirTimesInQueueOrder) {
+    InProcessFixture fixture;
+    fixture.call(m::sim::script, {{{"method", fanSpeed}, {"action", "reply"}, {"reply", "first"}, {"times", 2}},
+                                  {{"method", fanSpeed}, {"action", "error"}, {"error", {{"code", 7}, {"message", "boom"}}},
+                                   {"times", 2}, {"delay_ms", 600}}});
+    EXPECT_EQ(fixture.call(fanSpeed, {1}), "first");
+    EXPECT_EQ(fixture.call(fanSpeed, {1}), "first");
+    auto [reply, error] = fixture.ask(fanSpeed, {1});
+    EXPECT_TRUE(reply.is_null());
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->text(), "boom (code 7)");
+    EXPECT_EQ(fixture.send(jsonrpc::encodeRequest({1, fanSpeed, {1}, nullptr}))->delay, 600ms);
+    EXPECT_EQ(fixture.call(fanSpeed, {1}), 0) << "scripts used up: the model answers again";
+
+    fixture.call(m::sim::script, {{{"method", fanSpeed}, {"reply", nullptr}}});
+    EXPECT_EQ(fixture.call(fanSpeed, {1}), nullptr) << "a null reply is a reply, not an error";
+    EXPECT_EQ(fixture.call(fanSpeed, {1}), nullptr) << "without times a script stays";
+    fixture.call(m::sim::clearScripts);
+    EXPECT_EQ(fixture.call(fanSpeed, {1}), 0);
+    fixture.call(m::sim::script, {{{"method", fanSpeed}, {"reply", 1}}});
+    fixture.call(m::sim::reset);
+    EXPECT_EQ(fixture.call(fanSpeed, {1}), 0) << "a reset clears the scripts";
+}
+
+TEST(SimulatedScriptsTest, ReplyScriptWithoutValueLetsTheModelActAndNoReplySwallowsTheRequest) {
+    InProcessFixture fixture;
+    fixture.call(m::sim::script, {{{"method", m::magnetControl}, {"action", "reply"}, {"times", 1}}});
+    EXPECT_EQ(fixture.call(m::magnetControl, {"on"}), "done");
+    EXPECT_EQ(fixture.call(m::sim::state)["lock"], "on");
+
+    fixture.call(m::sim::script, {{{"method", m::magnetControl}, {"action", "no_reply"}, {"times", 1}}});
+    EXPECT_FALSE(fixture.send(jsonrpc::encodeRequest({1, std::string(m::magnetControl), {"off"}, nullptr})));
+    EXPECT_EQ(fixture.call(m::sim::state)["lock"], "on") << "a swallowed request does not act";
+}
+
+TEST(SimulatedScriptsTest, MalformedScriptIsRejectedAndNoneOfTheBatchIsAdded) {
+    InProcessFixture fixture;
+    Value batch = {{{"method", fanSpeed}, {"reply", 1}}, {{"method", fanSpeed}, {"action", "explode"}}};
+    auto [reply, error] = fixture.ask(m::sim::script, Value::array({batch}));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, jsonrpc::invalidParamsError);
+    EXPECT_NE(error->message.find("script 2"), std::string::npos) << error->message;
+    for (Value bad : {Value{{"method", fanSpeed}, {"action", "error"}}, Value{{"method", fanSpeed}, {"times", 0}},
+                      Value{{"method", fanSpeed}, {"delay", 5}}, Value{{"reply", 1}},
+                      Value{{"method", fanSpeed}, {"action", "raw"}}}) {
+        auto refused = fixture.ask(m::sim::script, Value::array({bad})).second;
+        EXPECT_TRUE(refused && refused->message.find("no script given") == std::string::npos) << bad.dump();
+    }
+    EXPECT_EQ(fixture.call(fanSpeed, {1}), 0);
+}
+
+}  // namespace
+}  // namespace kelvane::testing

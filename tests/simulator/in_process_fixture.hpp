@@ -1,0 +1,84 @@
+// One simulated fixture held in the test's own process: each call goes to its responder as the
+// request message a client sends and comes back as the reply message, decoded, as over the wire;
+// no process, no socket, no waiting. Its models read a clock that only advance() moves. One
+// thread at a time: the code under test calls it from the test's own thread.
+#pragma once
+
+#include "fixture_responder.hpp"
+#include "models.hpp"
+
+#include <kelvane/RpcClient.hpp>
+#include <kelvane/protocol/error_codes.hpp>
+#include <kelvane/protocol/json_rpc.hpp>
+#include <kelvane/protocol/methods.hpp>
+#include <kelvane/protocol/sim_methods.hpp>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+namespace kelvane::testing {
+
+class InProcessFixture {
+public:
+    explicit InProcessFixture(sim::WorldSettings world = {}, std::optional<sim::ReplaySettings> replay = {})
+        : responder_(sim::SimulatedFixture(sim::makeModels(world, [this] { return now_; })),
+                     sim::Journal::defaultLimitBytes, std::move(replay)) {}
+
+    // The reply to one request message, with the delay it would be sent after; nothing when
+    // none would be sent.
+    std::optional<sim::FixtureResponder::Reply> send(std::string_view message) {
+        return responder_.answer(message);
+    }
+    // A call as the library's client makes it: the result, or the error it ends in. A reply the
+    // client would not take (none, unreadable, another id) ends it as a timeout would.
+    std::pair<Value, std::optional<RpcError>> ask(std::string_view method, const Value& params = Value::array(),
+                                                  const Value& kwargs = nullptr) {
+        const std::int64_t id = ++lastId_;
+        auto reply = send(jsonrpc::encodeRequest({id, std::string(method), params, kwargs}));
+        auto decoded = reply ? jsonrpc::decodeReply(reply->message) : std::nullopt;
+        if (!decoded || decoded->id != id) {
+            return {nullptr, RpcError{jsonrpc::timeoutError, "no reply", RpcError::Kind::timeout}};
+        }
+        return {decoded->result, decoded->error};
+    }
+    // The result, failing the test on an error.
+    Value call(std::string_view method, const Value& params = Value::array(), const Value& kwargs = nullptr) {
+        auto [reply, error] = ask(method, params, kwargs);
+        EXPECT_FALSE(error) << method << ": " << error->text();
+        return reply;
+    }
+    // The error's code, failing the test on a result.
+    int failure(std::string_view method, const Value& params = Value::array(), const Value& kwargs = nullptr) {
+        auto [reply, error] = ask(method, params, kwargs);
+        EXPECT_TRUE(error) << method << " answered " << describe(reply);
+        return error ? error->code : 0;
+    }
+
+    void advance(std::chrono::milliseconds by) { now_ += by; }
+
+    // The library's client interface over this fixture, for the library's code to call it.
+    std::shared_ptr<RpcClient> client() {
+        struct Client final : RpcClient {
+            explicit Client(InProcessFixture& fixture) : fixture(fixture) {}
+            Value call(const std::string& method, const Value& args, const Value& kwargs, RpcErrorSlot error) override {
+                auto [reply, failure] = fixture.ask(method, args, kwargs);
+                if (error) *error = failure;
+                return reply;
+            }
+            InProcessFixture& fixture;
+        };
+        return std::make_shared<Client>(*this);
+    }
+
+private:
+    std::chrono::steady_clock::time_point now_{};
+    std::int64_t lastId_ = 0;
+    sim::FixtureResponder responder_;
+};
+
+}  // namespace kelvane::testing
