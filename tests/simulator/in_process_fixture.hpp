@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -25,9 +26,9 @@ namespace kelvane::testing {
 
 class InProcessFixture {
 public:
-    explicit InProcessFixture(sim::WorldSettings world = {}, std::optional<sim::ReplaySettings> replay = {})
-        : responder_(sim::SimulatedFixture(sim::makeModels(world, [this] { return now_; })),
-                     sim::Journal::defaultLimitBytes, std::move(replay)) {}
+    explicit InProcessFixture(sim::WorldSettings world = {},
+                              std::size_t journalLimitBytes = sim::Journal::defaultLimitBytes)
+        : responder_(sim::SimulatedFixture(sim::makeModels(world, [this] { return now_; })), journalLimitBytes) {}
 
     // The reply to one request message, with the delay it would be sent after; nothing when
     // none would be sent.
