@@ -73,6 +73,8 @@ TEST(SimulatedJournalTest, AFloodOfRequestsLeavesTheJournalWithinItsMemoryBound)
     EXPECT_LT(journal.dump().size(), bound) << journal.size() << " entries";
     EXPECT_EQ(journal.front()["params"][0], flood - static_cast<int>(journal.size())) << "the newest, in order";
     EXPECT_EQ(journal.back()["params"][0], flood - 1);
+    fixture.send(jsonrpc::encodeRequest({flood, "test.flood", {flood, std::string(bound, 'x')}, nullptr}));
+    EXPECT_EQ(fixture.call(m::sim::journal).size(), 1u) << "a request beyond the bound: kept alone";
     if (!measured) GTEST_SKIP() << "resident size not checked under a sanitizer or without /proc";
 }
 
