@@ -3,7 +3,7 @@
 // of answer a controller can give: silence, odd timeouts, a reply at the size limit, a flood.
 // Also the one thread that reads the connection events of every client.
 // Real sockets, kelvane-sim. (Results, null results and errors reaching the caller are shown in
-// simulator_protocol_test.cpp.)
+// fault_campaign_test.cpp.)
 #include "process_resources.hpp"
 #include "rpc/connection_monitors.hpp"
 #include "simulator_test_support.hpp"

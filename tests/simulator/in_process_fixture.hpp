@@ -4,27 +4,24 @@
 // thread at a time: the code under test calls it from the test's own thread.
 #pragma once
 
+#include "call_checks.hpp"
 #include "fixture_responder.hpp"
 #include "models.hpp"
 
-#include <kelvane/RpcClient.hpp>
 #include <kelvane/protocol/error_codes.hpp>
 #include <kelvane/protocol/json_rpc.hpp>
 #include <kelvane/protocol/methods.hpp>
 #include <kelvane/protocol/sim_methods.hpp>
-
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstddef>
 #include <memory>
 #include <optional>
 #include <string_view>
-#include <utility>
 
 namespace kelvane::testing {
 
-class InProcessFixture {
+class InProcessFixture : public CallChecks<InProcessFixture> {
 public:
     explicit InProcessFixture(sim::WorldSettings world = {},
                               std::size_t journalLimitBytes = sim::Journal::defaultLimitBytes)
@@ -32,9 +29,7 @@ public:
 
     // The reply to one request message, with the delay it would be sent after; nothing when
     // none would be sent.
-    std::optional<sim::FixtureResponder::Reply> send(std::string_view message) {
-        return responder_.answer(message);
-    }
+    std::optional<sim::FixtureResponder::Reply> send(std::string_view message) { return responder_.answer(message); }
     // A call as the library's client makes it: the result, or the error it ends in. A reply the
     // client would not take (none, unreadable, another id) ends it as a timeout would.
     std::pair<Value, std::optional<RpcError>> ask(std::string_view method, const Value& params = Value::array(),
@@ -47,19 +42,6 @@ public:
         }
         return {decoded->result, decoded->error};
     }
-    // The result, failing the test on an error.
-    Value call(std::string_view method, const Value& params = Value::array(), const Value& kwargs = nullptr) {
-        auto [reply, error] = ask(method, params, kwargs);
-        EXPECT_FALSE(error) << method << ": " << error->text();
-        return reply;
-    }
-    // The error's code, failing the test on a result.
-    int failure(std::string_view method, const Value& params = Value::array(), const Value& kwargs = nullptr) {
-        auto [reply, error] = ask(method, params, kwargs);
-        EXPECT_TRUE(error) << method << " answered " << describe(reply);
-        return error ? error->code : 0;
-    }
-
     void advance(std::chrono::milliseconds by) { now_ += by; }
 
     // The library's client interface over this fixture, for the library's code to call it.

@@ -40,7 +40,6 @@ public:
     std::string address(int fixture = 1) const { return fixtures_.at(fixture - 1).address; }
     std::string endpoint(int fixture = 1) const;  // "tcp://<address>:<port>"
     int fixtureCount() const { return static_cast<int>(fixtures_.size()); }
-    pid_t pid() const { return pid_; }
     // The panel's port, when started with "--http" (and 0 for a free port).
     int panelPort() const { return panelPort_; }
 
