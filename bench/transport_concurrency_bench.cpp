@@ -10,6 +10,7 @@
 
 #include <kelvane/protocol/json_rpc.hpp>
 #include <kelvane/protocol/methods.hpp>
+#include <kelvane/protocol/sim_methods.hpp>
 
 #include <benchmark/benchmark.h>
 #include <zmq.hpp>
@@ -62,9 +63,10 @@ BENCHMARK(BareSocketsFrom8Threads)->Threads(8)->UseRealTime();
 
 int main(int argc, char** argv) {
     auto prepare = [](SimulatorProcess& sim) {
-        sim.control("sim.script", kelvane::Value::array({{{"method", kelvane::methods::getFanSpeed},
-                                                           {"reply", "slow"},
-                                                           {"delay_ms", slowReplyMs}}}));
+        namespace m = kelvane::methods;
+        sim.control(m::sim::script, kelvane::Value::array({{{"method", m::getFanSpeed},
+                                                             {"reply", "slow"},
+                                                             {"delay_ms", slowReplyMs}}}));
         shared = kelvane::RPCClientWrapper::initWithIP("127.0.0.1", sim.port());
     };
     return kelvane::bench::runWithSimulator(argc, argv, simulator,

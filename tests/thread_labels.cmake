@@ -2,10 +2,15 @@
 # many threads, the calls waiting for their replies, the TEC workers, the trace writer, the
 # simulator's panel (its HTTP thread and the serving thread). Their tests get the label "threads"
 # beside their own ("unit" or "integration", as their binary), and the ThreadSanitizer build runs
-# the tests so labelled. ctest reads this file after the lists of tests the binaries gave.
+# the tests so labelled. ctest reads this file after the lists of tests the binaries of its
+# directory gave (tests/ and tests/simulator/).
 set(thread_suites "^(Transport|CApiStation|HandleChurn|PendingCalls|TecMonitor|TecSimulator|WorkerThread|TraceWriter|PanelServing)[A-Za-z]*\\.")
-foreach(binary unit integration c_api)
-  string(REPLACE "c_api" "integration" label "${binary}")
+foreach(binary unit integration c_api simulator simulator_process)
+  if(binary MATCHES "^(unit|simulator)$")
+    set(label unit)
+  else()
+    set(label integration)
+  endif()
   foreach(test IN LISTS kelvane_${binary}_tests_TESTS)
     if(test MATCHES "${thread_suites}")
       set_tests_properties("${test}" PROPERTIES LABELS "${label};threads")

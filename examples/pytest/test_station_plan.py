@@ -11,6 +11,7 @@ import time
 
 import pytest
 
+from kelvane.simulator import SimMethod
 from kelvane.tec import below_floor, sensors_apart
 
 SLOTS = (1, 2)
@@ -41,13 +42,13 @@ def test_tec_soak(kelvane_fixture, slot):
 
 
 def test_rehearsed_missing_dut_keeps_the_tray_up(kelvane_fixture, kelvane_sim):
-    kelvane_sim.control(kelvane_fixture, "sim.set", {"dut": False})
+    kelvane_sim.control(kelvane_fixture, SimMethod.SET, {"dut": False})
     assert kelvane_fixture.tray_up() == "UP OK" and kelvane_fixture.tray_in() == "IN OK"
     assert kelvane_fixture.dut_sensor() == "dut_sensor_off"
     assert kelvane_fixture.tray_down() == "Can not down,Because DUT state is not right!"
-    assert kelvane_sim.control(kelvane_fixture, "sim.state")["tray"]["vertical"] == "UP"
+    assert kelvane_sim.control(kelvane_fixture, SimMethod.STATE)["tray"]["vertical"] == "UP"
 
 
 def test_rehearsed_cold_sensor_is_caught(kelvane_fixture, kelvane_sim):
-    kelvane_sim.control(kelvane_fixture, "sim.set", {"tec_faults": [{"kind": "low_reading", "slot": 1}]})
+    kelvane_sim.control(kelvane_fixture, SimMethod.SET, {"tec_faults": [{"kind": "low_reading", "slot": 1}]})
     assert below_floor(kelvane_fixture.tec_reading(1)), "a sensor at 18 °C passed the floor check"

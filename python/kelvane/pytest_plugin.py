@@ -19,7 +19,7 @@ from typing import Iterator, List, Optional, Tuple, Union
 import pytest
 
 from kelvane.fixture import CONTROLLER_PORT, Fixture, reading_observers
-from kelvane.simulator import Simulator, SimulatorNotStarted
+from kelvane.simulator import SimMethod, Simulator, SimulatorNotStarted
 from kelvane.station import Station, open_each, station_addresses
 from kelvane.tec import AGREEMENT_BAND_CELSIUS, FLOOR_CELSIUS, TecRecord, below_floor, sensors_apart
 
@@ -258,5 +258,5 @@ def kelvane_sim(request: pytest.FixtureRequest) -> Iterator[Simulator]:
         pytest.skip("kelvane_sim rehearses on the simulator (--kelvane-sim N); this run drives real fixtures")
     yield sim
     for k in sorted(sim.controlled):
-        sim.control(k, "sim.reset")
+        sim.control(k, SimMethod.RESET)
     sim.controlled.clear()

@@ -1,8 +1,8 @@
 """Simulator: a kelvane-sim process standing in for a station's fixtures, and its control surface.
 
-    with Simulator(2) as sim:                       # fixtures at 127.0.1.1 and 127.0.1.2
+    with Simulator(2) as sim:                           # fixtures at 127.0.1.1 and 127.0.1.2
         station = Station(Fixture(ip, port) for ip, port in sim.endpoints)
-        sim.control(1, "sim.set", {"dut": False})   # rehearse a fault on fixture 1
+        sim.control(1, SimMethod.SET, {"dut": False})   # rehearse a fault on fixture 1
 
 Each fixture listens on a free port the system picks, so any number of simulators run side by
 side on one machine. The control requests go through the simulator's panel (HTTP on loopback),
@@ -30,6 +30,21 @@ START_SECONDS = 10
 CONTROL_SECONDS = 10
 # Loopback needs no proxy, whatever the environment's http_proxy says.
 _DIRECT = urllib.request.build_opener(urllib.request.ProxyHandler({}))
+
+
+class SimMethod:
+    """The simulator's control methods (docs/simulator.md): the names the simulator and its C++
+    tests take from src/protocol/include/kelvane/protocol/sim_methods.hpp, copied here for Python
+    (a test of the package pins the copy)."""
+    SCRIPT = "sim.script"
+    CLEAR_SCRIPTS = "sim.clear_scripts"
+    JOURNAL = "sim.journal"
+    CLEAR_JOURNAL = "sim.clear_journal"
+    STATE = "sim.state"
+    SET = "sim.set"
+    RESET = "sim.reset"
+    REPLAY_REPORT = "sim.replay_report"
+    ALL = (SCRIPT, CLEAR_SCRIPTS, JOURNAL, CLEAR_JOURNAL, STATE, SET, RESET, REPLAY_REPORT)
 
 
 class SimulatorNotStarted(RuntimeError):
@@ -83,10 +98,11 @@ class Simulator:
         self.controlled: Set[int] = set()
 
     def control(self, k: Union[int, "Fixture"], method: str, params: Optional[Any] = None) -> Any:
-        """Sends the control request `method` ("sim.set", "sim.state", ...) to fixture `k` (1 for
-        the first, or a Fixture connected to it) and returns its reply. `params`: one dictionary
-        (the method's one argument, as sim.set takes it), a list of arguments, or None for none.
-        Raises RuntimeError with the simulator's answer when it refuses the request."""
+        """Sends the control request `method` ("sim.set", "sim.state", ...: SimMethod names them)
+        to fixture `k` (1 for the first, or a Fixture connected to it) and returns its reply.
+        `params`: one dictionary (the method's one argument, as sim.set takes it), a list of
+        arguments, or None for none. Raises RuntimeError with the simulator's answer when it
+        refuses the request."""
         if not isinstance(k, int):
             k = self.endpoints.index((k.ip, k.port)) + 1
         body = {"fixture": k, "method": method, **({} if params is None else {"params": params})}

@@ -12,6 +12,7 @@ import pytest
 import kelvane
 from conftest import built
 from kelvane import _library
+from kelvane.simulator import SimMethod
 
 HEADER = Path(__file__).resolve().parents[2] / "include" / "kelvane" / "kelvane.h"
 
@@ -27,7 +28,7 @@ def test_a_fixture_cycle_with_texts_no_replies_and_tec_readings(simulator, tmp_p
         assert "done" in fixture.fixture_lock("on") and fixture.fixture_lock("ON") == "Unknown state!"
         assert fixture.set_fan_speed(3, 40) and fixture.fan_speed(3) == "40"
         assert "done" in fixture.set_io(10, 1)
-        state = simulator.control("sim.state")
+        state = simulator.control(SimMethod.STATE)
         assert (state["lock"], state["io"]["10"]) == ("on", 1)
 
         line = fixture.tec_record(1)
@@ -35,11 +36,11 @@ def test_a_fixture_cycle_with_texts_no_replies_and_tec_readings(simulator, tmp_p
         reading = fixture.tec_reading(2)
         assert reading.complete and reading.item is None, reading
         assert all(20 < sensor < 30 for sensor in reading.sensors) and reading.pwm < 0 < reading.current
-        simulator.control("sim.set", {"tec_faults": [{"kind": "send_refused", "slot": 3, "times": 1}]})
+        simulator.control(SimMethod.SET, {"tec_faults": [{"kind": "send_refused", "slot": 3, "times": 1}]})
         reading = fixture.tec_reading(3)
         assert (reading.missing, reading.sensors, reading.pwm) == (("sensor1",), (None,) * 4, None)
 
-        simulator.control("sim.script", {"method": "vantrel.get_fan_speed", "action": "error",
+        simulator.control(SimMethod.SCRIPT, {"method": "vantrel.get_fan_speed", "action": "error",
                                          "error": {"code": 1, "message": "busy"}})
         assert fixture.fan_speed(3) is None, "no reply"
     assert not fixture.connected

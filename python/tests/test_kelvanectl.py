@@ -9,6 +9,7 @@ import signal
 import subprocess
 
 from conftest import built
+from kelvane.simulator import SimMethod
 
 UNREACHABLE = "cannot reach the fixture controller at 127.0.0.1:1 "
 
@@ -61,15 +62,15 @@ def test_reports_refusals_traces_tec_readings_and_the_progress_line_against_the_
     line = json.loads(moved.stdout)
     assert list(line) == ["command", "result", "ok", "seconds"]
     assert (line["command"], line["result"], line["ok"]) == ("tray-out", "OUT OK", True)
-    assert simulator.control("sim.state")["tray"]["horizontal"] == "OUT"
+    assert simulator.control(SimMethod.STATE)["tray"]["horizontal"] == "OUT"
     assert "Connect Fixture seccussful" in ctl("--log", "sensors").stderr
 
     assert ctl("fan", "set", "3", "40").returncode == 0
     assert json.loads(ctl("--json", "fan", "get", "3").stdout)["result"] == "40"
     assert ctl("lock", "on").returncode == 0
-    state = simulator.control("sim.state")
+    state = simulator.control(SimMethod.STATE)
     assert (state["fans"]["3"], state["lock"]) == (40, "on")
-    simulator.control("sim.script", {"method": "vantrel.fixture_up", "reply": "up_refused: jammed"},
+    simulator.control(SimMethod.SCRIPT, {"method": "vantrel.fixture_up", "reply": "up_refused: jammed"},
                       {"method": "vantrel.set_fan_speed", "reply": "busy"})
     jammed = ctl("--json", "tray-up")
     line = json.loads(jammed.stdout)
@@ -78,7 +79,7 @@ def test_reports_refusals_traces_tec_readings_and_the_progress_line_against_the_
 
     trace = str(tmp_path / "refusals.trace")
     assert ctl("--trace", trace, "tray-down").returncode == 1
-    simulator.control("sim.script", {"method": "vantrel.get_fan_speed", "action": "error",
+    simulator.control(SimMethod.SCRIPT, {"method": "vantrel.get_fan_speed", "action": "error",
                                      "error": {"code": 5, "message": "fan gone"}})
     assert ctl("fan", "get", "2", "--trace", trace).returncode == 1
     timeline = ctl("trace", trace).stdout.splitlines()
@@ -94,7 +95,7 @@ def test_reports_refusals_traces_tec_readings_and_the_progress_line_against_the_
     assert list(result) == ["timestamp", "sensors", "pwm", "current", "item"]
     # The simulated TECs cool toward 25 °C from a warmer ambient: the PWM reads negative.
     assert all(20 < sensor < 30 for sensor in result["sensors"]) and result["pwm"] < 0 < result["current"], result
-    simulator.control("sim.set", {"tec_faults": [{"kind": "send_refused", "slot": 3}]})
+    simulator.control(SimMethod.SET, {"tec_faults": [{"kind": "send_refused", "slot": 3}]})
     missing = ctl("--json", "tec", "3")
     line = json.loads(missing.stdout)
     assert (missing.returncode, line["result"]["missing"]) == (1, True)

@@ -4,12 +4,14 @@ KELVANE_PANEL_SCREENSHOT names where the page's screenshot goes (docs/images/pan
 import http.client
 import json
 import os
+import re
 import shutil
 
 import pytest
 
 import kelvane
-from conftest import Simulator
+from conftest import PACKAGE, Simulator
+from kelvane.simulator import SimMethod
 
 
 @pytest.fixture
@@ -31,23 +33,29 @@ def request(sim, method, path, body=None, **headers):
     return reply.status, json.loads(text) if text else None
 
 
+def test_the_control_method_names_are_the_ones_the_simulator_takes():
+    header = PACKAGE.parent / "src" / "protocol" / "include" / "kelvane" / "protocol" / "sim_methods.hpp"
+    named = re.findall(r'^inline constexpr std::string_view \w+ = "(sim\.\w+)";$', header.read_text(), re.M)
+    assert sorted(named) == sorted(SimMethod.ALL) and len(named) > 5
+
+
 def test_foreign_control_posts_are_refused_bad_bodies_named_and_no_http_thread_without_it(panel, simulator):
     if os.path.isdir(f"/proc/{simulator.process.pid}/task"):  # Linux: without --http, no HTTP threads
         threads = lambda sim: len(os.listdir(f"/proc/{sim.process.pid}/task"))
         assert threads(simulator) == 3 < threads(panel)
     own = f"127.0.0.1:{panel.http_port}"
-    remove_dut = json.dumps({"fixture": 1, "method": "sim.set", "params": {"dut": False}})
+    remove_dut = json.dumps({"fixture": 1, "method": SimMethod.SET, "params": {"dut": False}})
     json_type = "application/json"
     for host, origin, content_type in [(own, "http://evil.example", json_type),
                                        (f"evil.example:{panel.http_port}", None, json_type),
                                        (own, None, "text/plain")]:
         headers = {"Host": host, "Content-Type": content_type} | ({"Origin": origin} if origin else {})
         assert request(panel, "POST", "/api/control", remove_dut, **headers)[0] == 403, headers
-    for body, problem in [("{", "not JSON"), ('{"fixture": 2, "method": "sim.reset"}', "1 to 1"),
+    for body, problem in [("{", "not JSON"), (json.dumps({"fixture": 2, "method": SimMethod.RESET}), "1 to 1"),
                           ('{"fixture": 1, "method": "vantrel.fixture_in"}', "sim.")]:
         status, answer = request(panel, "POST", "/api/control", body, Host=own, **{"Content-Type": json_type})
         assert status == 400 and problem in answer["error"], answer
-    assert request(panel, "GET", "/api/control?fixture=1&method=sim.reset")[0] == 404
+    assert request(panel, "GET", f"/api/control?fixture=1&method={SimMethod.RESET}")[0] == 404
     status, fixtures = request(panel, "GET", "/api/fixtures")
     assert status == 200 and fixtures[0]["state"]["dut"] is True and fixtures[0]["address"].startswith("127.0.0.1:")
 

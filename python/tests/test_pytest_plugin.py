@@ -16,13 +16,14 @@ from conftest import without_source_tree
 EXAMPLE = Path(__file__).resolve().parents[2] / "examples" / "pytest"
 PLAN = '''
 import time, pytest
+from kelvane.simulator import SimMethod
 def test_fixture(kelvane_fixture): pass
 def test_station(kelvane_station): pass
-def test_fault(kelvane_sim): kelvane_sim.control(1, "sim.set", {"dut": False})
+def test_fault(kelvane_sim): kelvane_sim.control(1, SimMethod.SET, {"dut": False})
 def test_after_the_fault(kelvane_fixture, kelvane_sim):
     assert kelvane_fixture.dut_sensor() == "dut_sensor_on"
     with pytest.raises(RuntimeError, match='sim.set to fixture 1: .*unknown setting'):
-        kelvane_sim.control(1, "sim.set", {"x": 1})
+        kelvane_sim.control(1, SimMethod.SET, {"x": 1})
 def test_waiting(kelvane_sim):
     open("sim.pid", "w").write(str(kelvane_sim.process.pid))
     time.sleep(120)

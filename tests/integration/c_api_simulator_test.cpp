@@ -23,7 +23,7 @@ protected:
     }
     bool received(const std::string& method) {
         return eventually([&] {
-            Value journal = sim.control("sim.journal");
+            Value journal = sim.control(methods::sim::journal);
             return !journal.empty() && journal.back()["method"] == method;
         });
     }
@@ -41,7 +41,7 @@ TEST_F(CApiSimulatorTest, DestroyWhileAnotherThreadIsInsideACallEndsThatCallEarl
     };
 
     KelvaneHandle moving = connect();
-    sim.control("sim.set", Value::array({{{"tray", {{"horizontal", "IN"}, {"vertical", "DOWN"}}}, {"stall", "up"}}}));
+    sim.control(methods::sim::set, Value::array({{{"tray", {{"horizontal", "IN"}, {"vertical", "DOWN"}}}, {"stall", "up"}}}));
     clock->atNextSleep([&] { destroyFromAnotherThread(moving); });
     EXPECT_EQ(text(trayUp(moving)), "Fixture up action is executed,but up sensor is not OK\uFF01");
     EXPECT_EQ(clock->sleeps().size(), 1u) << "the poll loop stops at its next step";
@@ -57,7 +57,7 @@ TEST_F(CApiSimulatorTest, DestroyWhileAnotherThreadIsInsideACallEndsThatCallEarl
     options.log = "off";
     using Operation = const char* (*)(KelvaneHandle);
     auto destroyWhileWaiting = [&](const std::string& method, Operation operation) {
-        sim.control("sim.script", Value::array({{{"method", method}, {"delay_ms", 600000}}}));
+        sim.control(methods::sim::script, Value::array({{{"method", method}, {"delay_ms", 600000}}}));
         KelvaneHandle handle = createKelvaneDevWithOptions("127.0.0.1", &options);
         std::string result;
         std::thread caller([&] { result = text(operation(handle)); });

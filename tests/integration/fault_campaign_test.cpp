@@ -274,11 +274,11 @@ protected:
         bool answered = eventually([&] { return probe(*transport, worker.nextProbe()) == ownAnswer; });
         check(answered, Op::probe, none, context + ": the session never answered again");
         int met = 0;
-        for (const auto& entry : sim.control("sim.journal")) {
+        for (const auto& entry : sim.control(m::sim::journal)) {
             if (!entry.contains("script") || describe(entry["method"]).starts_with("campaign.probe.")) continue;
             ++faults[kindOf(entry["script"])], ++met;
         }
-        sim.control("sim.reset");
+        sim.control(m::sim::reset);
         worker.fanSpeeds = {"0"};
         expectCycle(worker, runCycle(worker), healthy, context + ", then healthy");
         return met;
@@ -349,7 +349,7 @@ TEST_F(FaultCampaign, EachFaultKindAloneGivesItsDocumentedResultAndTheSessionRec
     for (const auto& move : moves) {
         auto results = runCycle(worker, [&](Op op) {
             if (op != move.first) return;
-            sim.control("sim.set", Value::array({{{"stall", move.second}}}));
+            sim.control(m::sim::set, Value::array({{{"stall", move.second}}}));
             clock->atNextSleep([&] { sim.kill(), sim.restart(); });
         });
         const Operation& moved = row(move.first);

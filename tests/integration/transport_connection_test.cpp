@@ -3,7 +3,7 @@
 // of answer a controller can give: silence, odd timeouts, a reply at the size limit, a flood.
 // Also the one thread that reads the connection events of every client.
 // Real sockets, kelvane-sim. (Results, null results and errors reaching the caller are shown in
-// simulator_protocol_test.cpp.)
+// fault_campaign_test.cpp.)
 #include "process_resources.hpp"
 #include "rpc/connection_monitors.hpp"
 #include "simulator_test_support.hpp"
@@ -82,7 +82,7 @@ using TransportConcurrencyTest = SimulatorTest;
 TEST_F(TransportConcurrencyTest, SlowCallDoesNotHoldUpOtherThreadsCalls) {
     script({{"method", fanSpeed}, {"reply", "slow"}, {"delay_ms", 2000}, {"times", 1}});
     auto slow = std::async(std::launch::async, [this] { return ask(fanSpeed, {1}, {{"timeout_ms", 5000}}).first; });
-    ASSERT_TRUE(eventually([&] { return sim.control("sim.journal").size() == 1; }));
+    ASSERT_TRUE(eventually([&] { return sim.control(methods::sim::journal).size() == 1; }));
     for (int i = 0; i < 20; ++i) EXPECT_EQ(call(serverMode), "normal");
     EXPECT_EQ(slow.wait_for(std::chrono::seconds(0)), std::future_status::timeout)
         << "the quick calls finished while the slow one was still waiting";
@@ -95,7 +95,7 @@ TEST_F(TransportOutageTest, ClosingWithCallsInFlightFailsThemAndReturnsPromptly)
     std::vector<std::future<int>> inFlight;
     for (int i = 0; i < 3; ++i)
         inFlight.push_back(std::async(std::launch::async, [&] { return errorOf(*borrowed, fanSpeed, longWait); }));
-    ASSERT_TRUE(eventually([&] { return sim.control("sim.journal").size() == 3; }));
+    ASSERT_TRUE(eventually([&] { return sim.control(methods::sim::journal).size() == 3; }));
 
     auto start = Stopwatch::now();
     client.reset();

@@ -162,13 +162,13 @@ void SimulatorProcess::restart() {
     }
 }
 
-Value SimulatorProcess::control(int fixture, const std::string& method, const Value& params, RpcErrorSlot error) {
+Value SimulatorProcess::control(int fixture, std::string_view method, const Value& params, RpcErrorSlot error) {
     std::optional<RpcError> failure;
     Value reply = nullptr;
     if (pid_ > 0) {
         auto& client = fixtures_.at(fixture - 1).controlClient;
         if (!client) client = RPCClientWrapper::initWithIP(address(fixture), port(fixture));
-        reply = client->call(method, params, nullptr, &failure);
+        reply = client->call(std::string(method), params, nullptr, &failure);
     } else {
         failure = RpcError{0, "kelvane-sim is not running"};
     }

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kelvane {
@@ -39,17 +40,15 @@ public:
     std::string address(int fixture = 1) const { return fixtures_.at(fixture - 1).address; }
     std::string endpoint(int fixture = 1) const;  // "tcp://<address>:<port>"
     int fixtureCount() const { return static_cast<int>(fixtures_.size()); }
-    pid_t pid() const { return pid_; }
     // The panel's port, when started with "--http" (and 0 for a free port).
     int panelPort() const { return panelPort_; }
 
     // A call to fixture 1 (or `fixture`) through a client of its own; without an error slot, an
     // error fails the test.
-    Value control(const std::string& method, const Value& params = Value::array(),
-                  RpcErrorSlot error = nullptr) {
+    Value control(std::string_view method, const Value& params = Value::array(), RpcErrorSlot error = nullptr) {
         return control(1, method, params, error);
     }
-    Value control(int fixture, const std::string& method, const Value& params = Value::array(),
+    Value control(int fixture, std::string_view method, const Value& params = Value::array(),
                   RpcErrorSlot error = nullptr);
 
     // SIGTERM, then the wait for its end (SIGKILL after two seconds): the status waitpid gave

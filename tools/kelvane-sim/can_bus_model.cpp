@@ -15,7 +15,6 @@ namespace kelvane::sim {
 namespace {
 
 using Kind = TecFaultKind;
-using Clock = TecController::Clock;
 
 constexpr std::int64_t largestStandardId = 0x7FF;
 constexpr std::int64_t largestExtendedId = 0x1FFFFFFF;
@@ -102,8 +101,8 @@ std::optional<int> slotNumberOf(const std::string& key) {
 
 }  // namespace
 
-CanBusModel::CanBusModel(int slots, std::uint32_t seed) {
-    for (int number = 1; number <= slots; ++number) slots_.emplace_back(TecController(number, seed));
+CanBusModel::CanBusModel(int slots, std::uint32_t seed, TimeSource now) : now_(std::move(now)) {
+    for (int number = 1; number <= slots; ++number) slots_.emplace_back(TecController(number, seed, now_()));
 }
 
 bool CanBusModel::handles(std::string_view method) const {
@@ -185,7 +184,7 @@ void CanBusModel::answer(int number, const std::string& command) {
             }
         }
     }
-    std::string text = slot(number).controller.answer(command, Clock::now(), fixedReading, offset);
+    std::string text = slot(number).controller.answer(command, now_(), fixedReading, offset);
     if (fault && fault->kind == Kind::noOk) text = withoutOk(text);
     if (fault && fault->kind == Kind::fail) text = withoutOk(text) + std::string(tec::failEnding);
     for (const auto& frame : answerFrames(text)) queue(number, frame);
@@ -207,7 +206,7 @@ std::optional<int> CanBusModel::slotAt(std::int64_t messageId) const {
 }
 
 Value CanBusModel::state() const {
-    auto now = Clock::now();
+    auto now = now_();
     Value tec = Value::object();
     for (int number = 1; number <= static_cast<int>(slots_.size()); ++number) {
         const Slot& shown = slots_[static_cast<std::size_t>(number - 1)];
@@ -254,7 +253,7 @@ SetResult CanBusModel::setSetPoints(const Value& value) {
         }
         if (celsius.get<double>() < coldest || celsius.get<double>() > warmest) return SetResult::badValue;
     }
-    auto now = Clock::now();
+    auto now = now_();
     for (const auto& [key, celsius] : value.items()) {
         slot(*slotNumberOf(key)).controller.changeSetPoint(celsius.get<double>(), now);
     }
@@ -262,7 +261,7 @@ SetResult CanBusModel::setSetPoints(const Value& value) {
 }
 
 void CanBusModel::reset() {
-    auto now = Clock::now();
+    auto now = now_();
     for (auto& each : slots_) {
         each.controller.reset(now);
         each.assembler.reset();

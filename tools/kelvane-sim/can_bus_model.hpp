@@ -19,7 +19,7 @@ namespace kelvane::sim {
 
 class CanBusModel final : public Model {
 public:
-    CanBusModel(int slots, std::uint32_t seed);
+    CanBusModel(int slots, std::uint32_t seed, TimeSource now);
 
     bool handles(std::string_view method) const override;
     Outcome call(const jsonrpc::Request& request) override;
@@ -54,6 +54,7 @@ private:
     Slot& slot(int number) { return slots_[static_cast<std::size_t>(number - 1)]; }
     SetResult setSetPoints(const Value& value);
 
+    const TimeSource now_;
     std::vector<Slot> slots_;
     TecFaults faults_;
     std::deque<QueuedFrame> bus_;

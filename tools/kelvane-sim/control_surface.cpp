@@ -1,16 +1,11 @@
 #include "control_surface.hpp"
 
+#include <kelvane/protocol/sim_methods.hpp>
+
 namespace kelvane::sim {
 namespace {
 
-constexpr std::string_view controlNamespace = "sim.";
-constexpr std::string_view scriptMethod = "sim.script";
-constexpr std::string_view clearScriptsMethod = "sim.clear_scripts";
-constexpr std::string_view journalMethod = "sim.journal";
-constexpr std::string_view clearJournalMethod = "sim.clear_journal";
-constexpr std::string_view stateMethod = "sim.state";
-constexpr std::string_view setMethod = "sim.set";
-constexpr std::string_view resetMethod = "sim.reset";
+namespace control = methods::sim;
 
 constexpr std::string_view doneReply = "done";
 
@@ -26,35 +21,35 @@ Value scriptList(const Value& params) {
 
 }  // namespace
 
-bool ControlSurface::handles(std::string_view method) { return method.starts_with(controlNamespace); }
+bool ControlSurface::handles(std::string_view method) { return method.starts_with(control::prefix); }
 
 Outcome ControlSurface::call(const jsonrpc::Request& request) {
     const auto& method = request.method;
-    if (method == scriptMethod) return addScripts(request.params);
-    if (method == clearScriptsMethod) {
+    if (method == control::script) return addScripts(request.params);
+    if (method == control::clearScripts) {
         scripts_.clear();
         return Outcome::reply(doneReply);
     }
-    if (method == journalMethod) return Outcome::reply(journal_.entries());
-    if (method == clearJournalMethod) {
+    if (method == control::journal) return Outcome::reply(journal_.entries());
+    if (method == control::clearJournal) {
         journal_.clear();
         return Outcome::reply(doneReply);
     }
-    if (method == stateMethod) return Outcome::reply(fixture_.state());
-    if (method == setMethod) return changeWorld(request.params);
-    if (method == resetMethod) return resetAll();
+    if (method == control::state) return Outcome::reply(fixture_.state());
+    if (method == control::set) return changeWorld(request.params);
+    if (method == control::reset) return resetAll();
     return Outcome::failure(jsonrpc::methodNotFoundError, "method not found: " + method);
 }
 
 // All or nothing: one malformed script adds none of them.
 Outcome ControlSurface::addScripts(const Value& params) {
     Value list = scriptList(params);
-    if (list.empty()) return invalidParams(std::string(scriptMethod), "no script given");
+    if (list.empty()) return invalidParams(std::string(control::script), "no script given");
     std::vector<Script> scripts;
     for (std::size_t i = 0; i < list.size(); ++i) {
         auto parsed = parseScript(list[i]);
         if (auto* problem = std::get_if<std::string>(&parsed)) {
-            return invalidParams(std::string(scriptMethod), "script " + std::to_string(i + 1) + ": " + *problem);
+            return invalidParams(std::string(control::script), "script " + std::to_string(i + 1) + ": " + *problem);
         }
         scripts.push_back(std::move(std::get<Script>(parsed)));
     }
@@ -63,8 +58,8 @@ Outcome ControlSurface::addScripts(const Value& params) {
 }
 
 Outcome ControlSurface::changeWorld(const Value& params) {
-    if (params.size() != 1) return invalidParams(std::string(setMethod), "expected one dictionary of settings");
-    if (auto problem = fixture_.set(params[0])) return invalidParams(std::string(setMethod), *problem);
+    if (params.size() != 1) return invalidParams(std::string(control::set), "expected one dictionary of settings");
+    if (auto problem = fixture_.set(params[0])) return invalidParams(std::string(control::set), *problem);
     return Outcome::reply(doneReply);
 }
 

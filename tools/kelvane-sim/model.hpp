@@ -6,10 +6,17 @@
 
 #include <kelvane/protocol/json_rpc.hpp>
 
+#include <chrono>
 #include <cstddef>
+#include <functional>
 #include <string_view>
 
 namespace kelvane::sim {
+
+// Where the models that change with time (the tray's moves, the TEC sensors' settling) read it:
+// the steady clock when serving, a clock the test moves by hand when it holds the fixture in its
+// own process. The models compute from it when asked; nothing runs in the background.
+using TimeSource = std::function<std::chrono::steady_clock::time_point()>;
 
 enum class SetResult { notMine, applied, badValue };
 

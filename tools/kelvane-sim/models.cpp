@@ -12,16 +12,16 @@
 namespace kelvane::sim {
 
 // A new part of the fixture is one class and one line here.
-std::vector<std::unique_ptr<Model>> makeModels(const WorldSettings& settings) {
+std::vector<std::unique_ptr<Model>> makeModels(const WorldSettings& settings, TimeSource now) {
     std::vector<std::unique_ptr<Model>> models;
     models.push_back(std::make_unique<SessionModel>());
-    models.push_back(std::make_unique<TrayModel>(settings.travel, settings.lift));
+    models.push_back(std::make_unique<TrayModel>(settings.travel, settings.lift, now));
     models.push_back(std::make_unique<DutModel>(settings.dutPresent));
     models.push_back(std::make_unique<LockModel>());
     models.push_back(std::make_unique<FanModel>());
     models.push_back(std::make_unique<IoModel>());
     models.push_back(std::make_unique<LedModel>());
-    models.push_back(std::make_unique<CanBusModel>(settings.tecSlots, settings.seed));
+    models.push_back(std::make_unique<CanBusModel>(settings.tecSlots, settings.seed, std::move(now)));
     return models;
 }
 

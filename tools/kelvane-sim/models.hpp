@@ -18,6 +18,7 @@ struct WorldSettings {
     std::uint32_t seed = 1;   // of the TEC sensors' noise
 };
 
-std::vector<std::unique_ptr<Model>> makeModels(const WorldSettings& settings);
+std::vector<std::unique_ptr<Model>> makeModels(const WorldSettings& settings,
+                                               TimeSource now = std::chrono::steady_clock::now);
 
 }  // namespace kelvane::sim

@@ -3,6 +3,8 @@
 #include "control_request.hpp"
 #include "panel_files.hpp"
 
+#include <kelvane/protocol/sim_methods.hpp>
+
 #include <charconv>
 #include <utility>
 
@@ -44,7 +46,7 @@ std::optional<int> integerIn(const std::string& text, int lowest, int highest) {
 }
 
 Value stateOf(FixtureServer& fixture) {
-    return fixture.control({0, "sim.state", Value::array(), nullptr}).result;
+    return fixture.responder().control({0, std::string(methods::sim::state), Value::array(), nullptr}).result;
 }
 
 // "tcp://127.0.1.2:7805" as "127.0.1.2:7805": what a station names the fixture by.
@@ -95,14 +97,14 @@ web::Routes PanelServer::routes() {
                                                             " and last=1.." + std::to_string(longestJournal)));
         }
         answerOnServingThread(server_, reply, [this, fixture, last] {
-            return json(server_.fixture(*fixture).journal().entries(static_cast<std::size_t>(*last)));
+            return json(server_.fixture(*fixture).responder().journal().entries(static_cast<std::size_t>(*last)));
         });
     });
     routes.post("/api/control", [this](const web::Request& request, const web::Reply& reply) {
         auto read = readControlCall(request.body, fixtures_);
         if (auto* problem = std::get_if<std::string>(&read)) return reply(web::errorResponse(badRequest, *problem));
         answerOnServingThread(server_, reply, [this, call = std::get<ControlCall>(std::move(read))] {
-            auto outcome = server_.fixture(call.fixture).control(call.request);
+            auto outcome = server_.fixture(call.fixture).responder().control(call.request);
             server_.noteChange(call.fixture);
             if (outcome.error) return web::errorResponse(badRequest, outcome.error->message);
             return json({{"result", outcome.result}});

@@ -33,7 +33,9 @@ std::string formatted(const char* format, double a, double b = 0, double c = 0, 
 
 }  // namespace
 
-TecController::TecController(int slot, std::uint32_t seed) : seed_(seed), slot_(slot) { reset(Clock::now()); }
+TecController::TecController(int slot, std::uint32_t seed, Clock::time_point now) : seed_(seed), slot_(slot) {
+    reset(now);
+}
 
 void TecController::reset(Clock::time_point now) {
     std::seed_seq sequence{seed_, static_cast<std::uint32_t>(slot_)};

@@ -1,7 +1,8 @@
 // One slot's TEC controller: four temperature sensors that settle from the fixture's ambient
-// temperature toward the set point, and a power stage whose effort follows the gap. Time is
-// the steady clock since start (or since the set point last changed), so nothing runs in the
-// background; the noise comes from a generator seeded per slot, so a run repeats exactly.
+// temperature toward the set point, and a power stage whose effort follows the gap. Readings
+// follow from the time each call is given, counted since start (or since the set point last
+// changed), so nothing runs in the background; the noise comes from a generator seeded per
+// slot, so a run repeats exactly.
 #pragma once
 
 #include <array>
@@ -20,7 +21,7 @@ public:
     static constexpr double defaultSetPoint = 25.0;
     static constexpr double ambient = 27.0;
 
-    TecController(int slot, std::uint32_t seed);
+    TecController(int slot, std::uint32_t seed, Clock::time_point now);
 
     // The sensor's reading now, noise-free.
     double temperature(int sensor, Clock::time_point now) const;

@@ -65,8 +65,8 @@ long long millisecondsOf(std::chrono::steady_clock::duration duration) {
 
 }  // namespace
 
-TrayModel::TrayModel(milliseconds travel, milliseconds lift)
-    : travelAtStart_(travel), liftAtStart_(lift), travel_(travel), lift_(lift) {}
+TrayModel::TrayModel(milliseconds travel, milliseconds lift, TimeSource now)
+    : now_(std::move(now)), travelAtStart_(travel), liftAtStart_(lift), travel_(travel), lift_(lift) {}
 
 bool TrayModel::handles(std::string_view method) const {
     for (auto position : allPositions) {
@@ -76,7 +76,7 @@ bool TrayModel::handles(std::string_view method) const {
 }
 
 Outcome TrayModel::call(const jsonrpc::Request& request) {
-    auto now = Clock::now();
+    auto now = now_();
     for (auto position : allPositions) {
         if (request.method == info(position).sensorMethod) return Outcome::reply(sensor(position, now));
     }
@@ -141,7 +141,7 @@ void TrayModel::startMove(Position target, Clock::time_point now) {
 }
 
 Value TrayModel::state() const {
-    auto now = Clock::now();
+    auto now = now_();
     Value moving;
     if (move_ && !arrived(now)) {
         moving = {{"to", info(move_->to).name},
@@ -167,7 +167,7 @@ Value TrayModel::state() const {
 }
 
 SetResult TrayModel::set(std::string_view key, const Value& value) {
-    settle(Clock::now());
+    settle(now_());
     if (key == "travel_ms") return setDuration(travel_, value);
     if (key == "lift_ms") return setDuration(lift_, value);
     if (key == "stuck") return setStuck(value);

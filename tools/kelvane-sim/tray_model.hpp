@@ -1,5 +1,5 @@
 // The tray: travels OUT <-> IN while UP, and lowers DOWN / rises UP while IN. Positions are
-// computed from when a move started and how long it takes, on the steady clock, so nothing runs
+// computed from when a move started and how long it takes, on the time source, so nothing runs
 // in the background. The four position sensors follow the mechanics unless a sensor is stuck.
 #pragma once
 
@@ -13,7 +13,7 @@ namespace kelvane::sim {
 
 class TrayModel final : public Model {
 public:
-    TrayModel(std::chrono::milliseconds travel, std::chrono::milliseconds lift);
+    TrayModel(std::chrono::milliseconds travel, std::chrono::milliseconds lift, TimeSource now);
 
     bool handles(std::string_view method) const override;
     Outcome call(const jsonrpc::Request& request) override;
@@ -47,6 +47,7 @@ private:
     SetResult setStall(const Value& value);
     SetResult setPlacement(const Value& value);
 
+    const TimeSource now_;
     const std::chrono::milliseconds travelAtStart_;
     const std::chrono::milliseconds liftAtStart_;
     std::chrono::milliseconds travel_;

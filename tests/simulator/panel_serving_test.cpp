@@ -3,6 +3,8 @@
 // and SIGTERM ends the simulator at once whatever is open.
 #include "simulator_process.hpp"
 
+#include <kelvane/protocol/sim_methods.hpp>
+
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -80,7 +82,7 @@ std::string post(int port, const std::string& body, const std::string& length) {
 }
 
 std::string readState(int port, int fixture) {
-    std::string body = "{\"fixture\":" + std::to_string(fixture) + ",\"method\":\"sim.state\"}";
+    std::string body = Value{{"fixture", fixture}, {"method", methods::sim::state}}.dump();
     return post(port, body, std::to_string(body.size()));
 }
 

@@ -7,6 +7,7 @@
 #include "virtual_clock.hpp"
 
 #include <kelvane/protocol/methods.hpp>
+#include <kelvane/protocol/sim_methods.hpp>
 #include "rpc/rpc_client_wrapper.hpp"
 
 #include <kelvane/FixtureControl.hpp>
@@ -67,11 +68,11 @@ protected:
 
     Results recordWithFaults() {
         SimulatorProcess controller({"--travel-ms", "0", "--lift-ms", "0"});
-        controller.control("sim.set", Value::array({{{"stuck", {{"down", 0}}},
+        controller.control(m::sim::set, Value::array({{{"stuck", {{"down", 0}}},
             {"tec_faults", Value::array({{{"kind", "fail"}, {"slot", 1}, {"command", "get tec power"}, {"times", 1}},
                                          {{"kind", "no_answer"}, {"slot", 3}, {"command", "get tec temp:2"},
                                           {"times", 1}}})}}}));
-        controller.control("sim.script", Value::array({
+        controller.control(m::sim::script, Value::array({
             script(m::dutSensorRead, {{"action", "no_reply"}}),
             script(m::fixtureIoSet, {{"action", "error"}, {"error", {{"code", 17}, {"message", "io board busy"}}}}),
             script(m::getFanSpeed, {{"action", "error"}, {"error", {{"code", 0}, {"message", "fan unknown"}}}})}));
@@ -106,7 +107,7 @@ TEST_F(TraceReplay, ARecordedCycleWithFaultsReplaysExactlyAndAChangedOneIsReport
         ASSERT_NE(session, nullptr);
         EXPECT_EQ(stationSequence(*session), recorded);
         session.reset();
-        Value report = replay.control("sim.replay_report");
+        Value report = replay.control(m::sim::replayReport);
         report.erase("repeated");
         EXPECT_EQ(report, (Value{{"recorded", lines}, {"replayed", lines}, {"unmatched", Value::array()},
                                  {"never_asked", Value::array()}}));
@@ -119,7 +120,7 @@ TEST_F(TraceReplay, ARecordedCycleWithFaultsReplaysExactlyAndAChangedOneIsReport
     ASSERT_NE(session, nullptr);
     EXPECT_TRUE(session->initialFixture());
     EXPECT_TRUE(session->setFanSpeed(2, 900));
-    Value report = replay.control("sim.replay_report");
+    Value report = replay.control(m::sim::replayReport);
     EXPECT_EQ(report["unmatched"],
               Value::array({{{"method", std::string(m::setFanSpeed)}, {"params", Value::array({2, 900})}}}));
     EXPECT_THAT(report["never_asked"], Contains(Value{{"method", std::string(m::fixtureIn)}, {"params", Value::array()}}));

@@ -1,12 +1,15 @@
-// A kelvane-sim process and a real client connected to it, for the simulator's own tests.
+// A kelvane-sim process and a real client connected to it: for the tests that need the library's
+// transport against a controller, and the simulator's own tests that need a process.
 #pragma once
 
+#include "call_checks.hpp"
 #include "simulator_process.hpp"
 
 #include "rpc/rpc_client_wrapper.hpp"
 
 #include <kelvane/protocol/json_rpc.hpp>
 #include <kelvane/protocol/methods.hpp>
+#include <kelvane/protocol/sim_methods.hpp>
 
 #include <gtest/gtest.h>
 #include <zmq.hpp>
@@ -18,28 +21,21 @@
 
 namespace kelvane::testing {
 
-class SimulatorTest : public ::testing::Test {
-protected:
-    explicit SimulatorTest(std::vector<std::string> args = {}) : sim(std::move(args)) {}
-
+class SimulatorTest : public ::testing::Test, public CallChecks<SimulatorTest> {
+public:
+    // Through the client below, as call() and failure() are.
     std::pair<Value, std::optional<RpcError>> ask(std::string_view method, const Value& params = Value::array(),
                                                   const Value& kwargs = nullptr) {
         std::optional<RpcError> error;
         Value reply = client->call(std::string(method), params, kwargs, &error);
         return {reply, error};
     }
-    Value call(std::string_view method, const Value& params = Value::array(), const Value& kwargs = nullptr) {
-        auto [reply, error] = ask(method, params, kwargs);
-        EXPECT_FALSE(error) << method << ": " << error->text();
-        return reply;
-    }
-    int failure(std::string_view method, const Value& params = Value::array(), const Value& kwargs = nullptr) {
-        auto [reply, error] = ask(method, params, kwargs);
-        EXPECT_TRUE(error) << method << " answered " << describe(reply);
-        return error ? error->code : 0;
-    }
+
+protected:
+    explicit SimulatorTest(std::vector<std::string> args = {}) : sim(std::move(args)) {}
+
     void script(const Value& description) {
-        EXPECT_EQ(sim.control("sim.script", Value::array({description})), "done");
+        EXPECT_EQ(sim.control(methods::sim::script, Value::array({description})), "done");
     }
 
     // Polls (a real process, so real time) until the condition holds or a generous bound passes.
