@@ -1,9 +1,9 @@
 # The suites where threads meet: the transport shared by several callers, handles churned by
 # many threads, the calls waiting for their replies, the TEC workers, the trace writer, the
-# simulator's panel (its HTTP thread and the serving thread). Their tests get the label "threads"
-# beside their own ("unit" or "integration", as their binary), and the ThreadSanitizer build runs
+# browser pages (their HTTP thread beside the simulator's serving thread, or beside the console's
+# fixture threads). Their tests get the label "threads" beside their own ("unit" or "integration", as their binary), and the ThreadSanitizer build runs
 # the tests so labelled. ctest reads this file after the lists of tests the binaries gave.
-set(thread_suites "^(Transport|CApiStation|HandleChurn|PendingCalls|TecMonitor|TecSimulator|WorkerThread|TraceWriter|PanelServing)[A-Za-z]*\\.")
+set(thread_suites "^(Transport|CApiStation|HandleChurn|PendingCalls|TecMonitor|TecSimulator|WorkerThread|TraceWriter|PageServing)[A-Za-z]*\\.")
 foreach(binary unit integration c_api)
   string(REPLACE "c_api" "integration" label "${binary}")
   foreach(test IN LISTS kelvane_${binary}_tests_TESTS)

@@ -3,6 +3,7 @@
 #include "addresses.hpp"
 #include "commands.hpp"
 #include "console.hpp"
+#include "fixture_console/console_command.hpp"
 #include "interruption.hpp"
 #include "outcome.hpp"
 #include "progress.hpp"
@@ -271,6 +272,7 @@ constexpr const char* needsNoFixture = "needs no fixture";
 
 struct Inputs {
     Arguments arguments;
+    std::string consoleHttp = "0";
     std::string hexText;
     std::string floatText;
     std::string traceFile;
@@ -289,6 +291,19 @@ void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
             runOnceChosen(*sub, std::move(command), chosen);
         }
     }
+
+    CLI::App* console = app.add_subcommand(
+        "console", "Serve a page that drives and watches the fixtures in a browser, until Ctrl-C");
+    console->add_option("--http", inputs.consoleHttp,
+                        "Serve on 127.0.0.1:PORT (default 0: a free port), or on ADDRESS:PORT")
+        ->option_text("[ADDRESS:]PORT");
+    console->callback([&] {
+        chosen = [&](const Settings& settings, Console& messages) {
+            return serveConsole({settings.fixtures, settings.port, settings.traceFile, settings.showLibraryLog,
+                                 inputs.consoleHttp},
+                                messages.messages());
+        };
+    });
 
     CLI::App* hex =
         app.add_subcommand("hex", "Decode a hex text, e.g. 414243 gives ABC (no fixture needed)");
