@@ -33,7 +33,7 @@ namespace kelvanectl {
 namespace {
 
 constexpr const char* helpFooter =
-    "LEDs have no C interface and cannot be driven from here.\n"
+    "LEDs have no C interface: only the console drives them.\n"
     "Exit status: 0 done (also a watch ended with Ctrl-C), 1 the fixture refused or gave no\n"
     "reply (or a trace file could not be read to its end, or anything unforeseen failed), 2 the\n"
     "controller cannot be reached, 64 usage error. Several --ip, or a range such as\n"
@@ -41,6 +41,13 @@ constexpr const char* helpFooter =
     "order, and the worst exit status of all (2, else 1, else 0). The library's own step-by-step\n"
     "log is shown with --log; --trace FILE records every controller call of the command\n"
     "(see docs/trace.md), and \"kelvanectl trace FILE\" reads such a file.";
+
+constexpr const char* consoleFooter =
+    "Prints one line, \"console at http://127.0.0.1:PORT/#token=TOKEN\": open that whole address.\n"
+    "Every operation goes through the library, one device per --ip; the page's API takes only\n"
+    "requests with that run's token. Another ADDRESS than 127.0.0.1 lets anyone who reaches it\n"
+    "and learns the token move the fixtures. Ctrl-C closes the devices and ends it (exit 0).\n"
+    "See docs/kelvanectl.md for the page and its API.";
 
 struct Settings {
     std::vector<std::string> ips = {"127.0.0.1"};  // as given: addresses and ranges
@@ -294,6 +301,7 @@ void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
 
     CLI::App* console = app.add_subcommand(
         "console", "Serve a page that drives and watches the fixtures in a browser, until Ctrl-C");
+    console->footer(consoleFooter);
     console->add_option("--http", inputs.consoleHttp,
                         "Serve on 127.0.0.1:PORT (default 0: a free port), or on ADDRESS:PORT")
         ->option_text("[ADDRESS:]PORT");
