@@ -18,14 +18,16 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-// The LEDs answer nothing: the library sends the call and returns. Without a session it sends
-// nothing, which is said.
+// The LEDs answer nothing: the library sends the call and returns, so "sent" is all there is to
+// show. Without a session it sends nothing, which is said.
 template <typename Light>
 Outcome onSession(KelvaneHandle handle, Light light) {
     auto device = kelvane::deviceOf(handle);
     if (!device || !device->session()) return failed(nullptr, "the device has no session");
     light(*device->session());
-    return succeeded(nullptr);
+    Outcome sent = succeeded(nullptr);
+    sent.plain = "sent";
+    return sent;
 }
 
 std::vector<DeviceCommand> ledCommands(const Arguments& arguments) {
