@@ -2,8 +2,8 @@
 
 #include "console_page_files.hpp"
 
+#include <algorithm>
 #include <mutex>
-#include <thread>
 
 namespace kelvanectl {
 
@@ -81,14 +81,7 @@ std::string FixtureConsole::url() const {
 bool FixtureConsole::close(std::chrono::milliseconds grace) {
     for (auto& desk : desks_) desk->close();
     auto giveUp = std::chrono::steady_clock::now() + grace;
-    constexpr std::chrono::milliseconds lookAgain{5};
-    for (auto& desk : desks_) {
-        while (!desk->ended()) {
-            if (std::chrono::steady_clock::now() >= giveUp) return false;
-            std::this_thread::sleep_for(lookAgain);
-        }
-    }
-    return true;
+    return std::all_of(desks_.begin(), desks_.end(), [giveUp](auto& desk) { return desk->waitForEnd(giveUp); });
 }
 
 web::Routes FixtureConsole::routes() {

@@ -123,9 +123,9 @@ void FixtureDesk::close() {
     destroyKelvaneDev(device);  // returns at once; the call under way ends early
 }
 
-bool FixtureDesk::ended() const {
-    std::lock_guard lock(mutex_);
-    return ended_;
+bool FixtureDesk::waitForEnd(Clock::time_point deadline) {
+    std::unique_lock lock(mutex_);
+    return wake_.wait_until(lock, deadline, [this] { return ended_; });
 }
 
 void FixtureDesk::connect() {
@@ -152,10 +152,11 @@ void FixtureDesk::workToTheEnd() {
     try {
         work();
     } catch (...) {
-        std::lock_guard lock(mutex_);
-        closing_ = true;
-        ended_ = true;
     }
+    std::lock_guard lock(mutex_);
+    closing_ = true;
+    ended_ = true;
+    wake_.notify_all();
 }
 
 void FixtureDesk::work() {
@@ -198,8 +199,6 @@ void FixtureDesk::work() {
     std::deque<Task> unrun = std::move(waiting_);
     lock.unlock();
     for (auto& task : unrun) task.answered({failed(nullptr, "not run: the console was closing"), 0});
-    lock.lock();
-    ended_ = true;
 }
 
 FixtureDesk::Answer FixtureDesk::run(const Operation& operation) {

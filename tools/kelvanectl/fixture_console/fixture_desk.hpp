@@ -68,8 +68,8 @@ public:
     // Ends the device's use from any thread: the call under way ends early (a move at its next
     // sensor read), operations still waiting are answered as not run, and the thread ends.
     void close();
-    // Whether the thread has ended.
-    bool ended() const;
+    // Waits until the thread has ended or `deadline` has passed; whether it has ended.
+    bool waitForEnd(std::chrono::steady_clock::time_point deadline);
 
 private:
     struct Task {
