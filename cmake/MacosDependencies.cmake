@@ -2,7 +2,7 @@
 # names the rest of the build uses:
 # - libzmq: its macOS build, installed into the stand-in SDK's usr/local and found through its
 #   pkg-config file (scripts/build-macos.sh builds it from Debian's source package);
-# - nlohmann/json, cppzmq, CLI11, spdlog, fmt and Boost (Beast and Asio, for kelvane-sim's panel):
+# - nlohmann/json, cppzmq, CLI11, spdlog, fmt and Boost (Beast and Asio, for the browser pages):
 #   header-only, from the build machine's packages;
 # - ICU: the build machine's headers only. No macOS build of it is at hand, so the library leaves
 #   its symbols to be bound when it is loaded (-undefined dynamic_lookup), from the ICU the

@@ -1,10 +1,11 @@
 # The suites where threads meet: the transport shared by several callers, handles churned by
 # many threads, the calls waiting for their replies, the TEC workers, the trace writer, the
-# simulator's panel (its HTTP thread and the serving thread). Their tests get the label "threads"
+# browser pages (their HTTP thread beside the simulator's serving thread, or beside the console's
+# fixture threads). Their tests get the label "threads"
 # beside their own ("unit" or "integration", as their binary), and the ThreadSanitizer build runs
 # the tests so labelled. ctest reads this file after the lists of tests the binaries of its
 # directory gave (tests/ and tests/simulator/).
-set(thread_suites "^(Transport|CApiStation|HandleChurn|PendingCalls|TecMonitor|TecSimulator|WorkerThread|TraceWriter|PanelServing)[A-Za-z]*\\.")
+set(thread_suites "^(Transport|CApiStation|HandleChurn|PendingCalls|TecMonitor|TecSimulator|WorkerThread|TraceWriter|PageServing)[A-Za-z]*\\.")
 foreach(binary unit integration c_api simulator simulator_process)
   if(binary MATCHES "^(unit|simulator)$")
     set(label unit)

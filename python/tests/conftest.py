@@ -53,28 +53,31 @@ class Simulator:
         if not all(line.startswith("listening on ") for line in lines):
             self.process.kill()
             raise RuntimeError(f"kelvane-sim did not start: {lines!r}")
-        endpoint = lines[0].split()[-1]
-        self.port = int(endpoint.rsplit(":", 1)[1])
-        self.socket = zmq.Context.instance().socket(zmq.DEALER)
-        self.socket.setsockopt(zmq.LINGER, 0)
-        self.socket.setsockopt(zmq.RCVTIMEO, 3000)
-        self.socket.connect(endpoint)
+        self.endpoints = [line.split()[-1] for line in lines]
+        self.port = int(self.endpoints[0].rsplit(":", 1)[1])
+        self.sockets = {}
         self.ids = itertools.count(1)
 
-    def control(self, method, *params):
-        """The result of a "sim." call; raises on an error reply or none within 3 s."""
+    def control(self, method, *params, fixture=1):
+        """The result of a "sim." call to `fixture`; raises on an error reply or none within 3 s."""
+        if fixture not in self.sockets:
+            self.sockets[fixture] = zmq.Context.instance().socket(zmq.DEALER)
+            self.sockets[fixture].setsockopt(zmq.LINGER, 0)
+            self.sockets[fixture].setsockopt(zmq.RCVTIMEO, 3000)
+            self.sockets[fixture].connect(self.endpoints[fixture - 1])
         request_id = next(self.ids)
-        self.socket.send_multipart([b"", json.dumps(
+        self.sockets[fixture].send_multipart([b"", json.dumps(
             {"jsonrpc": "2.0", "id": request_id, "method": method, "params": list(params)}).encode()])
         reply = {}
         while reply.get("id") != request_id:
-            reply = json.loads(self.socket.recv_multipart()[-1])
+            reply = json.loads(self.sockets[fixture].recv_multipart()[-1])
         if "error" in reply:
             raise RuntimeError(f"{method}: {reply['error']}")
         return reply["result"]
 
     def close(self):
-        self.socket.close()
+        for each in self.sockets.values():
+            each.close()
         self.process.terminate()
         self.process.wait(timeout=5)
         self.process.stdout.close()
@@ -96,3 +99,31 @@ def station():
     sim = Simulator(fixtures=2, bind=f"tcp://127.0.2.1:{port}")
     yield sim
     sim.close()
+
+
+@pytest.fixture
+def browser(tmp_path):
+    """Headless Chromium through Selenium, with a fresh profile and nothing fetched of its own."""
+    browser_path, driver_path = shutil.which("chromium"), shutil.which("chromedriver")
+    if not browser_path or not driver_path:
+        pytest.skip("the browser tests need chromium and chromedriver (Debian chromium, chromium-driver)")
+    from selenium import webdriver
+    from selenium.webdriver.chrome.service import Service
+
+    options = webdriver.ChromeOptions()
+    options.binary_location = browser_path
+    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+                     "--disable-background-networking", "--disable-component-update", "--disable-sync",
+                     "--window-size=1000,930", f"--user-data-dir={tmp_path / 'profile'}"):
+        options.add_argument(argument)
+    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+    driver = webdriver.Chrome(service=Service(executable_path=driver_path), options=options)
+    yield driver
+    driver.quit()
+
+
+def page_faults(browser):
+    """What a page of ours must never do: fetch from elsewhere, log a severe error."""
+    external = browser.execute_script(
+        "return performance.getEntriesByType('resource').map(e => e.name).filter(n => !n.startsWith(location.origin))")
+    return external + [entry for entry in browser.get_log("browser") if entry["level"] == "SEVERE"]

@@ -1,73 +1,28 @@
 #include "simulator_process.hpp"
 
+#include "child_process.hpp"
 #include "rpc/rpc_client_wrapper.hpp"
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
-#include <unistd.h>
-#ifdef __linux__
-#include <sys/prctl.h>
-#endif
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <stdexcept>
 #include <thread>
 
 namespace kelvane::testing {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr milliseconds stopGrace{2000};
 // A port just given up by a killed simulator may take a moment before it can be bound again.
 constexpr int restartAttempts = 20;
 constexpr milliseconds restartPause{100};
-
-// fork + exec rather than posix_spawn so the child can ask to be ended with the test process:
-// a crashed test must not leave simulators running. Returns the pid and the child's stdout.
-std::pair<pid_t, int> spawn(const std::string& executable, const std::vector<std::string>& args) {
-    int pipeFds[2];
-    if (::pipe(pipeFds) != 0) throw std::runtime_error("kelvane-sim: no pipe");
-    for (int fd : pipeFds) ::fcntl(fd, F_SETFD, FD_CLOEXEC);  // no other child may hold the pipe open
-    std::vector<char*> argv{const_cast<char*>(executable.c_str())};
-    for (const auto& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
-    argv.push_back(nullptr);
-    pid_t pid = ::fork();
-    if (pid == 0) {  // only async-signal-safe calls until exec
-#ifdef __linux__
-        ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-#endif
-        ::dup2(pipeFds[1], STDOUT_FILENO);
-        ::execv(executable.c_str(), argv.data());
-        ::_exit(127);
-    }
-    ::close(pipeFds[1]);
-    if (pid < 0) {
-        ::close(pipeFds[0]);
-        throw std::runtime_error("kelvane-sim: fork failed");
-    }
-    return {pid, pipeFds[0]};
-}
-
-// The first `count` lines the child writes; fewer when it exits first. (One that neither
-// prints nor exits is ended with the test by ctest's timeout.)
-std::vector<std::string> readLines(int fd, int count) {
-    std::vector<std::string> lines;
-    FILE* output = ::fdopen(fd, "r");
-    char line[256];
-    while (static_cast<int>(lines.size()) < count && std::fgets(line, sizeof line, output))
-        lines.emplace_back(line, std::strcspn(line, "\n"));
-    std::fclose(output);
-    if (lines.empty()) lines.emplace_back();  // for the error message
-    return lines;
-}
 
 }  // namespace
 
@@ -115,21 +70,9 @@ void SimulatorProcess::stop() { terminate(); }
 
 SimulatorProcess::Ending SimulatorProcess::terminate() {
     for (auto& fixture : fixtures_) fixture.controlClient.reset();
-    Ending ending;
-    if (pid_ <= 0) return ending;
-    auto start = Clock::now();
-    ::kill(pid_, SIGTERM);
-    ::kill(pid_, SIGCONT);  // a paused simulator ends too
-    for (auto deadline = start + stopGrace; Clock::now() < deadline;) {
-        if (::waitpid(pid_, &ending.status, WNOHANG) != 0) {  // gone, or not ours
-            pid_ = -1;
-            ending.took = std::chrono::duration_cast<milliseconds>(Clock::now() - start);
-            return ending;
-        }
-        std::this_thread::sleep_for(milliseconds(1));
-    }
-    kill();
-    ending.took = std::chrono::duration_cast<milliseconds>(Clock::now() - start);
+    if (pid_ <= 0) return {};
+    auto ending = endWith(pid_, SIGTERM, stopGrace);
+    pid_ = -1;
     return ending;
 }
 

@@ -2,6 +2,8 @@
 // controlled through its "sim." methods, killable and restartable, stopped with the object.
 #pragma once
 
+#include "child_process.hpp"
+
 #include <kelvane/RpcClient.hpp>
 #include <kelvane/Value.hpp>
 
@@ -53,10 +55,7 @@ public:
 
     // SIGTERM, then the wait for its end (SIGKILL after two seconds): the status waitpid gave
     // and how long the end took.
-    struct Ending {
-        int status = -1;
-        std::chrono::milliseconds took{};
-    };
+    using Ending = ProcessEnding;
     Ending terminate();
     // SIGKILL: the controller vanishes without closing its connections.
     void kill();

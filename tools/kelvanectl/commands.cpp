@@ -44,7 +44,8 @@ DeviceCommand move(std::string name, std::string description,
 
 }  // namespace
 
-std::vector<DeviceCommand> plainCommands() {
+std::vector<DeviceCommand> deviceCommands(const Arguments& arguments) {
+    const Arguments* values = &arguments;
     return {
         {"connect", "Connect to the controller and report the connection flag (1 = answered)",
          false,
@@ -68,44 +69,43 @@ std::vector<DeviceCommand> plainCommands() {
         move("tray-down", "Lower the tray (needs IN and a DUT)", trayDown, "DOWN OK"),
         move("tray-in", "Move the tray in (needs UP)", trayIn, "IN OK"),
         move("tray-out", "Move the tray out (needs not DOWN)", trayOut, "OUT OK"),
+        {"lock", "Clamp (on) or release (off) the magnet lock", false,
+         [values](KelvaneHandle device) {
+             return textHoldingDone(fixtureLock(device, values->lockState.c_str()));
+         },
+         {{"state", "on or off", &Arguments::lockState, {"on", "off"}}}},
+        {"fan set", "Set a fan's speed", false,
+         [values](KelvaneHandle device) {
+             int done = setFanSpeed(device, values->fan, values->fanSpeed);
+             if (done == 1) return succeeded(done);
+             return failed(done, "the fixture did not confirm the fan speed");
+         },
+         {{"fan", "Fan number", &Arguments::fan}, {"speed", "Speed", &Arguments::fanSpeed}}},
+        {"fan get", "Read a fan's speed", false,
+         [values](KelvaneHandle device) {
+             const char* speed = getFanSpeed(device, values->fan);
+             if (speed && std::strcmp(speed, printedNoReply) == 0) return failed(nullptr, noReply);
+             return anyText(speed);
+         },
+         {{"fan", "Fan number", &Arguments::fan}}},
+        {"io", "Set an IO line to a state", false,
+         [values](KelvaneHandle device) {
+             return textHoldingDone(setIO(device, values->ioLine, values->ioState));
+         },
+         {{"line", "IO line", &Arguments::ioLine}, {"state", "State", &Arguments::ioState}}},
+        // The library asks the controller about any slot; below 1 is a typing error, not worth
+        // the five answer periods a controller takes to say nothing.
+        {"tec", "Read a slot's TEC controller: four sensors, PWM, current, test step", false,
+         [values](KelvaneHandle device) { return tecReading(tecTempRecord(device, values->tecSlot)); },
+         {{"slot", "Slot number, from 1", &Arguments::tecSlot, {}, 1}}},
     };
 }
 
-DeviceCommand lockCommand(const Arguments& arguments) {
-    return {"lock", "Clamp (on) or release (off) the magnet lock", false,
-            [&arguments](KelvaneHandle device) {
-                return textHoldingDone(fixtureLock(device, arguments.lockState.c_str()));
-            }};
-}
-
-DeviceCommand fanSetCommand(const Arguments& arguments) {
-    return {"set", "Set a fan's speed", false, [&arguments](KelvaneHandle device) {
-                int done = setFanSpeed(device, arguments.fan, arguments.fanSpeed);
-                if (done == 1) return succeeded(done);
-                return failed(done, "the fixture did not confirm the fan speed");
-            }};
-}
-
-DeviceCommand fanGetCommand(const Arguments& arguments) {
-    return {"get", "Read a fan's speed", false, [&arguments](KelvaneHandle device) {
-                const char* speed = getFanSpeed(device, arguments.fan);
-                if (speed && std::strcmp(speed, printedNoReply) == 0)
-                    return failed(nullptr, noReply);
-                return anyText(speed);
-            }};
-}
-
-DeviceCommand ioCommand(const Arguments& arguments) {
-    return {"io", "Set an IO line to a state", false, [&arguments](KelvaneHandle device) {
-                return textHoldingDone(setIO(device, arguments.ioLine, arguments.ioState));
-            }};
-}
-
-DeviceCommand tecCommand(const Arguments& arguments) {
-    return {"tec", "Read a slot's TEC controller: four sensors, PWM, current, test step", false,
-            [&arguments](KelvaneHandle device) {
-                return tecReading(tecTempRecord(device, arguments.tecSlot));
-            }};
+Outcome unreachable(const std::string& command, const std::string& ip, int port) {
+    return failed(command == "connect" ? Result(0) : Result(nullptr),
+                  "cannot reach the fixture controller at " + ip + ":" + std::to_string(port) +
+                      " (is it powered and on the network?)",
+                  exitUnreachable);
 }
 
 }  // namespace kelvanectl

@@ -3,6 +3,7 @@
 #include "addresses.hpp"
 #include "commands.hpp"
 #include "console.hpp"
+#include "fixture_console/console_command.hpp"
 #include "interruption.hpp"
 #include "outcome.hpp"
 #include "progress.hpp"
@@ -22,15 +23,17 @@
 #include <functional>
 #include <iostream>
 #include <limits>
+#include <map>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace kelvanectl {
 namespace {
 
 constexpr const char* helpFooter =
-    "LEDs have no C interface and cannot be driven from here.\n"
+    "LEDs have no C interface: only the console drives them.\n"
     "Exit status: 0 done (also a watch ended with Ctrl-C), 1 the fixture refused or gave no\n"
     "reply (or a trace file could not be read to its end, or anything unforeseen failed), 2 the\n"
     "controller cannot be reached, 64 usage error. Several --ip, or a range such as\n"
@@ -38,6 +41,13 @@ constexpr const char* helpFooter =
     "order, and the worst exit status of all (2, else 1, else 0). The library's own step-by-step\n"
     "log is shown with --log; --trace FILE records every controller call of the command\n"
     "(see docs/trace.md), and \"kelvanectl trace FILE\" reads such a file.";
+
+constexpr const char* consoleFooter =
+    "Prints one line, \"console at http://127.0.0.1:PORT/#token=TOKEN\": open that whole address.\n"
+    "Every operation goes through the library, one device per --ip; the page's API takes only\n"
+    "requests with that run's token. Another ADDRESS than 127.0.0.1 lets anyone who reaches it\n"
+    "and learns the token move the fixtures. Ctrl-C closes the devices and ends it (exit 0).\n"
+    "See docs/kelvanectl.md for the page and its API.";
 
 struct Settings {
     std::vector<std::string> ips = {"127.0.0.1"};  // as given: addresses and ranges
@@ -60,14 +70,6 @@ public:
 private:
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
-
-Outcome unreachable(const std::string& label, const std::string& ip, const Settings& settings) {
-    return failed(label == "connect" ? Result(0) : Result(nullptr),
-                  "cannot reach the fixture controller at " + ip + ":" +
-                      std::to_string(settings.port) +
-                      " (is it powered and on the network?)",
-                  exitUnreachable);
-}
 
 // The command's device. The library's own log stays off unless asked for, and then goes where
 // the process's log goes (standard error, or where KELVANE_LOG sends it).
@@ -95,7 +97,7 @@ Report onFixture(const DeviceCommand& command, const std::string& label, const S
     KelvaneHandle device = connect(settings, ip);
     Outcome outcome;
     if (getConnectFlag(device) != 1) {
-        outcome = unreachable(label, ip, settings);
+        outcome = unreachable(label, ip, settings.port);
     } else {
         std::optional<Progress> shown;
         if (progress) shown.emplace(progress, label);
@@ -145,7 +147,7 @@ int repeatOnDevice(const DeviceCommand& command, const std::string& label,
     KelvaneHandle device = connect(settings, ip);
     if (getConnectFlag(device) != 1) {
         destroyKelvaneDev(device);
-        return publish({label, unreachable(label, ip, settings), connecting.seconds()},
+        return publish({label, unreachable(label, ip, settings.port), connecting.seconds()},
                        settings.json, console.messages());
     }
     std::chrono::duration<double> untilNext{};
@@ -159,15 +161,41 @@ int repeatOnDevice(const DeviceCommand& command, const std::string& label,
     return exitOk;
 }
 
-CLI::App* addDeviceCommand(CLI::App& parent, DeviceCommand command, std::string label,
-                           Action& chosen) {
-    CLI::App* sub = parent.add_subcommand(command.name, command.description);
-    sub->callback([&chosen, command = std::move(command), label = std::move(label)] {
-        chosen = [command, label](const Settings& settings, Console& console) {
-            return runOnDevice(command, label, settings, console);
+// The commands whose names are two words, under the first: "fan set", "fan get".
+const std::map<std::string, std::string> groupHelp = {
+    {"fan", "Set (fan set <fan> <speed>) or read (fan get <fan>) a fan's speed"}};
+
+// The command's subcommand, under its group's when it has one; `groups` holds those made so far
+// (a group is made with its first command).
+CLI::App* addDeviceCommand(CLI::App& app, const DeviceCommand& command, std::map<std::string, CLI::App*>& groups) {
+    auto space = command.name.find(' ');
+    if (space == std::string::npos) return app.add_subcommand(command.name, command.description);
+    std::string groupName = command.name.substr(0, space);
+    CLI::App*& group = groups[groupName];
+    if (!group) {
+        group = app.add_subcommand(groupName, groupHelp.at(groupName));
+        group->require_subcommand(1);
+    }
+    return group->add_subcommand(command.name.substr(space + 1), command.description);
+}
+
+void addParameters(CLI::App& sub, const DeviceCommand& command, Arguments& arguments) {
+    for (const auto& parameter : command.parameters) {
+        CLI::Option* option = std::visit(
+            [&](auto field) { return sub.add_option(parameter.name, arguments.*field, parameter.help); },
+            parameter.field);
+        option->required();
+        if (!parameter.words.empty()) option->check(CLI::IsMember(parameter.words));
+        if (parameter.lowest) option->check(CLI::Range(*parameter.lowest, std::numeric_limits<int>::max()));
+    }
+}
+
+void runOnceChosen(CLI::App& sub, DeviceCommand command, Action& chosen) {
+    sub.callback([&chosen, command = std::move(command)] {
+        chosen = [command](const Settings& settings, Console& console) {
+            return runOnDevice(command, command.name, settings, console);
         };
     });
-    return sub;
 }
 
 // A day at most: the period must stay a finite wait.
@@ -182,29 +210,23 @@ std::string watchPeriodCheck(const std::string& text) {
     return "SECONDS must be a number from 0 to 86400";
 }
 
-void addTecCommand(CLI::App& app, Arguments& arguments, Action& chosen) {
-    DeviceCommand command = tecCommand(arguments);
-    CLI::App* tec = app.add_subcommand(command.name, command.description);
-    // The library asks the controller about any slot; below 1 is a typing error, not worth the
-    // five answer periods a controller takes to say nothing.
-    tec->add_option("slot", arguments.tecSlot, "Slot number, from 1")
-        ->required()
-        ->check(CLI::Range(1, std::numeric_limits<int>::max()));
+// tec, which may also be watched: read again and again until Ctrl-C.
+void addTecWatch(CLI::App& tec, DeviceCommand command, Arguments& arguments, Action& chosen) {
     CLI::Option* watch =
-        tec->add_option("--watch", arguments.watchSeconds,
-                        "Read again every SECONDS until Ctrl-C, one line per reading")
+        tec.add_option("--watch", arguments.watchSeconds,
+                       "Read again every SECONDS until Ctrl-C, one line per reading")
             ->option_text("SECONDS")
             ->check(watchPeriodCheck);
-    tec->callback([&chosen, &arguments, watch, command = std::move(command)] {
+    tec.callback([&chosen, &arguments, watch, command = std::move(command)] {
         if (watch->count() == 0) {
             chosen = [command](const Settings& settings, Console& console) {
-                return runOnDevice(command, "tec", settings, console);
+                return runOnDevice(command, command.name, settings, console);
             };
             return;
         }
         std::chrono::duration<double> period(arguments.watchSeconds);
         chosen = [command, period](const Settings& settings, Console& console) {
-            return repeatOnDevice(command, "tec", period, settings, console);
+            return repeatOnDevice(command, command.name, period, settings, console);
         };
     });
 }
@@ -257,6 +279,7 @@ constexpr const char* needsNoFixture = "needs no fixture";
 
 struct Inputs {
     Arguments arguments;
+    std::string consoleHttp = "0";
     std::string hexText;
     std::string floatText;
     std::string traceFile;
@@ -265,30 +288,30 @@ struct Inputs {
 
 void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
     Arguments& arguments = inputs.arguments;
-    for (auto& command : plainCommands()) {
-        std::string label = command.name;
-        addDeviceCommand(app, std::move(command), std::move(label), chosen);
+    std::map<std::string, CLI::App*> groups;
+    for (auto& command : deviceCommands(arguments)) {
+        CLI::App* sub = addDeviceCommand(app, command, groups);
+        addParameters(*sub, command, arguments);
+        if (command.name == "tec") {
+            addTecWatch(*sub, std::move(command), arguments, chosen);
+        } else {
+            runOnceChosen(*sub, std::move(command), chosen);
+        }
     }
-    addDeviceCommand(app, lockCommand(arguments), "lock", chosen)
-        ->add_option("state", arguments.lockState, "on or off")
-        ->required()
-        ->check(CLI::IsMember({"on", "off"}));
 
-    CLI::App* fan = app.add_subcommand(
-        "fan", "Set (fan set <fan> <speed>) or read (fan get <fan>) a fan's speed");
-    fan->require_subcommand(1);
-    CLI::App* fanSet = addDeviceCommand(*fan, fanSetCommand(arguments), "fan set", chosen);
-    fanSet->add_option("fan", arguments.fan, "Fan number")->required();
-    fanSet->add_option("speed", arguments.fanSpeed, "Speed")->required();
-    addDeviceCommand(*fan, fanGetCommand(arguments), "fan get", chosen)
-        ->add_option("fan", arguments.fan, "Fan number")
-        ->required();
-
-    CLI::App* io = addDeviceCommand(app, ioCommand(arguments), "io", chosen);
-    io->add_option("line", arguments.ioLine, "IO line")->required();
-    io->add_option("state", arguments.ioState, "State")->required();
-
-    addTecCommand(app, arguments, chosen);
+    CLI::App* console = app.add_subcommand(
+        "console", "Serve a page that drives and watches the fixtures in a browser, until Ctrl-C");
+    console->footer(consoleFooter);
+    console->add_option("--http", inputs.consoleHttp,
+                        "Serve on 127.0.0.1:PORT (default 0: a free port), or on ADDRESS:PORT")
+        ->option_text("[ADDRESS:]PORT");
+    console->callback([&] {
+        chosen = [&](const Settings& settings, Console& messages) {
+            return serveConsole({settings.fixtures, settings.port, settings.traceFile, settings.showLibraryLog,
+                                 inputs.consoleHttp},
+                                messages.messages());
+        };
+    });
 
     CLI::App* hex =
         app.add_subcommand("hex", "Decode a hex text, e.g. 414243 gives ABC (no fixture needed)");

@@ -24,7 +24,7 @@ struct Outcome {
     bool ok = false;
     std::string problem;  // set when not ok
     ExitStatus failure = exitRefused;
-    std::string plain;  // the plain form when the result is split into fields; else empty
+    std::string plain;  // the plain form when the result is split into fields or says nothing; else empty
 };
 
 inline Outcome succeeded(Result result) { return {std::move(result), true, {}, exitOk, {}}; }

@@ -24,13 +24,13 @@ std::string jsonLine(const Report& report) {
     return line.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
+}  // namespace
+
 std::string plainResult(const Outcome& outcome) {
     if (!outcome.plain.empty()) return outcome.plain;
     const Result& result = outcome.result;
     return result.is_string() ? result.get<std::string>() : result.dump();
 }
-
-}  // namespace
 
 int publish(const Report& report, bool json, std::FILE* messages) {
     const Outcome& outcome = report.outcome;

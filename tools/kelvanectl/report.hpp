@@ -16,6 +16,10 @@ struct Report {
     std::string fixture{};     // its address when the command ran on several fixtures, else empty
 };
 
+// The result as the plain form prints it: a text as it is, a split TEC reading as its line,
+// anything else as JSON.
+std::string plainResult(const Outcome& outcome);
+
 // Prints the report (plain text, or one JSON object when `json`) on standard output and, when
 // the command failed, a message on `messages`; returns the exit status. A report of one fixture
 // among several starts with its address ("ip" first in the JSON form).

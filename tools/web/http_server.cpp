@@ -128,6 +128,16 @@ void Routes::files(std::span<const EmbeddedFile> files, const Fields& headers, s
 
 void Routes::events(const std::string& path, StreamOpening opening) { streams_[path] = std::move(opening); }
 
+void Routes::gate(const std::string& prefix, Gate gate) { gates_.emplace_back(prefix, std::move(gate)); }
+
+std::optional<Response> Routes::refusal(const Request& request) const {
+    for (const auto& [prefix, gate] : gates_) {
+        if (!request.path.starts_with(prefix)) continue;
+        if (auto refused = gate(request)) return refused;
+    }
+    return std::nullopt;
+}
+
 const Handler* Routes::handler(const std::string& method, const std::string& path) const {
     auto found = handlers_.find({method, path});
     return found == handlers_.end() ? nullptr : &found->second;
@@ -252,6 +262,7 @@ void Connection::refuse(ErrorCode error) {
 }
 
 void Connection::dispatch(Request request) {
+    if (auto refused = core_.routes.refusal(request)) return write(std::move(*refused));
     if (const auto* opening = core_.routes.stream(request.path); opening && request.method == "GET") {
         return openStream(request.path, *opening);
     }

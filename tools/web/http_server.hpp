@@ -16,6 +16,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
@@ -40,6 +41,9 @@ private:
 using Handler = std::function<void(const Request&, Reply)>;
 // The data of the events a new stream starts with, asked on the serving thread.
 using StreamOpening = std::function<std::vector<std::string>()>;
+// Asked on the serving thread before a request reaches its route or stream: the answer that
+// refuses it, or nullopt to let it through.
+using Gate = std::function<std::optional<Response>(const Request&)>;
 
 class Routes {
 public:
@@ -50,15 +54,20 @@ public:
     void files(std::span<const EmbeddedFile> files, const Fields& headers, std::string_view index = "index.html");
     // GET `path`: a Server-Sent Events stream (see HttpServer::publish).
     void events(const std::string& path, StreamOpening opening);
+    // Every request whose path starts with `prefix` passes `gate` first (a token check, say).
+    void gate(const std::string& prefix, Gate gate);
 
     // The route for `method` and `path`, or null.
     const Handler* handler(const std::string& method, const std::string& path) const;
     // The opening of the event stream at `path`, or null.
     const StreamOpening* stream(const std::string& path) const;
+    // The answer a gate refuses `request` with, or nullopt when every gate lets it through.
+    std::optional<Response> refusal(const Request& request) const;
 
 private:
     std::map<std::pair<std::string, std::string>, Handler> handlers_;  // by method and path
     std::map<std::string, StreamOpening> streams_;
+    std::vector<std::pair<std::string, Gate>> gates_;  // by path prefix
 };
 
 struct Limits {

@@ -1,35 +1,24 @@
 // The simulator's live panel: every fixture in a grid, one in detail, kept current by the event
-// stream; each control posts to /api/control exactly what a test script would send.
-"use strict";
+// stream; each control posts to /api/control exactly what a test script would send. The drawings
+// are the ones the fixture console shows too (drawings.js).
+import { element, keepReading, lamp, lineChart, showTray, temperatureFloor, trayDrawing } from "./drawings.js";
 
 const fixtures = new Map();  // number -> {address, state, history: {slot: [[t1..t4], ...]}}
-const historyLength = 60;
-const temperatureFloor = 21.5;
-const trayShift = { x: 110, y: 44 };  // how far the tray travels OUT->IN and UP->DOWN in the drawing
 let selected = 1;
 let journalAsked = 0;
 
 const $ = (id) => document.getElementById(id);
-const element = (tag, text, className) => {
-  const made = document.createElement(tag);
-  if (text !== undefined) made.textContent = text;
-  if (className) made.className = className;
-  return made;
-};
-const svgElement = (tag, attributes) => {
-  const made = document.createElementNS("http://www.w3.org/2000/svg", tag);
-  for (const [name, value] of Object.entries(attributes)) made.setAttribute(name, value);
-  return made;
-};
+const drawing = trayDrawing();
+drawing.svg.setAttribute("aria-labelledby", "tray-text");
+drawing.tray.id = "tray";
+$("tray-drawing").replaceWith(drawing.svg);
 
 function remember(number, address, state) {
   const fixture = fixtures.get(number) || { address, history: {} };
   if (address) fixture.address = address;
   fixture.state = state;
   for (const [slot, tec] of Object.entries(state.tec || {})) {
-    const history = (fixture.history[slot] = fixture.history[slot] || []);
-    history.push(tec.temperatures);
-    if (history.length > historyLength) history.shift();
+    keepReading((fixture.history[slot] = fixture.history[slot] || []), tec.temperatures);
   }
   fixtures.set(number, fixture);
 }
@@ -61,22 +50,11 @@ function renderGrid() {
   }
 }
 
-function lamp(label, on, extraClass) {
-  return element("span", label, `lamp${on ? " on" : ""}${extraClass ? " " + extraClass : ""}`);
-}
-
 function renderTray(state) {
   const tray = state.tray;
-  const target = tray.moving ? tray.moving.to : null;
-  const horizontal = target === "IN" || target === "OUT" ? target : tray.horizontal;
-  const vertical = target === "UP" || target === "DOWN" ? target : tray.vertical;
-  const drawing = $("tray");
-  const left = tray.moving && !tray.moving.stalled ? tray.moving.duration_ms - tray.moving.elapsed_ms : 0;
-  drawing.style.transitionDuration = `${Math.max(left, 0)}ms`;
-  drawing.style.transform =
-    `translate(${horizontal === "IN" ? trayShift.x : 0}px, ${vertical === "DOWN" ? trayShift.y : 0}px)`;
-  drawing.dataset.state = tray.moving ? `moving ${tray.moving.to}` : `${tray.horizontal} ${tray.vertical}`;
-  $("dut-shape").classList.toggle("absent", !state.dut);
+  const moving = tray.moving &&
+    { to: tray.moving.to, leftMs: tray.moving.stalled ? 0 : tray.moving.duration_ms - tray.moving.elapsed_ms };
+  showTray(drawing, { horizontal: tray.horizontal, vertical: tray.vertical, moving, dut: state.dut });
   $("tray-text").textContent = `Tray ${trayWords(tray)}${tray.stall ? `; moves to ${tray.stall} stall` : ""}`;
   const sensors = ["in", "out", "up", "down"].map((name) =>
     lamp(`${name.toUpperCase()} ${state.sensors[name]}`, Number(state.sensors[name]) === 1,
@@ -103,23 +81,9 @@ function renderLedsFansIo(state) {
 }
 
 function chart(slot, tec, history) {
-  const width = 220, height = 90;
-  const readings = history.flat().concat(temperatureFloor);
-  const low = Math.min(...readings) - 0.5, high = Math.max(...readings) + 0.5;
-  const y = (celsius) => (height - (celsius - low) / (high - low) * height).toFixed(1);
-  const x = (index) => (index * width / (historyLength - 1)).toFixed(1);
-  const svg = svgElement("svg", { viewBox: `0 0 ${width} ${height}`, role: "img",
-    "aria-label": `slot ${slot} temperatures ${tec.temperatures.join(", ")} °C` });
-  svg.append(svgElement("rect", { x: 0, y: 0, width, height }));
-  svg.append(svgElement("line", { class: "floor", x1: 0, x2: width, y1: y(temperatureFloor), y2: y(temperatureFloor) }));
-  for (let sensor = 0; sensor < 4; sensor++) {
-    const points = history.map((reading, index) => `${x(index)},${y(reading[sensor])}`).join(" ");
-    svg.append(svgElement("polyline", { class: `s${sensor + 1}`, points }));
-  }
-  const figure = element("figure", undefined, "chart");
   const faults = tec.faults.length ? ` · faults: ${tec.faults.map((fault) => fault.kind).join(", ")}` : "";
-  figure.append(svg, element("figcaption", `Slot ${slot}: ${tec.temperatures.join(" / ")}${faults}`));
-  return figure;
+  return lineChart(history, { floor: temperatureFloor, caption: `Slot ${slot}: ${tec.temperatures.join(" / ")}${faults}`,
+    label: `slot ${slot} temperatures ${tec.temperatures.join(", ")} °C` });
 }
 
 function renderDetail() {

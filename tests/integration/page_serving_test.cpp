@@ -1,6 +1,8 @@
-// kelvane-sim's panel (--http) under clients that hold on: slow headers, event streams never
-// read, more streams than it takes, lengths it will not read. None may hold another request up,
-// and SIGTERM ends the simulator at once whatever is open.
+// The browser pages, kelvane-sim's panel (--http) and kelvanectl console, under clients that hold
+// on: slow headers, event streams never read, more streams than they take, lengths they will not
+// read. None may hold another request up, and each tool's signal (SIGTERM for the simulator,
+// SIGINT, Ctrl-C, for the console) ends it at once whatever is open.
+#include "child_process.hpp"
 #include "simulator_process.hpp"
 
 #include <kelvane/protocol/sim_methods.hpp>
@@ -14,8 +16,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace kelvane::testing {
 namespace {
@@ -69,45 +76,104 @@ private:
 };
 using Connections = std::vector<std::unique_ptr<RawConnection>>;
 
-constexpr int fixtures = 8;
 constexpr int slowClients = 16;
 constexpr int streamBound = 32;
 constexpr auto watchdog = 40s;
+constexpr auto endGrace = 2s;
 
-std::string get(const std::string& path) { return "GET " + path + " HTTP/1.1\r\nHost: x\r\n\r\n"; }
+// A page's server as the test drives it: where it serves, the header its API requests carry
+// (the console's token), the GETs that must answer, a POST that makes an event on every stream
+// (a fixture's state read), and its end by its signal.
+struct PageServer {
+    virtual ~PageServer() = default;
+    virtual ProcessEnding end() = 0;
 
-std::string post(int port, const std::string& body, const std::string& length) {
-    return "POST /api/control HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) +
-           "\r\nContent-Type: application/json\r\nContent-Length: " + length + "\r\n\r\n" + body;
+    int port = 0;
+    std::string apiHeader;
+    std::vector<std::string> paths;
+    std::string postPath;
+    std::function<std::string(int round)> eventfulBody;
+};
+
+std::string get(const PageServer& page, const std::string& path) {
+    return "GET " + path + " HTTP/1.1\r\nHost: x\r\n" + page.apiHeader + "\r\n";
 }
 
-std::string readState(int port, int fixture) {
-    std::string body = Value{{"fixture", fixture}, {"method", methods::sim::state}}.dump();
-    return post(port, body, std::to_string(body.size()));
+std::string post(const PageServer& page, const std::string& body, const std::string& length) {
+    return "POST " + page.postPath + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(page.port) + "\r\n" +
+           page.apiHeader + "Content-Type: application/json\r\nContent-Length: " + length + "\r\n\r\n" + body;
 }
 
-TEST(PanelServing, SlowHeadersStreamsAndBadLengthsHoldNothingUpAStalledStreamIsDroppedAndSigtermEndsIt) {
-    SimulatorProcess sim(SimulatedStation{fixtures}, {"--http", "0", "--tec-slots", "16"});
-    const int port = sim.panelPort();
+// kelvane-sim --fixtures 8 --http 0: each round reads another fixture's state.
+struct Panel : PageServer {
+    static constexpr int fixtures = 8;
+    Panel() {
+        port = sim.panelPort();
+        paths = {"/", "/panel.js", "/drawings.js", "/api/fixtures", "/api/journal?fixture=8&last=1"};
+        postPath = "/api/control";
+        eventfulBody = [](int round) {
+            return Value{{"fixture", round % fixtures + 1}, {"method", methods::sim::state}}.dump();
+        };
+    }
+    ProcessEnding end() override { return sim.terminate(); }
+
+    SimulatorProcess sim{SimulatedStation{fixtures}, {"--http", "0", "--tec-slots", "16"}};
+};
+
+// kelvanectl console on a simulated fixture: each round reads its sensors (a result, the
+// device's log lines and its state, all events), while the console polls them as well.
+struct FixtureConsole : PageServer {
+    FixtureConsole() {
+        auto [pid, output] = spawn(KELVANECTL_PATH, {"--port", std::to_string(sim.port()), "console", "--http", "0"});
+        console = pid;
+        auto line = readLines(output, 1).front();
+        char token[65] = {};
+        if (std::sscanf(line.c_str(), "console at http://127.0.0.1:%d/#token=%64[0-9a-f]", &port, token) != 2) {
+            ADD_FAILURE() << "kelvanectl console printed: " << line;
+        }
+        apiHeader = "X-Kelvane-Token: " + std::string(token) + "\r\n";
+        paths = {"/", "/console.js", "/drawings.js", "/api/fixtures", "/api/operations"};
+        postPath = "/api/op";
+        eventfulBody = [](int) { return std::string(R"({"fixture":"127.0.0.1","op":"sensors"})"); };
+    }
+    ~FixtureConsole() override {
+        if (console > 0) end();
+    }
+    ProcessEnding end() override { return endWith(std::exchange(console, -1), SIGINT, endGrace); }
+
+    SimulatorProcess sim;
+    pid_t console = -1;
+};
+
+class PageServing : public ::testing::TestWithParam<std::string> {
+protected:
+    static std::unique_ptr<PageServer> serve(const std::string& page) {
+        if (page == "panel") return std::make_unique<Panel>();
+        return std::make_unique<FixtureConsole>();
+    }
+};
+
+TEST_P(PageServing, SlowHeadersStreamsAndBadLengthsHoldNothingUpAStalledStreamIsDroppedAndItsSignalEndsIt) {
+    auto served = serve(GetParam());
+    const PageServer& page = *served;
+    const int port = page.port;
     Connections slow;  // each sends a byte every half second: only a deadline for the whole request ends them
     for (int i = 0; i < slowClients; ++i) {
         slow.push_back(std::make_unique<RawConnection>(port));
         slow.back()->send("GET / HTTP/1.1\r\n");
     }
     RawConnection stalled(port, 4096);  // opens a stream and never reads it
-    EXPECT_EQ(stalled.exchange(get("/api/events")), 200);
+    EXPECT_EQ(stalled.exchange(get(page, "/api/events")), 200);
     Connections streams;
     while (streams.size() + 1 < streamBound) {
         streams.push_back(std::make_unique<RawConnection>(port));
-        ASSERT_EQ(streams.back()->exchange(get("/api/events")), 200) << streams.size();
+        ASSERT_EQ(streams.back()->exchange(get(page, "/api/events")), 200) << streams.size();
     }
-    EXPECT_EQ(RawConnection(port).exchange(get("/api/events")), 503);
+    EXPECT_EQ(RawConnection(port).exchange(get(page, "/api/events")), 503);
     RawConnection client(port);
-    for (const auto* path : {"/", "/panel.js", "/api/fixtures", "/api/journal?fixture=8&last=1"}) {
-        EXPECT_EQ(client.exchange(get(path)), 200) << path;
-    }
+    for (const auto& path : page.paths) EXPECT_EQ(client.exchange(get(page, path)), 200) << path;
     for (const auto* length : {"-1", "100000000000000000000"}) {
-        EXPECT_EQ(RawConnection(port).exchange(post(port, "", length)), 400) << length;
+        EXPECT_EQ(RawConnection(port).exchange(post(page, "", length)), 400) << length;
     }
 
     // Every state read is an event on every stream: the stalled one fills up and is dropped,
@@ -117,7 +183,8 @@ TEST(PanelServing, SlowHeadersStreamsAndBadLengthsHoldNothingUpAStalledStreamIsD
     const auto giveUp = Clock::now() + watchdog;
     auto nextByte = Clock::now();
     for (int k = 0; (slowOpen > 0 || !placeFreed) && Clock::now() < giveUp; ++k) {
-        ASSERT_EQ(client.exchange(readState(port, k % fixtures + 1)), 200);
+        auto body = page.eventfulBody(k);
+        ASSERT_EQ(client.exchange(post(page, body, std::to_string(body.size()))), 200);
         for (auto& stream : streams) ASSERT_TRUE(stream->receive(0ms)) << "a stream that reads was dropped";
         if (Clock::now() >= nextByte) {
             nextByte += 500ms;
@@ -126,7 +193,7 @@ TEST(PanelServing, SlowHeadersStreamsAndBadLengthsHoldNothingUpAStalledStreamIsD
         }
         if (!placeFreed && k % 50 == 0) {
             streams.push_back(std::make_unique<RawConnection>(port));
-            placeFreed = streams.back()->exchange(get("/api/events")) == 200;
+            placeFreed = streams.back()->exchange(get(page, "/api/events")) == 200;
             if (!placeFreed) streams.pop_back();
         }
     }
@@ -135,10 +202,13 @@ TEST(PanelServing, SlowHeadersStreamsAndBadLengthsHoldNothingUpAStalledStreamIsD
 
     slow.clear();
     for (int i = 0; i < slowClients; ++i) slow.push_back(std::make_unique<RawConnection>(port));
-    auto ending = sim.terminate();  // with 32 streams and 16 silent connections open
+    auto ending = served->end();  // with 32 streams and 16 silent connections open
     EXPECT_LT(ending.took, 1s);
     EXPECT_TRUE(WIFEXITED(ending.status) && WEXITSTATUS(ending.status) == 0) << ending.status;
 }
+
+INSTANTIATE_TEST_SUITE_P(, PageServing, ::testing::Values("panel", "console"),
+                         [](const auto& page) { return page.param; });
 
 }  // namespace
 }  // namespace kelvane::testing
