@@ -52,7 +52,7 @@ json orNull(const std::string& text) { return text.empty() ? json(nullptr) : jso
 FixtureDesk::FixtureDesk(std::string address, Settings settings, Publish publish)
     : address_(std::move(address)), settings_(std::move(settings)), publish_(std::move(publish)),
       log_(std::make_shared<DeskLog>(address_, publish_,
-                                     settings_.processLog ? kelvane::standardErrorLog() : nullptr)),
+                                     settings_.processLog ? kelvane::defaultProcessLog() : nullptr)),
       thread_([this] { workToTheEnd(); }) {}
 
 FixtureDesk::~FixtureDesk() {
