@@ -1,7 +1,7 @@
 #include "simulator.hpp"
 
 #include "models.hpp"
-#if KELVANE_SIM_PANEL
+#if KELVANE_BROWSER_PAGES
 #include "panel_server.hpp"
 #else
 // A build without the panel never starts one: startPanel() refuses --http.
@@ -51,7 +51,7 @@ std::vector<std::string> Simulator::endpoints() {
 
 std::optional<std::string> Simulator::startPanel() {
     if (!http_) return std::nullopt;
-#if KELVANE_SIM_PANEL
+#if KELVANE_BROWSER_PAGES
     panel_ = std::make_unique<PanelServer>(server_, http_->address, http_->port);
     return panel_->url();
 #else
