@@ -51,10 +51,8 @@ TEST_F(CApiSimulatorTest, DestroyWhileAnotherThreadIsInsideACallEndsThatCallEarl
     // The calls are traced, and the trace records their end as the client decided it.
     const auto trace = fakes.root.path() / "destroyed.trace";
     KelvaneOptions options = KELVANE_OPTIONS_INIT;
-    options.port = static_cast<int>(sim.port());
-    options.callTimeoutMs = 600000;
-    options.traceFile = trace.c_str();
-    options.log = "off";
+    options.port = static_cast<int>(sim.port()), options.callTimeoutMs = 600000;
+    options.traceFile = trace.c_str(), options.log = "off";
     using Operation = const char* (*)(KelvaneHandle);
     auto destroyWhileWaiting = [&](const std::string& method, Operation operation) {
         sim.control(methods::sim::script, Value::array({{{"method", method}, {"delay_ms", 600000}}}));

@@ -5,7 +5,6 @@
 #include "virtual_clock.hpp"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <fmt/format.h>
 
@@ -83,23 +82,20 @@ void expectPlausibleReading(const std::string& line) {
     EXPECT_STREQ(item, "NOT SET");
 }
 
-// A slot's file: "Fixture3" writes to group 2.
-std::filesystem::path slotFile(const TemporaryDirectory& root, int slot, const char* name, const char* type) {
-    return root.path() /
-           fmt::format("Users/stnuser/Library/Logs/Korva/active/group2-slot{0}/user/{1}_Fixture3_Unit{0}.{2}", slot, name, type);
+std::filesystem::path slotFile(const SessionFixture& files, int slot, const char* name, const char* type) {
+    return files.slotFolder(slot) / fmt::format("{1}_Fixture3_Unit{0}.{2}", slot, name, type);
 }
 
 TEST(TecSimulator, FourWorkersRunPassByPassAndRecordTheInjectedFaults) {
     SimulatorProcess sim;
-    TemporaryDirectory root;
+    SessionFixture files;  // the slots' folders, "Fixture3" writing to group 2
     auto stepper = std::make_shared<PassStepper>();
-    Platform platform{stepper, std::make_shared<CapturingLog>(), root.path(), Platform::defaults().connect};
-    auto session = FixtureControl::initWithIP(
-        {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", sim.port()}}}, {"identifier", "Fixture3"}}, platform);
+    Value topology = SessionFixture::topology();
+    topology["FixtureIP"]["port"] = sim.port();
+    auto session = FixtureControl::initWithIP(topology, {stepper, files.log, files.root.path(), Platform::defaults().connect});
     ASSERT_NE(session, nullptr);
     ASSERT_TRUE(session->setUpTecMonitoring(4));
-    const auto csvFile = [&](int slot) { return slotFile(root, slot, "TecTemp", "csv"); };
-    for (int slot = 1; slot <= 4; ++slot) std::filesystem::create_directories(csvFile(slot).parent_path());
+    const auto csvFile = [&](int slot) { return slotFile(files, slot, "TecTemp", "csv"); };
     struct StopWorkers {
         PassStepper& clock;
         FixtureControl& session;
@@ -126,7 +122,7 @@ TEST(TecSimulator, FourWorkersRunPassByPassAndRecordTheInjectedFaults) {
         ASSERT_EQ(csv[slot].size(), 1u + passes);
         EXPECT_EQ(csv[slot][0], csvHeader);
         for (std::size_t pass = 2; pass <= passes; ++pass) expectPlausibleReading(csv[slot][pass]);
-        const auto monitor = linesOf(slotFile(root, slot, "TecControlMonitor", "log"));
+        const auto monitor = linesOf(slotFile(files, slot, "TecControlMonitor", "log"));
         const auto countOf = [&](const std::string& text) {
             return std::size_t(std::count_if(monitor.begin(), monitor.end(), [&](auto& l) { return l.find(text) != l.npos; }));
         };

@@ -70,8 +70,20 @@ TEST(SimulatedJournalTest, AFloodOfRequestsLeavesTheJournalWithinItsMemoryBound)
     if (!measured) GTEST_SKIP() << "resident size not checked under a sanitizer or without /proc";
 }
 
-TEST(SimulatedScriptsTest, ScriptsOverrideTheModelForTheirTimesInQueueOrderOrLetItActOrSwallowTheRequest) {
+TEST(SimulatedScriptsTest, ABadBatchAddsNoneScriptsOverrideTheModelForTheirTimesInOrderOrLetItActOrSwallowIt) {
     InProcessFixture fixture;
+    Value batch = {{{"method", fanSpeed}, {"reply", 1}}, {{"method", fanSpeed}, {"action", "explode"}}};
+    const auto error = fixture.ask(m::sim::script, Value::array({batch})).second.value_or(RpcError{});
+    EXPECT_EQ(error.code, jsonrpc::invalidParamsError);
+    EXPECT_NE(error.message.find("script 2"), std::string::npos) << error.message;
+    for (Value bad : {Value{{"method", fanSpeed}, {"action", "error"}}, Value{{"method", fanSpeed}, {"times", 0}},
+                      Value{{"method", fanSpeed}, {"delay", 5}}, Value{{"reply", 1}},
+                      Value{{"method", fanSpeed}, {"action", "raw"}}}) {
+        auto refused = fixture.ask(m::sim::script, Value::array({bad})).second;
+        EXPECT_TRUE(refused && refused->message.find("no script given") == std::string::npos) << bad.dump();
+    }
+    EXPECT_EQ(fixture.call(fanSpeed, {1}), 0);
+
     fixture.call(m::sim::script, {{{"method", fanSpeed}, {"action", "reply"}, {"reply", "first"}, {"times", 2}},
                                   {{"method", fanSpeed}, {"action", "error"}, {"error", {{"code", 7}, {"message", "boom"}}},
                                    {"times", 2}, {"delay_ms", 600}}});
@@ -95,21 +107,6 @@ TEST(SimulatedScriptsTest, ScriptsOverrideTheModelForTheirTimesInQueueOrderOrLet
     EXPECT_EQ(fixture.call(m::magnetControl, {"on"}), "done") << "a reply without a value: the model's";
     EXPECT_FALSE(fixture.send(jsonrpc::encodeRequest({1, std::string(m::magnetControl), {"off"}, nullptr})));
     EXPECT_EQ(fixture.call(m::sim::state)["lock"], "on") << "the model acted, then a swallowed request did not";
-}
-
-TEST(SimulatedScriptsTest, MalformedScriptIsRejectedAndNoneOfTheBatchIsAdded) {
-    InProcessFixture fixture;
-    Value batch = {{{"method", fanSpeed}, {"reply", 1}}, {{"method", fanSpeed}, {"action", "explode"}}};
-    const auto error = fixture.ask(m::sim::script, Value::array({batch})).second.value_or(RpcError{});
-    EXPECT_EQ(error.code, jsonrpc::invalidParamsError);
-    EXPECT_NE(error.message.find("script 2"), std::string::npos) << error.message;
-    for (Value bad : {Value{{"method", fanSpeed}, {"action", "error"}}, Value{{"method", fanSpeed}, {"times", 0}},
-                      Value{{"method", fanSpeed}, {"delay", 5}}, Value{{"reply", 1}},
-                      Value{{"method", fanSpeed}, {"action", "raw"}}}) {
-        auto refused = fixture.ask(m::sim::script, Value::array({bad})).second;
-        EXPECT_TRUE(refused && refused->message.find("no script given") == std::string::npos) << bad.dump();
-    }
-    EXPECT_EQ(fixture.call(fanSpeed, {1}), 0);
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ protected:
     InProcessFixture fixture{{.travel = 150ms, .lift = 100ms}};
 };
 
-TEST_F(SimulatedTrayTest, ForbiddenMovesAreRefusedWithoutMovingAndNothingIsActiveWhileTravelling) {
+TEST_F(SimulatedTrayTest, ForbiddenMovesAreRefusedNothingIsActiveWhileTravellingStuckAndStalledHoldTillCleared) {
     EXPECT_EQ(fixture.call(m::fixtureDown), "down_refused: tray is not in");
     set({{"tray", {{"horizontal", "IN"}, {"vertical", "DOWN"}}}});
     EXPECT_EQ(fixture.call(m::fixtureOut), "out_refused: tray is not up");
@@ -46,9 +46,8 @@ TEST_F(SimulatedTrayTest, ForbiddenMovesAreRefusedWithoutMovingAndNothingIsActiv
     EXPECT_EQ(sensors(), (Value{{"down", 0}, {"in", 0}, {"out", 0}, {"up", 1}}));
     fixture.advance(1ms);
     EXPECT_EQ(sensors(), outAndUp);
-}
 
-TEST_F(SimulatedTrayTest, StuckSensorReadsItsValueAndStalledMoveNeverCompletesUntilCleared) {
+    // A stuck sensor reads its value, a stalled move never completes, until each is cleared.
     set({{"stuck", {{"up", 0}, {"in", "1"}}}});
     EXPECT_EQ(fixture.call(m::upSensorRead), 0);
     EXPECT_EQ(fixture.call(m::inSensorRead), "1");
@@ -66,8 +65,28 @@ TEST_F(SimulatedTrayTest, StuckSensorReadsItsValueAndStalledMoveNeverCompletesUn
     EXPECT_EQ(sensors(), outAndUp);
 }
 
-TEST(SimulatedFixtureTest, EachPartAnswersAndKeepsItsStateUntilReset) {
+// Malformed arguments get a text, sim.set what it does not know an error; neither changes anything.
+TEST(SimulatedFixtureTest, EachPartRefusesMalformedArgumentsAnswersAndKeepsItsStateUntilReset) {
     InProcessFixture fixture;
+    auto expectUntouched = [&] {
+        Value state = fixture.call(m::sim::state);
+        EXPECT_EQ(Value::array({state["initialised"], state["lock"], state["dut"]}), Value::array({false, "off", true}));
+        EXPECT_TRUE(state["fans"].empty() && state["io"].empty() && state["leds"].empty());
+    };
+    const std::vector<std::pair<std::string_view, Value>> malformed = {
+        {m::magnetControl, {"ON"}},        {m::magnetControl, Value::array()},
+        {m::setFanSpeed, {1, "fast"}},     {m::setFanSpeed, {1, 2.5}},
+        {m::fixtureIoSet, {{10, 1}}},      {m::fixtureIoSet, {{{10, 1}, {11}}}},
+        {m::ledControl, {"UUT", "BLUE"}},  {m::ledControl, {"slot1", "BLUE"}},
+        {m::ledBlinkControl, {"UUT1"}},
+    };
+    for (const auto& [method, params] : malformed)
+        EXPECT_TRUE(describedContains(fixture.call(method, params), "_refused: ")) << method << params.dump();
+    for (Value bad : {Value{{"stall", "sideways"}}, Value{{"gravity", 1}}, Value{{"travel_ms", -1}}}) {
+        EXPECT_EQ(fixture.failure(m::sim::set, Value::array({bad})), jsonrpc::invalidParamsError) << bad.dump();
+    }
+    expectUntouched();
+
     EXPECT_EQ(fixture.call(m::serverMode), "normal");
     EXPECT_EQ(fixture.call(m::fixtureInitialise), "done");
     EXPECT_EQ(fixture.call(m::magnetControl, {"on"}), "done");
@@ -87,36 +106,13 @@ TEST(SimulatedFixtureTest, EachPartAnswersAndKeepsItsStateUntilReset) {
     EXPECT_EQ(state["io"], (Value{{"10", 1}, {"11", 0}, {"12", 1}}));
     EXPECT_EQ(state["leds"], (Value{{"UUT2", {{"mode", "BLUE"}, {"blink", false}}},
                                     {"STATUS", {{"mode", "RED"}, {"blink", true}}}}));
-
     EXPECT_EQ(fixture.call(m::sim::reset), "done");
-    state = fixture.call(m::sim::state);
-    EXPECT_EQ(Value::array({state["initialised"], state["lock"], state["dut"]}), Value::array({false, "off", true}));
-    EXPECT_TRUE(state["fans"].empty() && state["io"].empty() && state["leds"].empty());
+    expectUntouched();
 
     InProcessFixture withoutDut({.dutPresent = false});
     withoutDut.call(m::sim::set, {{{"dut", true}}});
     withoutDut.call(m::sim::reset);
     EXPECT_EQ(withoutDut.call(m::dutSensorRead), "dut_sensor_off") << "the start setting holds after a reset";
-}
-
-// sim.set refuses what it does not know with an error, not a text.
-TEST(SimulatedFixtureTest, MalformedArgumentsAreRefusedWithATextAndChangeNothing) {
-    InProcessFixture fixture;
-    const std::vector<std::pair<std::string_view, Value>> malformed = {
-        {m::magnetControl, {"ON"}},        {m::magnetControl, Value::array()},
-        {m::setFanSpeed, {1, "fast"}},     {m::setFanSpeed, {1, 2.5}},
-        {m::fixtureIoSet, {{10, 1}}},      {m::fixtureIoSet, {{{10, 1}, {11}}}},
-        {m::ledControl, {"UUT", "BLUE"}},  {m::ledControl, {"slot1", "BLUE"}},
-        {m::ledBlinkControl, {"UUT1"}},
-    };
-    for (const auto& [method, params] : malformed)
-        EXPECT_TRUE(describedContains(fixture.call(method, params), "_refused: ")) << method << params.dump();
-    for (Value bad : {Value{{"stall", "sideways"}}, Value{{"gravity", 1}}, Value{{"travel_ms", -1}}}) {
-        EXPECT_EQ(fixture.failure(m::sim::set, Value::array({bad})), jsonrpc::invalidParamsError) << bad.dump();
-    }
-    Value state = fixture.call(m::sim::state);
-    EXPECT_EQ(state["lock"], "off");
-    EXPECT_TRUE(state["fans"].empty() && state["io"].empty() && state["leds"].empty());
 }
 
 }  // namespace

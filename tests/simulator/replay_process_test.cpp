@@ -19,7 +19,6 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 
 namespace kelvane::testing {
 namespace {
@@ -53,14 +52,10 @@ protected:
     // A session in virtual time, so its polls and TEC waits depend on the answers alone (the
     // recording's tray moves at once, so a poll sees it done); traced into `trace` when asked.
     std::shared_ptr<FixtureControl> connect(SimulatorProcess& controller, bool traced) {
-        auto connectTransport = [](const std::string& ip, std::uint32_t port) -> std::shared_ptr<RpcClient> {
-            RPCClientWrapper::Options options;
-            options.defaultTimeout = callWait, options.timeoutMargin = callMargin;
-            return RPCClientWrapper::initWithIP(ip, port, options);
-        };
         auto session = FixtureControl::initWithIP(
             {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", controller.port()}}}, {"identifier", "Fixture3"}},
-            {std::make_shared<VirtualClock>(), std::make_shared<CapturingLog>(), root.path(), connectTransport,
+            {std::make_shared<VirtualClock>(), std::make_shared<CapturingLog>(), root.path(),
+             RPCClientWrapper::factory({.defaultTimeout = callWait, .timeoutMargin = callMargin}),
              traced ? traceFile(trace, 1 << 30) : nullptr});
         EXPECT_TRUE(session && session->setUpTecMonitoring(4));
         return session;
@@ -136,12 +131,7 @@ struct Ran {
 Ran run(const std::string& command, const std::filesystem::path& folder) {
     auto out = folder / "out", err = folder / "err";
     int status = std::system((command + " >" + out.string() + " 2>" + err.string()).c_str());
-    auto text = [](const std::filesystem::path& path) {
-        std::ostringstream all;
-        all << std::ifstream(path).rdbuf();
-        return all.str();
-    };
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text(out), text(err)};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, fileText(out), fileText(err)};
 }
 
 // A line of 200 MiB between valid ones cost a reading all its memory, or silently ended it, and
