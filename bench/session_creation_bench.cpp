@@ -1,8 +1,8 @@
 // How long creating a session takes (what createKelvaneDev does, on a port of our choosing):
 // against a loopback port where nothing listens (the connect grace), and against a live
-// kelvane-sim (the "server.mode" probe).
+// simulator (the "server.mode" probe), which runs in the benchmark's process.
+#include "in_process_simulator.hpp"
 #include "simulator_main.hpp"
-#include "simulator_process.hpp"
 
 #include <kelvane/FixtureControl.hpp>
 
@@ -14,9 +14,9 @@
 
 namespace {
 
-using kelvane::testing::SimulatorProcess;
+using kelvane::bench::InProcessSimulator;
 
-SimulatorProcess* simulator = nullptr;
+InProcessSimulator* simulator = nullptr;
 std::uint32_t closedPort = 0;
 
 void createSession(benchmark::State& state, std::uint32_t port, bool expectSession) {
@@ -42,9 +42,9 @@ BENCHMARK(CreateSessionLiveSimulator)->UseRealTime()->Unit(benchmark::kMilliseco
 }  // namespace
 
 int main(int argc, char** argv) {
-    auto findClosedPort = [](SimulatorProcess&) {
-        closedPort = SimulatorProcess().port();  // just given up, so nothing listens
+    auto findClosedPort = [](InProcessSimulator&) {
+        closedPort = InProcessSimulator().port();  // just given up, so nothing listens
     };
-    return kelvane::bench::runWithSimulator(argc, argv, simulator,
-                                            {"the session creation benchmarks", findClosedPort});
+    return kelvane::bench::runWithSimulator<InProcessSimulator>(
+        argc, argv, simulator, {"the session creation benchmarks", findClosedPort});
 }

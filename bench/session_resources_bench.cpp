@@ -1,4 +1,5 @@
-// What an idle session costs its host, against one kelvane-sim (all on loopback):
+// What an idle session costs its host, against one kelvane-sim (all on loopback), a process of
+// its own so that it adds nothing to the counts:
 // - IdleSessionCpu: process CPU time (user + system, all threads) while one connected session
 //   sits idle for 10 s.
 // - ResourcesWithSessions/N: the process's threads with N sessions open (N = 1, 16, 256), and the
@@ -9,8 +10,8 @@
 // and closed before the benchmarks, so the counts are of the sessions alone. The benchmark
 // raises its own descriptor limit: a build that gives each session a context needs thousands.
 #include "process_resources.hpp"
+#include "simulator_child.hpp"
 #include "simulator_main.hpp"
-#include "simulator_process.hpp"
 
 #include <kelvane/FixtureControl.hpp>
 
@@ -27,11 +28,11 @@
 
 namespace {
 
-using kelvane::testing::SimulatorProcess;
+using kelvane::bench::SimulatorChild;
 
 constexpr auto idleTime = std::chrono::seconds(10);
 constexpr int cycles = 2000;
-SimulatorProcess* simulator = nullptr;
+SimulatorChild* simulator = nullptr;
 
 std::shared_ptr<kelvane::FixtureControl> openSession() {
     return kelvane::FixtureControl::initWithIP(
@@ -130,7 +131,6 @@ void raiseDescriptorLimit() {
 
 int main(int argc, char** argv) {
     raiseDescriptorLimit();
-    return kelvane::bench::runWithSimulator(argc, argv, simulator,
-                                            {"the session resource benchmarks",
-                                             [](auto&) { openSession(); }});
+    return kelvane::bench::runWithSimulator<SimulatorChild>(
+        argc, argv, simulator, {"the session resource benchmarks", [](auto&) { openSession(); }});
 }

@@ -2,8 +2,6 @@
 // the command line selects, and reports a failure to start in one line.
 #pragma once
 
-#include "simulator_process.hpp"
-
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -12,20 +10,22 @@
 
 namespace kelvane::bench {
 
+// `Simulator`: InProcessSimulator or SimulatorChild.
+template <class Simulator>
 struct SimulatorRun {
     const char* what;  // "the transport benchmarks", for the failure line
-    std::function<void(testing::SimulatorProcess&)> before{};  // once the simulator listens
-    std::function<void()> after{};                              // while it still runs
-    benchmark::BenchmarkReporter* reporter = nullptr;         // the console's when null
+    std::function<void(Simulator&)> before{};            // once the simulator listens
+    std::function<void()> after{};                       // while it still runs
+    benchmark::BenchmarkReporter* reporter = nullptr;  // the console's when null
 };
 
 // `simulator` points at the running simulator while the benchmarks run.
-inline int runWithSimulator(int argc, char** argv, testing::SimulatorProcess*& simulator,
-                            const SimulatorRun& run) {
+template <class Simulator>
+int runWithSimulator(int argc, char** argv, Simulator*& simulator, const SimulatorRun<Simulator>& run) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     try {
-        testing::SimulatorProcess sim;
+        Simulator sim;
         simulator = &sim;
         if (run.before) run.before(sim);
         benchmark::RunSpecifiedBenchmarks(run.reporter);

@@ -9,7 +9,7 @@
 //   with four slots' workers all resting between passes, or at any moment of their run.
 // All write the slots' real files below a temporary root.
 #include "process_resources.hpp"
-#include "session_fixture.hpp"
+#include "temporary_directory.hpp"
 
 #include <kelvane/FixtureControl.hpp>
 #include <kelvane/protocol/can_bus.hpp>

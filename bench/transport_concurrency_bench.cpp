@@ -1,12 +1,13 @@
-// Several threads calling through one RPCClientWrapper, against one kelvane-sim:
+// Several threads calling through one RPCClientWrapper, against one simulator running in the
+// benchmark's process:
 // - FourSlowCallsTogether: four threads each make a call the simulator answers after 10 ms; the
 //   real time per iteration is the wall time of the four together (40 ms if they were serialised).
 // - LibraryCallsFrom8Threads / BareSocketsFrom8Threads: "server.mode" calls per second from eight
 //   threads through one client, against eight threads with a bare DEALER socket each.
 #include "bare_dealer.hpp"
 #include "rpc/rpc_client_wrapper.hpp"
+#include "in_process_simulator.hpp"
 #include "simulator_main.hpp"
-#include "simulator_process.hpp"
 
 #include <kelvane/protocol/json_rpc.hpp>
 #include <kelvane/protocol/methods.hpp>
@@ -25,10 +26,10 @@
 
 namespace {
 
-using kelvane::testing::SimulatorProcess;
+using kelvane::bench::InProcessSimulator;
 
 constexpr int slowReplyMs = 10;
-SimulatorProcess* simulator = nullptr;
+InProcessSimulator* simulator = nullptr;
 std::shared_ptr<kelvane::RPCClientWrapper> shared;
 std::atomic<std::int64_t> bareIds{0};
 
@@ -62,13 +63,13 @@ BENCHMARK(BareSocketsFrom8Threads)->Threads(8)->UseRealTime();
 }  // namespace
 
 int main(int argc, char** argv) {
-    auto prepare = [](SimulatorProcess& sim) {
+    auto prepare = [](InProcessSimulator& sim) {
         namespace m = kelvane::methods;
         sim.control(m::sim::script, kelvane::Value::array({{{"method", m::getFanSpeed},
                                                              {"reply", "slow"},
                                                              {"delay_ms", slowReplyMs}}}));
         shared = kelvane::RPCClientWrapper::initWithIP("127.0.0.1", sim.port());
     };
-    return kelvane::bench::runWithSimulator(argc, argv, simulator,
-                                            {"the concurrency benchmarks", prepare, [] { shared.reset(); }});
+    return kelvane::bench::runWithSimulator<InProcessSimulator>(
+        argc, argv, simulator, {"the concurrency benchmarks", prepare, [] { shared.reset(); }});
 }

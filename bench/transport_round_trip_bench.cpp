@@ -1,12 +1,12 @@
 // One "server.mode" round trip through RPCClientWrapper, against the same round trip made with
-// a bare DEALER socket sending the same JSON text, both to one kelvane-sim. The ratio of the two
-// is what the client's own machinery (locking, id matching, JSON, waiting) costs. The library's
-// round trip is also made through the tracing client, a trace written: that ratio is what
-// tracing costs.
+// a bare DEALER socket sending the same JSON text, both to one simulator running in the
+// benchmark's process. The ratio of the two is what the client's own machinery (locking, id
+// matching, JSON, waiting) costs. The library's round trip is also made through the tracing
+// client, a trace written: that ratio is what tracing costs.
 #include "bare_dealer.hpp"
 #include "rpc/rpc_client_wrapper.hpp"
+#include "in_process_simulator.hpp"
 #include "simulator_main.hpp"
-#include "simulator_process.hpp"
 
 #include <kelvane/Platform.hpp>
 #include <kelvane/protocol/json_rpc.hpp>
@@ -29,13 +29,13 @@
 
 namespace {
 
-using kelvane::testing::SimulatorProcess;
+using kelvane::bench::InProcessSimulator;
 
 constexpr const char* libraryRun = "LibraryRoundTrip";
 constexpr const char* bareRun = "BareDealerRoundTrip";
 constexpr const char* tracedRun = "TracedLibraryRoundTrip";
 
-SimulatorProcess* simulator = nullptr;
+InProcessSimulator* simulator = nullptr;
 
 const std::filesystem::path tracePath =
     std::filesystem::temp_directory_path() / "kelvane-transport-bench.trace";
@@ -130,6 +130,6 @@ int main(int argc, char** argv) {
         std::filesystem::remove(tracePath);
         std::filesystem::remove(std::filesystem::path(tracePath).concat(".1"));
     };
-    return kelvane::bench::runWithSimulator(argc, argv, simulator,
-                                            {"the transport benchmarks", nullptr, finish, &reporter});
+    return kelvane::bench::runWithSimulator<InProcessSimulator>(
+        argc, argv, simulator, {"the transport benchmarks", nullptr, finish, &reporter});
 }

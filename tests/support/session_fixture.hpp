@@ -3,18 +3,16 @@
 #pragma once
 
 #include "fake_rpc_client.hpp"
+#include "temporary_directory.hpp"
 #include "virtual_clock.hpp"
 
 #include <kelvane/FixtureControl.hpp>
-
-#include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <memory>
-#include <stdexcept>
 #include <string>
 
 namespace kelvane {
@@ -26,23 +24,6 @@ inline std::string fileText(const std::filesystem::path& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
-
-// A fresh folder of its own, removed with everything in it when the object goes away.
-class TemporaryDirectory {
-public:
-    TemporaryDirectory() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kelvane-test-XXXXXX").string();
-        path_ = ::mkdtemp(pattern.data()) ? pattern : throw std::runtime_error("no temporary folder");
-    }
-    ~TemporaryDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    const std::filesystem::path& path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
 
 struct SessionFixture {
     std::shared_ptr<FakeRpcClient> controller = std::make_shared<FakeRpcClient>();
