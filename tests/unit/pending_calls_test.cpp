@@ -7,10 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <future>
-#include <optional>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace kelvane {
 namespace {
@@ -112,12 +109,9 @@ TEST(PendingCalls, ClosingFailsWaitingAndLaterCallsAndWaitsForCallersToLeave) {
     std::atomic<int> strayAccepted{0};
     ASSERT_TRUE(calls.tryTakeReaderTurn());  // a reader that never answers
     std::vector<std::future<Value>> waiting;
-    for (std::int64_t id = 1; id <= 8; ++id) {
+    for (std::int64_t id = 1; id <= 8; ++id)
         waiting.push_back(std::async(std::launch::async, [&, id] { return callThrough(calls, id, strayAccepted); }));
-    }
-    for (std::size_t registered = 0; registered < 8; std::this_thread::sleep_for(1ms)) {
-        registered += calls.takeUnsent().size();
-    }
+    for (std::size_t registered = 0; registered < 8; std::this_thread::sleep_for(1ms)) registered += calls.takeUnsent().size();
 
     std::optional<CallerPresence> lingering;
     lingering.emplace(calls);
