@@ -15,8 +15,7 @@ namespace {
 
 struct Move {
     Value (FixtureControl::*start)();
-    std::vector<std::pair<std::string, Value>> ready;  // the sensor reads before the move, in order,
-                                                       // with answers that let it start
+    std::vector<std::pair<std::string, Value>> ready;  // the reads before the move, answered to let it start
     std::vector<std::string> log;                       // the lines logged up to the move
     std::string moveMethod, ack, sensor;
     double deadline;
@@ -58,8 +57,7 @@ std::shared_ptr<FixtureControl> readyToMove(SessionFixture& fixture, const Move&
 
 }  // namespace
 
-// A reply that is not the exact acknowledgement is returned without polling; after the
-// acknowledgement, only the number 1 from the target sensor is success. Every call is plain.
+// A reply other than the exact acknowledgement is returned without polling. Every call is plain.
 TEST(TrayMotion, ExactAcknowledgementThenTheNumberOneFromTheTargetSensorIsSuccess) {
     for (const auto& move : moves) {
         for (Value reply : {Value(), Value(move.ack + "\r"), Value(kelvane::upperCased(move.ack)), Value(1),
@@ -113,7 +111,6 @@ TEST(TrayMotion, DeadlineCountsFromTheMoveReplyOnTheSteadyClockAndAllowsOneReadP
     }
 }
 
-// A session closed during a move ends the poll at its next step: the move is not confirmed.
 TEST(TrayMotion, ClosingTheSessionEndsThePollAtItsNextStep) {
     SessionFixture fixture;
     auto session = readyToMove(fixture, moves[2], "in_done", {0});

@@ -179,9 +179,8 @@ TEST_F(TecMonitor, SecondOnFailsToRestartAndOffSkipsTheSecondOfTwoWorkersSideByS
     EXPECT_EQ(switchLog()[1], "Slot2_TecTempThread is Cancelled");
 }
 
-// The object lock covers a whole pass, its warm-up sleep too, so neither another slot's pass nor
-// a reading on demand sends anything meanwhile; the "running" line before a pass and the pause
-// after it stay outside.
+// Neither another slot's pass nor a reading on demand sends anything during a pass's warm-up sleep;
+// the "running" line before a pass and the pause after it hold no lock.
 TEST_F(TecMonitor, APassHoldsTheObjectLockThroughItsWarmUpSleepButNotItsRunningLineOrItsRest) {
     setUpSlots();
     session->tecTempStableFlag(Value::array({"NO", "YES", "YES", "YES"}));

@@ -34,8 +34,7 @@ std::vector<Value> traceLines(const std::filesystem::path& path) {
 
 }  // namespace
 
-// The outcome is the one the wrapped client decided (its error's kind), not guessed from the
-// code: a controller may answer with any code, the client's own ones included.
+// The outcome is the wrapped client's error kind, not guessed from a code any controller may send.
 TEST(TraceWriter, TracedCallsCarryTheCallBothClocksAndTheOutcomeTheClientDecided) {
     TemporaryDirectory folder;
     auto clock = std::make_shared<VirtualClock>(1'700'000'000.25);
@@ -72,8 +71,7 @@ TEST(TraceWriter, TracedCallsCarryTheCallBothClocksAndTheOutcomeTheClientDecided
     EXPECT_EQ(std::tie(lines[4]["id"], lines[4]["ms"]), std::tuple(5, 0.0));
 }
 
-// Eight threads share one writer: every line arrives whole, none is lost below the limit, and
-// past it the file is moved once to "<file>.1" and a new one begun, neither passing the limit.
+// No line is lost below the limit; past it the file is moved once to "<file>.1", neither passing it.
 TEST(TraceWriter, EightThreadsWriteWholeLinesAndTheFileRotatesOnceAtItsLimit) {
     TemporaryDirectory folder;
     const auto path = folder.path() / "trace.jsonl";
@@ -115,9 +113,8 @@ TEST(TraceWriter, EightThreadsWriteWholeLinesAndTheFileRotatesOnceAtItsLimit) {
     EXPECT_GT(std::filesystem::file_size(older), limit / 2);
 }
 
-// A host that passes no settings turns tracing on from its environment. A trace that cannot be
-// written loses its lines, never a call: the client answers as it would untraced. The file is
-// tried again at each line, so a folder made later gets the trace.
+// A host that passes no settings turns tracing on from its environment. An unwritable trace loses
+// its lines, never a call; the file is tried again at each line.
 TEST(TraceWriter, AnUnwritableTraceLeavesCallsAloneAndIsTriedAgain) {
     TemporaryDirectory folder;
     const auto path = folder.path() / "later" / "trace.jsonl";
