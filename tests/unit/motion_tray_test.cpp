@@ -184,29 +184,21 @@ TEST(MotionSensors, PositionSummaryUsesIntegerValuesInOrderAndTheDutReplyIsRetur
     }
 }
 
-TEST(MotionLock, OnlyExactOnAndOffDriveTheMagnet) {
+TEST(MotionLockAndInit, OnlyExactOnAndOffDriveTheMagnetAndInitSendsTheTripleNestedIoList) {
     SessionFixture fixture;
     auto session = fixture.connect();
     fixture.controller->answer("vantrel.magnet_control", "magnet done");
+    fixture.controller->answer("vantrel.fixture_io_set", "FAIL");
     EXPECT_EQ(session->fixtureLock("on"), "magnet done");
     EXPECT_EQ(session->fixtureLock("off"), "magnet done");
     for (const char* unknown : {"ON", "Off", "on "}) EXPECT_EQ(session->fixtureLock(unknown), "Unknown state!");
-
-    EXPECT_THAT(fixture.controller->requests(),
-                ElementsAre(R"(vantrel.magnet_control ["on"])", R"(vantrel.magnet_control ["off"])"));
-    EXPECT_THAT(fixture.log->lines(), ElementsAre("Fixture Lock!", "Fixture Unlock!", "Unknown state!",
-                                                  "Unknown state!", "Unknown state!"));
-}
-
-TEST(MotionInit, SendsTheTripleNestedIoListAndLogsReplyAndError) {
-    SessionFixture fixture;
-    auto session = fixture.connect();
-    fixture.controller->answer("vantrel.fixture_io_set", "FAIL");
     EXPECT_EQ(session->fixtureInit(), "FAIL");  // not tested, handed back
     EXPECT_THAT(fixture.controller->requests(),
-                ElementsAre(R"(vantrel.fixture_io_set [[[[10,0]]]] {"timeout_ms":20000})"));
+                ElementsAre(R"(vantrel.magnet_control ["on"])", R"(vantrel.magnet_control ["off"])",
+                            R"(vantrel.fixture_io_set [[[[10,0]]]] {"timeout_ms":20000})"));
     EXPECT_THAT(fixture.log->lines(),
-                ElementsAre("Fixture Init.", "(\n        (\n                (\n            10,\n            0\n        )\n    )\n)",
+                ElementsAre("Fixture Lock!", "Fixture Unlock!", "Unknown state!", "Unknown state!", "Unknown state!",
+                            "Fixture Init.", "(\n        (\n                (\n            10,\n            0\n        )\n    )\n)",
                             "RRRRPPPPCCC!!!!!!", "FAIL", "(null)"));
 
     SessionFixture failing;
