@@ -55,20 +55,18 @@ std::vector<std::string> readLines(int fd, int count) {
 ProcessEnding endWith(pid_t pid, int signal, std::chrono::milliseconds grace) {
     using Clock = std::chrono::steady_clock;
     ProcessEnding ending;
-    auto start = Clock::now();
-    auto took = [&] { return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start); };
+    const auto start = Clock::now(), deadline = start + grace;
     ::kill(pid, signal);
     ::kill(pid, SIGCONT);
-    for (auto deadline = start + grace; Clock::now() < deadline;) {
-        if (::waitpid(pid, &ending.status, WNOHANG) != 0) {  // gone, or not ours
-            ending.took = took();
-            return ending;
+    while (::waitpid(pid, &ending.status, WNOHANG) == 0) {  // not yet gone (nor not ours)
+        if (Clock::now() >= deadline) {
+            ::kill(pid, SIGKILL);
+            ::waitpid(pid, nullptr, 0);
+            break;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    ::kill(pid, SIGKILL);
-    ::waitpid(pid, nullptr, 0);
-    ending.took = took();
+    ending.took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
     return ending;
 }
 

@@ -34,10 +34,7 @@ class FakeRpcClient final : public RpcClient {
 public:
     // Calls allowed from now on. One past the budget fails the test and throws, so code that
     // would call for ever ends the test instead of hanging it.
-    void limitCalls(std::size_t budget) {
-        std::lock_guard lock(mutex_);
-        budget_ = budget, spent_ = 0;
-    }
+    void limitCalls(std::size_t budget) { std::lock_guard lock(mutex_); budget_ = budget, spent_ = 0; }
 
     // Answers queued for one method are used in order; the last one stays for later calls until
     // a new answer is given.
@@ -50,10 +47,7 @@ public:
     }
     void fail(const std::string& method, RpcError error) { answer(method, ScriptedAnswer{nullptr, std::move(error)}); }
     // Drops every answer queued for the method: it answers nothing from now on.
-    void forget(const std::string& method) {
-        std::lock_guard lock(mutex_);
-        answers_.erase(method);
-    }
+    void forget(const std::string& method) { std::lock_guard lock(mutex_); answers_.erase(method); }
     void onCall(std::function<void(const RecordedCall&)> hook) { hook_ = std::move(hook); }
 
     Value call(const std::string& method, const Value& args, const Value& kwargs,
@@ -75,32 +69,24 @@ public:
         return scripted.reply;
     }
 
-    std::vector<RecordedCall> calls() const {
-        std::lock_guard lock(mutex_);
-        return calls_;
-    }
+    std::vector<RecordedCall> calls() const { std::lock_guard lock(mutex_); return calls_; }
     // Each call as the controller saw it: the method, then its positional arguments unless
     // there were none, then its keyword arguments if there were any, e.g.
     // `vantrel.fixture_io_set [[[10,1]]] {"timeout_ms":20000}`.
     std::vector<std::string> requests() const {
-        std::lock_guard lock(mutex_);
         std::vector<std::string> lines;
-        for (const auto& call : calls_) {
+        for (const auto& call : calls()) {
             lines.push_back(call.method + (call.args == Value::array() ? "" : " " + call.args.dump()) +
                             (call.kwargs.is_null() ? "" : " " + call.kwargs.dump()));
         }
         return lines;
     }
     std::vector<std::string> methods() const {
-        std::lock_guard lock(mutex_);
         std::vector<std::string> names;
-        for (const auto& call : calls_) names.push_back(call.method);
+        for (const auto& call : calls()) names.push_back(call.method);
         return names;
     }
-    void clearCalls() {
-        std::lock_guard lock(mutex_);
-        calls_.clear();
-    }
+    void clearCalls() { std::lock_guard lock(mutex_); calls_.clear(); }
 
 private:
     mutable std::mutex mutex_;

@@ -11,13 +11,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <memory>
 #include <string>
 
-namespace kelvane {
-
-namespace testing {
+namespace kelvane::testing {
 
 // A file's bytes as they are; empty when it cannot be read.
 inline std::string fileText(const std::filesystem::path& path) {
@@ -62,5 +59,4 @@ struct SessionFixture {
     }
 };
 
-}  // namespace testing
-}  // namespace kelvane
+}  // namespace kelvane::testing

@@ -1,28 +1,25 @@
 #include "simulator_process.hpp"
 
-#include "child_process.hpp"
 #include "rpc/rpc_client_wrapper.hpp"
 
 #include <gtest/gtest.h>
 
 #include <signal.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 namespace kelvane::testing {
 namespace {
 
-using std::chrono::milliseconds;
-
-constexpr milliseconds stopGrace{2000};
+constexpr std::chrono::milliseconds stopGrace{2000};
 // A port just given up by a killed simulator may take a moment before it can be bound again.
 constexpr int restartAttempts = 20;
-constexpr milliseconds restartPause{100};
+constexpr std::chrono::milliseconds restartPause{100};
 
 }  // namespace
 
@@ -70,18 +67,12 @@ void SimulatorProcess::stop() { terminate(); }
 
 SimulatorProcess::Ending SimulatorProcess::terminate() {
     for (auto& fixture : fixtures_) fixture.controlClient.reset();
-    if (pid_ <= 0) return {};
-    auto ending = endWith(pid_, SIGTERM, stopGrace);
-    pid_ = -1;
-    return ending;
+    return pid_ > 0 ? endWith(std::exchange(pid_, -1), SIGTERM, stopGrace) : Ending{};
 }
 
 void SimulatorProcess::kill() {
     for (auto& fixture : fixtures_) fixture.controlClient.reset();
-    if (pid_ <= 0) return;
-    ::kill(pid_, SIGKILL);
-    ::waitpid(pid_, nullptr, 0);
-    pid_ = -1;
+    if (pid_ > 0) endWith(std::exchange(pid_, -1), SIGKILL, stopGrace);
 }
 
 void SimulatorProcess::pause() {

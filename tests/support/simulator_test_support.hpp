@@ -41,10 +41,8 @@ protected:
     // Polls (a real process, so real time) until the condition holds or a generous bound passes.
     static bool eventually(const std::function<bool()>& condition) {
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (!condition()) {
+        for (; !condition(); std::this_thread::sleep_for(std::chrono::milliseconds(20)))
             if (std::chrono::steady_clock::now() > deadline) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
         return true;
     }
 

@@ -30,22 +30,11 @@ public:
     }
 
     // Blocks until at least `count` threads sleep and have not been woken.
-    void waitForSleepers(std::size_t count) {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return asleep() >= count; });
-    }
+    void waitForSleepers(std::size_t count) { std::unique_lock lock(mutex_); changed_.wait(lock, [&] { return asleep() >= count; }); }
     // Sleepers whose wake-up has come no longer count as asleep, even before their threads run.
-    void advance(double seconds) {
-        std::lock_guard lock(mutex_);
-        time_.advance(seconds);
-        changed_.notify_all();
-    }
+    void advance(double seconds) { std::lock_guard lock(mutex_); time_.advance(seconds); changed_.notify_all(); }
     // From now on sleeps return at once, so workers can run to their end when a test is over.
-    void releaseAll() {
-        std::lock_guard lock(mutex_);
-        free_ = true;
-        changed_.notify_all();
-    }
+    void releaseAll() { std::lock_guard lock(mutex_); free_ = true; changed_.notify_all(); }
 
 private:
     std::size_t asleep() {

@@ -15,16 +15,15 @@ protected:
     std::shared_ptr<kelvane::FixtureControl> session = fixture.connect();
 };
 
-TEST_F(Helpers, HexTextHasTwoLowerCaseDigitsPerUtf8ByteAndDecimalValuesFollowTheControllersTable) {
+TEST_F(Helpers, HexTextDecimalValuesAndTextFromHexFollowTheControllersTable) {
     EXPECT_EQ(session->hexStringFromString("A\n°") + session->hexStringFromString(""), "410ac2b0");
     EXPECT_EQ(session->decimalFromHexString("1A2b"), Value::array({26, 43}));
     EXPECT_EQ(fixture.log->lines(), std::vector<std::string>{"decimalStr: (\n    26,\n    43\n)"});
     // Characters outside 0-9, A-F are valued c-87, unchecked: 'G' gives -16.
     EXPECT_EQ(session->decimalFromHexString("0G"), Value::array({-16}));
     EXPECT_THROW(session->decimalFromHexString("414"), std::out_of_range);
-}
 
-TEST_F(Helpers, StringFromHexStopsAtZeroIgnoresOddTailAndRepeatsUnscannablePairs) {
+    // Text from hex stops at a zero, ignores an odd tail and repeats an unscannable pair's byte.
     EXPECT_EQ(session->stringFromHexString("414"), "A");
     EXPECT_EQ(session->stringFromHexString("4F4B0D03000000"), "OK\r\x03");
     EXPECT_EQ(session->stringFromHexString("41zz42"), "AAB");
@@ -55,12 +54,9 @@ TEST_F(Helpers, RegexGroupsAreCaseInsensitiveMultilineAndNilWhenAbsent) {
 }
 
 TEST(PureFloat, WholeTextMustBeOneNumber) {
-    for (const char* yes : {"1.5", " -2 ", "3e4", ".5", "7.", "+0.25E-3"}) {
-        EXPECT_TRUE(kelvane::isPureFloatText(yes)) << yes;
-    }
-    for (const char* no : {"", " ", ".", "1.5V", "1 2", "e5", "0x10", "--1", "nan", "1e", "2E+"}) {
+    for (const char* yes : {"1.5", " -2 ", "3e4", ".5", "7.", "+0.25E-3"}) EXPECT_TRUE(kelvane::isPureFloatText(yes)) << yes;
+    for (const char* no : {"", " ", ".", "1.5V", "1 2", "e5", "0x10", "--1", "nan", "1e", "2E+"})
         EXPECT_FALSE(kelvane::isPureFloatText(no)) << no;
-    }
 }
 
 TEST(Value, PrintsRepliesTheWayLogLinesShowThem) {
@@ -92,13 +88,9 @@ TEST(Value, IntegerValueNumberOneExactTextAndSubstringTests) {
     EXPECT_TRUE(kelvane::isNumberOne(1) && kelvane::isNumberOne(1.0));
     EXPECT_FALSE(kelvane::isNumberOne("1") || kelvane::isNumberOne(2) || kelvane::isNumberOne(nullptr));
     EXPECT_TRUE(kelvane::isText("up_done", "up_done"));
-    EXPECT_FALSE(kelvane::isText("up_done\r", "up_done"));
-    EXPECT_FALSE(kelvane::isText(nullptr, "(null)"));
-    EXPECT_TRUE(kelvane::describedContains("not done", "done"));
+    EXPECT_FALSE(kelvane::isText("up_done\r", "up_done") || kelvane::isText(nullptr, "(null)"));
+    EXPECT_TRUE(kelvane::describedContains("not done", "done") && kelvane::describedContains(nullptr, "null") &&
+                kelvane::describedContains(Value{{"state", Value::array({"in_done"})}}, "done"));
     EXPECT_FALSE(kelvane::describedContains("DONE", "done"));
-    EXPECT_TRUE(kelvane::describedContains(nullptr, "null"));
-    EXPECT_TRUE(kelvane::describedContains(Value{{"state", Value::array({"in_done"})}}, "done"));
     EXPECT_EQ(kelvane::upperCased("blue straße é"), "BLUE STRASSE É");
 }
-
-

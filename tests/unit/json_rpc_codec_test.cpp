@@ -27,9 +27,7 @@ TEST(JsonRpcRequest, CarriesParamsAlwaysKwargsOnlyWhenGivenAndSurvivesBadInput) 
 TEST(JsonRpcReply, ResultNullResultAndErrorsOfAnyShapeAreToldApart) {
     auto text = decodeReply(encodeResult(3, "in_done"));
     ASSERT_TRUE(text);
-    EXPECT_EQ(text->id, 3);
-    EXPECT_EQ(text->result, "in_done");
-    EXPECT_FALSE(text->error);
+    EXPECT_EQ(std::tuple(text->id, text->result, text->error.has_value()), std::tuple(3, Value("in_done"), false));
     // A null result, or a null error beside a result, is a valid reply without an error.
     for (const char* ok : {R"({"id":4,"result":null})", R"({"id":6,"result":"done","error":null})"}) {
         auto reply = decodeReply(ok);

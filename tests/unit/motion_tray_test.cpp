@@ -15,8 +15,7 @@ namespace {
 
 struct Move {
     Value (FixtureControl::*start)();
-    std::vector<std::pair<std::string, Value>> ready;  // the sensor reads before the move, in order,
-                                                       // with answers that let it start
+    std::vector<std::pair<std::string, Value>> ready;  // the reads before the move, answered to let it start
     std::vector<std::string> log;                       // the lines logged up to the move
     std::string moveMethod, ack, sensor;
     double deadline;
@@ -58,8 +57,7 @@ std::shared_ptr<FixtureControl> readyToMove(SessionFixture& fixture, const Move&
 
 }  // namespace
 
-// A reply that is not the exact acknowledgement is returned without polling; after the
-// acknowledgement, only the number 1 from the target sensor is success. Every call is plain.
+// A reply other than the exact acknowledgement is returned without polling. Every call is plain.
 TEST(TrayMotion, ExactAcknowledgementThenTheNumberOneFromTheTargetSensorIsSuccess) {
     for (const auto& move : moves) {
         for (Value reply : {Value(), Value(move.ack + "\r"), Value(kelvane::upperCased(move.ack)), Value(1),
@@ -113,7 +111,6 @@ TEST(TrayMotion, DeadlineCountsFromTheMoveReplyOnTheSteadyClockAndAllowsOneReadP
     }
 }
 
-// A session closed during a move ends the poll at its next step: the move is not confirmed.
 TEST(TrayMotion, ClosingTheSessionEndsThePollAtItsNextStep) {
     SessionFixture fixture;
     auto session = readyToMove(fixture, moves[2], "in_done", {0});
@@ -187,29 +184,21 @@ TEST(MotionSensors, PositionSummaryUsesIntegerValuesInOrderAndTheDutReplyIsRetur
     }
 }
 
-TEST(MotionLock, OnlyExactOnAndOffDriveTheMagnet) {
+TEST(MotionLockAndInit, OnlyExactOnAndOffDriveTheMagnetAndInitSendsTheTripleNestedIoList) {
     SessionFixture fixture;
     auto session = fixture.connect();
     fixture.controller->answer("vantrel.magnet_control", "magnet done");
+    fixture.controller->answer("vantrel.fixture_io_set", "FAIL");
     EXPECT_EQ(session->fixtureLock("on"), "magnet done");
     EXPECT_EQ(session->fixtureLock("off"), "magnet done");
     for (const char* unknown : {"ON", "Off", "on "}) EXPECT_EQ(session->fixtureLock(unknown), "Unknown state!");
-
-    EXPECT_THAT(fixture.controller->requests(),
-                ElementsAre(R"(vantrel.magnet_control ["on"])", R"(vantrel.magnet_control ["off"])"));
-    EXPECT_THAT(fixture.log->lines(), ElementsAre("Fixture Lock!", "Fixture Unlock!", "Unknown state!",
-                                                  "Unknown state!", "Unknown state!"));
-}
-
-TEST(MotionInit, SendsTheTripleNestedIoListAndLogsReplyAndError) {
-    SessionFixture fixture;
-    auto session = fixture.connect();
-    fixture.controller->answer("vantrel.fixture_io_set", "FAIL");
     EXPECT_EQ(session->fixtureInit(), "FAIL");  // not tested, handed back
     EXPECT_THAT(fixture.controller->requests(),
-                ElementsAre(R"(vantrel.fixture_io_set [[[[10,0]]]] {"timeout_ms":20000})"));
+                ElementsAre(R"(vantrel.magnet_control ["on"])", R"(vantrel.magnet_control ["off"])",
+                            R"(vantrel.fixture_io_set [[[[10,0]]]] {"timeout_ms":20000})"));
     EXPECT_THAT(fixture.log->lines(),
-                ElementsAre("Fixture Init.", "(\n        (\n                (\n            10,\n            0\n        )\n    )\n)",
+                ElementsAre("Fixture Lock!", "Fixture Unlock!", "Unknown state!", "Unknown state!", "Unknown state!",
+                            "Fixture Init.", "(\n        (\n                (\n            10,\n            0\n        )\n    )\n)",
                             "RRRRPPPPCCC!!!!!!", "FAIL", "(null)"));
 
     SessionFixture failing;

@@ -7,10 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <future>
-#include <optional>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace kelvane {
 namespace {
@@ -63,11 +60,8 @@ TEST(PendingCalls, ManyCallersTakingTurnsToReadEachGetTheirOwnReply) {
     EXPECT_TRUE(calls.tryTakeReaderTurn()) << "the last reader gave its turn up";
 }
 
-// A caller waiting while another reads gets the turn as soon as it is free: when the reader
-// gives it up, and when the caller woken to take it over leaves first, answered meanwhile. Each
-// round, two callers wait while the test reads; then it gives the turn up and answers neither,
-// the first or the second (one of them is the one woken, whatever the table's order). A turn
-// not handed over leaves a caller asleep until its deadline.
+// Each round the test reads while two callers wait, then gives the turn up and answers neither, the
+// first or the second (one is the woken one); a turn not handed over leaves a caller asleep.
 TEST(PendingCalls, TheTurnToReadPassesToAWaitingCallerWhenTheReaderEndsItOrTheWokenCallerLeaves) {
     for (std::int64_t answered : {0, 1, 2}) {
         PendingCalls calls(closedError);
@@ -112,12 +106,9 @@ TEST(PendingCalls, ClosingFailsWaitingAndLaterCallsAndWaitsForCallersToLeave) {
     std::atomic<int> strayAccepted{0};
     ASSERT_TRUE(calls.tryTakeReaderTurn());  // a reader that never answers
     std::vector<std::future<Value>> waiting;
-    for (std::int64_t id = 1; id <= 8; ++id) {
+    for (std::int64_t id = 1; id <= 8; ++id)
         waiting.push_back(std::async(std::launch::async, [&, id] { return callThrough(calls, id, strayAccepted); }));
-    }
-    for (std::size_t registered = 0; registered < 8; std::this_thread::sleep_for(1ms)) {
-        registered += calls.takeUnsent().size();
-    }
+    for (std::size_t registered = 0; registered < 8; std::this_thread::sleep_for(1ms)) registered += calls.takeUnsent().size();
 
     std::optional<CallerPresence> lingering;
     lingering.emplace(calls);

@@ -78,9 +78,8 @@ TEST(ProcessLog, ClosedStandardErrorRaisesNoSignalInTheHost) {
     EXPECT_EXIT(logToAClosedStandardErrorAndExit(), ::testing::ExitedWithCode(0), "");
 }
 
-// The TEC worker's shape: a pass, then a 1.5 s pause, until cancelled (the passes stepped one by
-// one are the TEC monitor's tests). The owner drops a cancelled worker in the middle of its pause,
-// as switching a slot off does: the body runs on until it returns.
+// The TEC worker's shape: a pass, then a 1.5 s pause, until cancelled. The owner drops a cancelled
+// worker in the middle of its pause, as switching a slot off does.
 TEST(WorkerThread, RunsUnderItsNameOnceAndOutlivesItsOwnerUntilItsBodyReturns) {
     SteppedClock clock;
     char osName[64] = "";

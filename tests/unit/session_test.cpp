@@ -53,8 +53,8 @@ TEST(Session, NoAnswerToServerModeOrAPortOutsideOneTo65535GivesNoSession) {
     }
 }
 
-// An absent address text writes nothing to the fixture log; the port line is still written.
-// A transport that makes no client fails the connection like a silent controller.
+// An absent address text writes nothing to the fixture log, the port line is still written; a
+// transport that makes no client fails the connection like a silent controller.
 TEST(Session, MissingOrMalformedAddressOrTransportNeverCrashes) {
     for (Value topology : {Value(), Value::object(), Value{{"FixtureIP", "not a dictionary"}},
                            Value{{"FixtureIP", {{"ip", 5}, {"port", "x"}}}},

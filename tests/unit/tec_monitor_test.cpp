@@ -37,10 +37,8 @@ public:
 // Waits, in real time and for `limit` at most, for what a worker does.
 bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
     const auto until = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
+    for (; !condition(); std::this_thread::sleep_for(std::chrono::milliseconds(1)))
         if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
     return true;
 }
 
@@ -80,9 +78,7 @@ protected:
     Lines switchLog() {
         const std::regex own("^(TesterReporting (thread|Slot. tecTempRecord state)|After|.* is Can)");
         Lines lines;
-        for (const auto& line : fixture.log->lines()) {
-            if (std::regex_search(line, own)) lines.push_back(line);
-        }
+        for (const auto& line : fixture.log->lines()) if (std::regex_search(line, own)) lines.push_back(line);
         fixture.log->clear();
         return lines;
     }
@@ -116,9 +112,8 @@ TEST_F(TecMonitor, OnStartsAWorkerThatSamplesPassByPassAndOffEndsItAfterThePassU
 
     step(1);
     EXPECT_EQ(csv(3), (Lines{header, sample, sample}));
-    const Value records = session->getTecRecord(0);
-    EXPECT_EQ(records.size(), 2u);
-    EXPECT_EQ(session->getTecRecord(99), records);
+    EXPECT_EQ(session->getTecRecord(0).size(), 2u);
+    EXPECT_EQ(session->getTecRecord(99), session->getTecRecord(0));
 
     // Switched off in the middle of a pass: the pass ends, then the worker, which lets go of the
     // session; one not cancelled would wait in its pause, holding the session.
@@ -184,9 +179,8 @@ TEST_F(TecMonitor, SecondOnFailsToRestartAndOffSkipsTheSecondOfTwoWorkersSideByS
     EXPECT_EQ(switchLog()[1], "Slot2_TecTempThread is Cancelled");
 }
 
-// The object lock covers a whole pass, its warm-up sleep too, so neither another slot's pass nor
-// a reading on demand sends anything meanwhile; the "running" line before a pass and the pause
-// after it stay outside.
+// Neither another slot's pass nor a reading on demand sends anything during a pass's warm-up sleep;
+// the "running" line before a pass and the pause after it hold no lock.
 TEST_F(TecMonitor, APassHoldsTheObjectLockThroughItsWarmUpSleepButNotItsRunningLineOrItsRest) {
     setUpSlots();
     session->tecTempStableFlag(Value::array({"NO", "YES", "YES", "YES"}));

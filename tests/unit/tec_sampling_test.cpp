@@ -5,13 +5,15 @@
 #include <fmt/chrono.h>
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
 #include <ctime>
 #include <deque>
 #include <map>
 #include <regex>
 
 using kelvane::Value;
+using kelvane::testing::fileText;
+using kelvane::tec::TecFiles;
 using Lines = std::vector<std::string>;
 
 namespace {
@@ -59,7 +61,7 @@ struct SamplingLog final : kelvane::LogSink {
     Lines own;
     void write(std::string_view line) override {
         const auto at = line.find("msg:");
-        EXPECT_TRUE(at == line.npos || kelvane::testing::fileText(csv).ends_with(line.substr(at + 4))) << line;
+        EXPECT_TRUE(at == line.npos || fileText(csv).ends_with(line.substr(at + 4))) << line;
         if (std::regex_search(line.begin(), line.end(), std::regex("^(tecTempRecord|TesterReporting|Slot2)"))) own.emplace_back(line);
     }
 };
@@ -82,7 +84,7 @@ protected:
         return line.substr(24);
     }
     std::string written() {  // what the passes appended to the slot's CSV file since the last look
-        const std::string text = kelvane::testing::fileText(folder / "TecTemp_Fixture3_Unit2.csv");
+        const std::string text = fileText(folder / "TecTemp_Fixture3_Unit2.csv");
         return text.substr(std::exchange(csvSeen, text.size()));
     }
     Lines samplingLog() { return std::exchange(log->own, {}); }
@@ -144,8 +146,7 @@ TEST_F(TecSampling, MeasurementLineChecksAndFailureRecords) {
 
     const Value snapshot = session->getTecRecord(2);
     pass();
-    EXPECT_EQ(snapshot.size(), 1u);
-    EXPECT_EQ(session->getTecRecord(2).size(), 2u);
+    EXPECT_EQ(std::pair(snapshot.size(), session->getTecRecord(2).size()), std::pair(1ul, 2ul));
     session->tecRecordArr(nullptr);  // the host dropped the array: nothing is kept, nothing breaks
     pass();
     EXPECT_EQ(session->tecRecordArr(), Value());
@@ -165,8 +166,7 @@ TEST_F(TecSampling, MissingAnswersAreNamedAndOnDemandReadingsAreOnlyReturned) {
     pass();
     const std::string t = temperature("10.0") + '\x03';  // as the answer came, its 3 included
     EXPECT_EQ(afterTimeStamp(written()), t + "," + t + ",(null)," + t + ",(null) get null value.\r\n");
-    EXPECT_TRUE(samplingLog().empty());
-    EXPECT_TRUE(session->getTecRecord(2).empty());
+    EXPECT_TRUE(samplingLog().empty() && session->getTecRecord(2).empty());
 
     // A reading on demand is a measurement even while the slot warms up, and counts no pass.
     answerSensors({"10.0", "25.0", "25.0", "25.0"});
@@ -177,9 +177,7 @@ TEST_F(TecSampling, MissingAnswersAreNamedAndOnDemandReadingsAreOnlyReturned) {
     EXPECT_EQ(afterTimeStamp(session->tecTempRecord2(2)), "10.00,25.00,25.00,25.00,-35.20,1.25,(null)\r\n");
     EXPECT_EQ(board->sent.front(), "2081 get tec temp:1");
     EXPECT_EQ(Value::array({session->tecTempStableFlag()[1], session->tecTempTimes()[1]}), Value::array({"NO", 4}));
-    EXPECT_TRUE(written().empty());
-    EXPECT_TRUE(samplingLog().empty());
-    EXPECT_TRUE(session->getTecRecord(2).empty());
+    EXPECT_TRUE(written().empty() && samplingLog().empty() && session->getTecRecord(2).empty());
 }
 
 TEST_F(TecSampling, WarmUpTakesElevenPassesThenMeasures) {
@@ -225,9 +223,8 @@ TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
     kelvane::testing::SessionFixture fixture;
     const kelvane::Platform platform = fixture.platform();
     const Value identifier = "Fixture3";
-    const kelvane::tec::TecFiles files{platform, identifier};
+    const TecFiles files{platform, identifier};
     const auto folder = fixture.slotFolder(5);  // not made: the fixture makes those of slots 1 to 4
-    using kelvane::testing::fileText;
 
     files.appendCsv(5, "a\r\n");  // no folder: lost without a message
     EXPECT_FALSE(std::filesystem::exists(folder));
@@ -244,10 +241,8 @@ TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
                                  std::regex("2025-12-30 \\d\\d:\\d\\d:\\d\\d:5000:    running\r\n")));
     EXPECT_TRUE(fixture.log->lines().empty());
 
-    // A write that fails once the file is open (a full disk) is logged with the file's own line
-    // (one that cannot be opened is lost quietly, as the Station tests show for the shared
-    // append). The host's reading comes back all the same.
-    using kelvane::tec::TecFiles;
+    // A write that fails once the file is open (a full disk) is logged with the file's own line;
+    // the host's reading comes back all the same.
     for (auto [name, write, message] :
          {std::tuple{"TecTemp_Fixture3_Unit5.csv", &TecFiles::appendCsv, "save TecTemplog exception !"},
           {"TecControlMonitor_Fixture3_Unit5.log", &TecFiles::appendMonitorLine, "save TecControlMonitor exception !"}}) {
@@ -261,8 +256,7 @@ TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
     fixture.controller->answer("can.send", Value("done"));
     fixture.controller->answer("can.recv", Value{{"data", {4, 'O', 'K', 3}}});
     EXPECT_TRUE(session->tecTempRecord2(5).ends_with(",0.00,0.00,0.00,0.00,0.00,0.00,(null)\r\n"));
-    const Lines lines = fixture.log->lines();
-    EXPECT_NE(std::find(lines.begin(), lines.end(), "save TecControlMonitor exception !"), lines.end());
+    EXPECT_TRUE(std::ranges::count(fixture.log->lines(), "save TecControlMonitor exception !"));
 
     const std::string active = "/Users/stnuser/Library/Logs/Korva/active/";
     EXPECT_EQ(kelvane::tec::monitorLogPath(Value("Fixture1"), 4),

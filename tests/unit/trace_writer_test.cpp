@@ -1,5 +1,4 @@
 #include "session_fixture.hpp"
-#include "virtual_clock.hpp"
 
 #include <kelvane/protocol/json_rpc.hpp>
 #include "rpc/rpc_client_wrapper.hpp"
@@ -12,13 +11,11 @@
 #include <set>
 #include <thread>
 
-using kelvane::Platform;
 using kelvane::RpcError;
 using kelvane::traceFile;
 using kelvane::TracingClient;
 using kelvane::Value;
 using kelvane::testing::FakeRpcClient;
-using kelvane::testing::RecordedCall;
 using kelvane::testing::TemporaryDirectory;
 using kelvane::testing::VirtualClock;
 using ::testing::HasSubstr;
@@ -37,15 +34,14 @@ std::vector<Value> traceLines(const std::filesystem::path& path) {
 
 }  // namespace
 
-// The outcome is the one the wrapped client decided (its error's kind), not guessed from the
-// code: a controller may answer with any code, the client's own ones included.
+// The outcome is the wrapped client's error kind, not guessed from a code any controller may send.
 TEST(TraceWriter, TracedCallsCarryTheCallBothClocksAndTheOutcomeTheClientDecided) {
     TemporaryDirectory folder;
     auto clock = std::make_shared<VirtualClock>(1'700'000'000.25);
     auto controller = std::make_shared<FakeRpcClient>();
     TracingClient client(controller, traceFile(folder.path() / "trace.jsonl", 1 << 20), clock,
                          "tcp://127.0.0.1:7805");
-    controller->onCall([&](const RecordedCall& call) {
+    controller->onCall([&](const auto& call) {
         if (call.method == "vantrel.fixture_in") clock->advance(0.012);
     });
 
@@ -75,8 +71,7 @@ TEST(TraceWriter, TracedCallsCarryTheCallBothClocksAndTheOutcomeTheClientDecided
     EXPECT_EQ(std::tie(lines[4]["id"], lines[4]["ms"]), std::tuple(5, 0.0));
 }
 
-// Eight threads share one writer: every line arrives whole, none is lost below the limit, and
-// past it the file is moved once to "<file>.1" and a new one begun, neither passing the limit.
+// No line is lost below the limit; past it the file is moved once to "<file>.1", neither passing it.
 TEST(TraceWriter, EightThreadsWriteWholeLinesAndTheFileRotatesOnceAtItsLimit) {
     TemporaryDirectory folder;
     const auto path = folder.path() / "trace.jsonl";
@@ -111,21 +106,20 @@ TEST(TraceWriter, EightThreadsWriteWholeLinesAndTheFileRotatesOnceAtItsLimit) {
     auto older = path;
     older += ".1";
     ASSERT_TRUE(std::filesystem::exists(older));
-    EXPECT_LE(std::filesystem::file_size(path), limit);
-    EXPECT_LE(std::filesystem::file_size(older), limit);
+    for (const auto& file : {path, older}) {
+        EXPECT_LE(std::filesystem::file_size(file), limit);
+        EXPECT_FALSE(traceLines(file).empty());
+    }
     EXPECT_GT(std::filesystem::file_size(older), limit / 2);
-    EXPECT_FALSE(traceLines(path).empty());
-    EXPECT_FALSE(traceLines(older).empty());
 }
 
-// A host that passes no settings turns tracing on from its environment. A trace that cannot be
-// written loses its lines, never a call: the client answers as it would untraced. The file is
-// tried again at each line, so a folder made later gets the trace.
+// A host that passes no settings turns tracing on from its environment. An unwritable trace loses
+// its lines, never a call; the file is tried again at each line.
 TEST(TraceWriter, AnUnwritableTraceLeavesCallsAloneAndIsTriedAgain) {
     TemporaryDirectory folder;
     const auto path = folder.path() / "later" / "trace.jsonl";
     ::setenv("KELVANE_TRACE", path.c_str(), 1);
-    Platform platform = Platform::defaults();
+    kelvane::Platform platform = kelvane::Platform::defaults();
     ::unsetenv("KELVANE_TRACE");
     kelvane::RPCClientWrapper::Options options;
     options.connectGrace = std::chrono::milliseconds(20);
