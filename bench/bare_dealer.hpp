@@ -17,8 +17,7 @@
 namespace kelvane::bench {
 
 // Round trips of "server.mode" on a socket of this benchmark thread's own, ids taken from `ids`.
-inline void bareDealerRoundTrips(benchmark::State& state, const std::string& endpoint,
-                                 std::atomic<std::int64_t>& ids) {
+inline void bareDealerRoundTrips(benchmark::State& state, const std::string& endpoint, std::atomic<std::int64_t>& ids) {
     zmq::context_t context{1};
     zmq::socket_t dealer{context, zmq::socket_type::dealer};
     dealer.set(zmq::sockopt::linger, 0);

@@ -34,7 +34,9 @@ public:
     InProcessSimulator& operator=(const InProcessSimulator&) = delete;
 
     const std::string& endpoint() const { return endpoint_; }  // "tcp://127.0.0.1:<port>"
-    std::uint32_t port() const { return static_cast<std::uint32_t>(std::stoul(endpoint_.substr(endpoint_.rfind(':') + 1))); }
+    std::uint32_t port() const {
+        return static_cast<std::uint32_t>(std::stoul(endpoint_.substr(endpoint_.rfind(':') + 1)));
+    }
 
     // A "sim." control call through a client of its own; throws std::runtime_error on an error.
     Value control(std::string_view method, const Value& params) {

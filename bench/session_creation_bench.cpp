@@ -20,10 +20,8 @@ InProcessSimulator* simulator = nullptr;
 std::uint32_t closedPort = 0;
 
 void createSession(benchmark::State& state, std::uint32_t port, bool expectSession) {
-    kelvane::Value topology = {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", port}}},
-                               {"identifier", 1},
-                               {"units", 1},
-                               {"ScanSN", "NO"}};
+    kelvane::Value topology = {
+        {"FixtureIP", {{"ip", "127.0.0.1"}, {"port", port}}}, {"identifier", 1}, {"units", 1}, {"ScanSN", "NO"}};
     for (auto _ : state) {
         auto session = kelvane::FixtureControl::initWithIP(topology);
         if (static_cast<bool>(session) != expectSession) {
@@ -45,6 +43,6 @@ int main(int argc, char** argv) {
     auto findClosedPort = [](InProcessSimulator&) {
         closedPort = InProcessSimulator().port();  // just given up, so nothing listens
     };
-    return kelvane::bench::runWithSimulator<InProcessSimulator>(
-        argc, argv, simulator, {"the session creation benchmarks", findClosedPort});
+    return kelvane::bench::runWithSimulator<InProcessSimulator>(argc, argv, simulator,
+                                                                {"the session creation benchmarks", findClosedPort});
 }

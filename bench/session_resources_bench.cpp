@@ -35,11 +35,10 @@ constexpr int cycles = 2000;
 SimulatorChild* simulator = nullptr;
 
 std::shared_ptr<kelvane::FixtureControl> openSession() {
-    return kelvane::FixtureControl::initWithIP(
-        {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", simulator->port()}}},
-         {"identifier", 1},
-         {"units", 1},
-         {"ScanSN", "NO"}});
+    return kelvane::FixtureControl::initWithIP({{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", simulator->port()}}},
+                                                {"identifier", 1},
+                                                {"units", 1},
+                                                {"ScanSN", "NO"}});
 }
 
 double processCpuMs() {
@@ -89,10 +88,8 @@ void ResourcesWithSessions(benchmark::State& state) {
         auto with = ProcessCounts::now();
         state.counters["threads"] = static_cast<double>(with.threads);
         state.counters["threads_added"] = difference(with.threads, before.threads);
-        state.counters["descriptors_per_session"] =
-            difference(with.descriptors, before.descriptors) / sessionCount;
-        state.counters["resident_KiB_per_session"] =
-            difference(with.resident, before.resident) / 1024 / sessionCount;
+        state.counters["descriptors_per_session"] = difference(with.descriptors, before.descriptors) / sessionCount;
+        state.counters["resident_KiB_per_session"] = difference(with.resident, before.resident) / 1024 / sessionCount;
     }
 }
 

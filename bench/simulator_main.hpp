@@ -13,9 +13,9 @@ namespace kelvane::bench {
 // `Simulator`: InProcessSimulator or SimulatorChild.
 template <class Simulator>
 struct SimulatorRun {
-    const char* what;  // "the transport benchmarks", for the failure line
-    std::function<void(Simulator&)> before{};            // once the simulator listens
-    std::function<void()> after{};                       // while it still runs
+    const char* what;                                  // "the transport benchmarks", for the failure line
+    std::function<void(Simulator&)> before{};          // once the simulator listens
+    std::function<void()> after{};                     // while it still runs
     benchmark::BenchmarkReporter* reporter = nullptr;  // the console's when null
 };
 

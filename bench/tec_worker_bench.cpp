@@ -60,7 +60,8 @@ std::vector<Frame> answerFrames(const std::string& text) {
     std::vector<Frame> frames{first};
     for (std::size_t at = firstFramePayload; at < payload.size(); at += consecutiveFramePayload) {
         Frame next{firstConsecutiveMark};
-        auto end = payload.begin() + static_cast<std::ptrdiff_t>(std::min(at + consecutiveFramePayload, payload.size()));
+        auto end =
+            payload.begin() + static_cast<std::ptrdiff_t>(std::min(at + consecutiveFramePayload, payload.size()));
         next.insert(next.end(), payload.begin() + static_cast<std::ptrdiff_t>(at), end);
         frames.push_back(std::move(next));
     }
@@ -102,8 +103,8 @@ private:
         char text[128];
         if (command == kelvane::tec::powerCommand) {
             ++passes_;
-            std::snprintf(text, sizeof text, kelvane::tec::powerAnswerFormat, 12.0, 1.0 + (passes_ % 50) / 100.0,
-                          15.0, -35.2);
+            std::snprintf(text, sizeof text, kelvane::tec::powerAnswerFormat, 12.0, 1.0 + (passes_ % 50) / 100.0, 15.0,
+                          -35.2);
         } else {
             std::snprintf(text, sizeof text, kelvane::tec::temperatureAnswerFormat, 25.0 + (passes_ % 30) / 100.0);
         }
@@ -261,10 +262,18 @@ BENCHMARK(FourWorkersResidentMemory)->Iterations(1)->Unit(benchmark::kSecond)->U
 BENCHMARK(SamplingPass)->Unit(benchmark::kMicrosecond);
 // One close() a repetition, so that the slowest of them shows.
 double slowest(const std::vector<double>& times) { return *std::max_element(times.begin(), times.end()); }
-BENCHMARK(CloseWhileFourWorkersRest)->UseManualTime()->Iterations(1)->Repetitions(20)
-    ->ComputeStatistics("max", slowest)->Unit(benchmark::kMillisecond);
-BENCHMARK(CloseWhileFourWorkersRun)->UseManualTime()->Iterations(1)->Repetitions(20)
-    ->ComputeStatistics("max", slowest)->Unit(benchmark::kMillisecond);
+BENCHMARK(CloseWhileFourWorkersRest)
+    ->UseManualTime()
+    ->Iterations(1)
+    ->Repetitions(20)
+    ->ComputeStatistics("max", slowest)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(CloseWhileFourWorkersRun)
+    ->UseManualTime()
+    ->Iterations(1)
+    ->Repetitions(20)
+    ->ComputeStatistics("max", slowest)
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

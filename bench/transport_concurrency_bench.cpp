@@ -65,9 +65,8 @@ BENCHMARK(BareSocketsFrom8Threads)->Threads(8)->UseRealTime();
 int main(int argc, char** argv) {
     auto prepare = [](InProcessSimulator& sim) {
         namespace m = kelvane::methods;
-        sim.control(m::sim::script, kelvane::Value::array({{{"method", m::getFanSpeed},
-                                                             {"reply", "slow"},
-                                                             {"delay_ms", slowReplyMs}}}));
+        sim.control(m::sim::script, kelvane::Value::array(
+                                        {{{"method", m::getFanSpeed}, {"reply", "slow"}, {"delay_ms", slowReplyMs}}}));
         shared = kelvane::RPCClientWrapper::initWithIP("127.0.0.1", sim.port());
     };
     return kelvane::bench::runWithSimulator<InProcessSimulator>(

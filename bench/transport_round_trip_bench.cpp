@@ -37,8 +37,7 @@ constexpr const char* tracedRun = "TracedLibraryRoundTrip";
 
 InProcessSimulator* simulator = nullptr;
 
-const std::filesystem::path tracePath =
-    std::filesystem::temp_directory_path() / "kelvane-transport-bench.trace";
+const std::filesystem::path tracePath = std::filesystem::temp_directory_path() / "kelvane-transport-bench.trace";
 
 std::shared_ptr<kelvane::RpcClient> makeClient(bool traced) {
     kelvane::Platform platform = kelvane::Platform::defaults();

@@ -37,9 +37,7 @@ void requestRoundTrip(std::string_view text) {
 }
 
 // Any bytes in a text value, valid UTF-8 or not, encode to JSON that reads back.
-void textEncodes(std::string_view bytes) {
-    (void)Value::parse(jsonrpc::toJson(Value(std::string(bytes))));
-}
+void textEncodes(std::string_view bytes) { (void)Value::parse(jsonrpc::toJson(Value(std::string(bytes)))); }
 
 }  // namespace
 

@@ -13,8 +13,7 @@ namespace {
 struct StationFile {
     std::filesystem::path root = fuzz::makeFileRoot();
     std::shared_ptr<FixtureControl> session = fuzz::makeSession(root);
-    std::filesystem::path file =
-        root / "vault/data_collection/test_station_config/zt_station_info.json";
+    std::filesystem::path file = root / "vault/data_collection/test_station_config/zt_station_info.json";
 
     StationFile() { std::filesystem::create_directories(file.parent_path()); }
 };

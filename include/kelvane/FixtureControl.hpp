@@ -37,8 +37,7 @@ public:
     // Creates a session from a topology dictionary ("FixtureIP" with "ip" and "port",
     // "identifier", "ScanSN", "units"). Null when the controller does not answer "server.mode"
     // or the scanner check fails. Shared-owned: worker threads keep the session alive.
-    static std::shared_ptr<FixtureControl> initWithIP(const Value& topology,
-                                                      Platform platform = Platform::defaults());
+    static std::shared_ptr<FixtureControl> initWithIP(const Value& topology, Platform platform = Platform::defaults());
 
     ~FixtureControl();
     FixtureControl(const FixtureControl&) = delete;
@@ -69,8 +68,8 @@ public:
     // Null when the pattern is empty or does not compile (error in the slot), when nothing
     // matches, or when the group took no part. Throws std::out_of_range when there is a match
     // and the group index is negative or past the pattern's group count.
-    Value findSubStringByRegexGroup(const std::string& text, const std::string& pattern,
-                                    std::int32_t groupId, RpcErrorSlot error);
+    Value findSubStringByRegexGroup(const std::string& text, const std::string& pattern, std::int32_t groupId,
+                                    RpcErrorSlot error);
 
     // Position and DUT sensors
     std::string checkPositionSensor();
@@ -111,8 +110,7 @@ public:
     // (any letter case): true when one came.
     bool sendCanCommandString(const Value& messageId, const std::string& command, std::int32_t slot);
     // As sendCanCommandString, but gives the answer text as received, or nil.
-    Value sendCanCommandStringNeedFeedback(const Value& messageId, const std::string& command,
-                                           std::int32_t slot);
+    Value sendCanCommandStringNeedFeedback(const Value& messageId, const std::string& command, std::int32_t slot);
 
     // TEC monitoring
     // The TEC set-up step of creation (switched off there): opens the CAN channel at 500 kbit/s
@@ -209,8 +207,8 @@ private:
     explicit FixtureControl(Platform platform);
     void log(std::string_view line) const;
     // A call through the controller's client; with no client, no reply and no error.
-    Value call(std::string_view method, const Value& args = Value::array(),
-               const Value& kwargs = nullptr, RpcErrorSlot error = nullptr);
+    Value call(std::string_view method, const Value& args = Value::array(), const Value& kwargs = nullptr,
+               RpcErrorSlot error = nullptr);
 
     std::unique_ptr<Private> d_;
 };

@@ -105,8 +105,7 @@ class TraceWriter;
 // The trace file at `path`, shared by every client of this process that traces into that path.
 // Once it would pass `maxBytes` it is moved to "<path>.1" and begun anew; the limit is the one
 // given when the path was first asked for while no one held its writer.
-KELVANE_API std::shared_ptr<TraceWriter> traceFile(const std::filesystem::path& path,
-                                                   std::uint64_t maxBytes);
+KELVANE_API std::shared_ptr<TraceWriter> traceFile(const std::filesystem::path& path, std::uint64_t maxBytes);
 
 // A session's services. The session copies its Platform when it is made and only reads it
 // after; the clock and the log it holds are called from host threads and TEC workers at once.

@@ -42,8 +42,7 @@ public:
     virtual ~RpcClient();
 
     // The one primitive: `args` is an array, `kwargs` an object or null (no keyword arguments).
-    virtual Value call(const std::string& method, const Value& args, const Value& kwargs,
-                       RpcErrorSlot error) = 0;
+    virtual Value call(const std::string& method, const Value& args, const Value& kwargs, RpcErrorSlot error) = 0;
 
     // Ends the client's use: calls under way and later calls fail at once with the "client
     // closed" error. Safe to call from any thread, more than once. The default does nothing.
@@ -51,17 +50,14 @@ public:
 
     Value rpc(const std::string& method, RpcErrorSlot error);
     Value rpc(const std::string& method, const Value& args, RpcErrorSlot error);
-    Value rpc(const std::string& method, const Value& args, const Value& kwargs,
-              RpcErrorSlot error);
+    Value rpc(const std::string& method, const Value& args, const Value& kwargs, RpcErrorSlot error);
 };
 
 // A call through a client that does not exist does nothing: no reply and no error.
-KELVANE_API Value callThrough(const std::shared_ptr<RpcClient>& client,
-                              const std::string& method, const Value& args,
+KELVANE_API Value callThrough(const std::shared_ptr<RpcClient>& client, const std::string& method, const Value& args,
                               const Value& kwargs, RpcErrorSlot error);
 
 // Makes the client of a controller at an address and port.
-using RpcClientFactory =
-    std::function<std::shared_ptr<RpcClient>(const std::string& ip, std::uint32_t port)>;
+using RpcClientFactory = std::function<std::shared_ptr<RpcClient>(const std::string& ip, std::uint32_t port)>;
 
 }  // namespace kelvane

@@ -102,7 +102,8 @@ typedef struct KelvaneOptions {
     const char* log;
 } KelvaneOptions;
 
-#define KELVANE_OPTIONS_INIT { sizeof(KelvaneOptions), 0, 0, NULL, 0, NULL }
+#define KELVANE_OPTIONS_INIT \
+    { sizeof(KelvaneOptions), 0, 0, NULL, 0, NULL }
 
 /* As createKelvaneDev, with the settings in `options`; NULL options are createKelvaneDev itself.
  * A struct whose size is smaller than this header's (a host built against an older header) is
@@ -110,8 +111,7 @@ typedef struct KelvaneOptions {
  * header) is read up to the fields this library knows and the rest is ignored. A size smaller
  * than the size field, or a port outside 0 to 65535, gives a handle with no session without
  * connecting, as a NULL ip does. `options` and its texts are only read during the call. */
-KELVANE_API KelvaneHandle createKelvaneDevWithOptions(const char* ip,
-                                                      const KelvaneOptions* options);
+KELVANE_API KelvaneHandle createKelvaneDevWithOptions(const char* ip, const KelvaneOptions* options);
 
 /* Releases the device and its connection; returns at once. Calls other threads have under way
  * on it end early (see "Destroying a device" above) and the device is freed when the last of

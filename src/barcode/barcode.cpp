@@ -11,9 +11,7 @@ namespace kelvane {
 
 bool FixtureControl::barcodeSecurityCheck() { return d_->units.barcodeSecurityCheck(); }
 Value FixtureControl::scanBarcode() { return d_->units.scanBarcode(); }
-Value FixtureControl::getDutSN(const std::string& unit) {
-    return d_->units.getDutSN(toPology(), unit);
-}
+Value FixtureControl::getDutSN(const std::string& unit) { return d_->units.getDutSN(toPology(), unit); }
 
 namespace {
 
@@ -34,25 +32,24 @@ bool Units::barcodeSecurityCheck() const {
         std::string key = unitKey(slot);
         auto scanner = client(key);
 
-        Value cameraId = callThrough(scanner, std::string(methods::barcodeReadReverseItem),
-                                     Value::array({"slotID"}), nullptr, nullptr);
+        Value cameraId = callThrough(scanner, std::string(methods::barcodeReadReverseItem), Value::array({"slotID"}),
+                                     nullptr, nullptr);
         log(fmt::format("{} get cameraID:{}", key, describe(cameraId)));
         if (cameraId.is_null() || !describedContains(cameraId, fmt::format("slot{}", slot))) {
             log(fmt::format("--FAIL--Slot{} Camera ID is not right: {}!", slot, describe(cameraId)));
             return false;
         }
 
-        Value checkSN = callThrough(scanner, std::string(methods::barcodeReadConfig),
-                                    Value::array({"CheckSN"}), nullptr, nullptr);
+        Value checkSN =
+            callThrough(scanner, std::string(methods::barcodeReadConfig), Value::array({"CheckSN"}), nullptr, nullptr);
         log(fmt::format("{} get checkSNConfig:{}", key, describe(checkSN)));
         if (integerValue(checkSN) != 1) {
-            log(fmt::format("--FAIL--Slot{} check SN config is not enable: {}!", slot,
-                            describe(checkSN)));
+            log(fmt::format("--FAIL--Slot{} check SN config is not enable: {}!", slot, describe(checkSN)));
             return false;
         }
 
-        Value cameraSN = callThrough(scanner, std::string(methods::barcodeReadConfig),
-                                     Value::array({"SN"}), nullptr, nullptr);
+        Value cameraSN =
+            callThrough(scanner, std::string(methods::barcodeReadConfig), Value::array({"SN"}), nullptr, nullptr);
         log(fmt::format("{} get cameraSN:{}", key, describe(cameraSN)));
         if (cameraSN.is_null() || !describedContains(cameraSN, "SG")) {
             log(fmt::format("--FAIL--Slot{} read camera SN fail: {}!", slot, describe(cameraSN)));
@@ -70,8 +67,8 @@ Value Units::scanBarcode() const {
     std::optional<RpcError> error;
     for (std::int32_t slot = 1; slot <= slotNumber; ++slot) {
         std::string key = unitKey(slot);
-        Value barcode = callThrough(client(key), std::string(methods::barcodeDecode),
-                                    Value::array({decodeArgument}), nullptr, &error);
+        Value barcode = callThrough(client(key), std::string(methods::barcodeDecode), Value::array({decodeArgument}),
+                                    nullptr, &error);
         if (error) log(fmt::format("{} scanBarcode: barcode.decode fail; err:{}", key, error->text()));
         log(fmt::format("{} get barcode from scanner:{}", key, describe(barcode)));
         if (!barcode.is_null() && upperCased(describe(barcode)).find("FAIL") == std::string::npos) {
@@ -89,8 +86,8 @@ Value Units::getDutSN(const Value& topology, const std::string& unit) const {
     }
     std::string key = "Unit" + unit;
     std::optional<RpcError> error;
-    Value barcode = callThrough(client(key), std::string(methods::barcodeDecode),
-                                Value::array({decodeArgument}), nullptr, &error);
+    Value barcode =
+        callThrough(client(key), std::string(methods::barcodeDecode), Value::array({decodeArgument}), nullptr, &error);
     if (error) {
         log("scanBarcode: barcode.decode fail; err:" + error->text());
         return error->text();

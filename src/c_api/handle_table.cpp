@@ -34,12 +34,8 @@ std::shared_ptr<Kelvane> HandleTable::remove(KelvaneHandle handle) {
     return device;
 }
 
-KelvaneHandle handleOf(std::shared_ptr<Kelvane> device) {
-    return HandleTable::instance().add(std::move(device));
-}
+KelvaneHandle handleOf(std::shared_ptr<Kelvane> device) { return HandleTable::instance().add(std::move(device)); }
 
-std::shared_ptr<Kelvane> deviceOf(KelvaneHandle handle) {
-    return HandleTable::instance().find(handle);
-}
+std::shared_ptr<Kelvane> deviceOf(KelvaneHandle handle) { return HandleTable::instance().find(handle); }
 
 }  // namespace kelvane

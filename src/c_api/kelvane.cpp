@@ -9,10 +9,7 @@ namespace {
 // The C interface never runs the scanner check. Its identifier is the number 1 rather than a
 // "Fixture<n>" text; log lines of C hosts have always been prefixed so.
 Value topologyFor(const std::string& ip, std::uint32_t port) {
-    return {{"FixtureIP", {{"ip", ip}, {"port", port}}},
-            {"identifier", 1},
-            {"units", 1},
-            {"ScanSN", "NO"}};
+    return {{"FixtureIP", {{"ip", ip}, {"port", port}}}, {"identifier", 1}, {"units", 1}, {"ScanSN", "NO"}};
 }
 
 }  // namespace
@@ -35,9 +32,7 @@ const char* Kelvane::checkPositionSensor() {
     return session_ ? returnedText(session_->checkPositionSensor()) : nullptr;
 }
 
-const char* Kelvane::checkDUTSensor() {
-    return session_ ? returnedText(session_->checkDUTSensor()) : nullptr;
-}
+const char* Kelvane::checkDUTSensor() { return session_ ? returnedText(session_->checkDUTSensor()) : nullptr; }
 
 const char* Kelvane::trayUp() { return session_ ? returnedText(session_->trayUp()) : nullptr; }
 
@@ -47,9 +42,7 @@ const char* Kelvane::trayIn() { return session_ ? returnedText(session_->trayIn(
 
 const char* Kelvane::trayOut() { return session_ ? returnedText(session_->trayOut()) : nullptr; }
 
-const char* Kelvane::fixtureInit() {
-    return session_ ? returnedText(session_->fixtureInit()) : nullptr;
-}
+const char* Kelvane::fixtureInit() { return session_ ? returnedText(session_->fixtureInit()) : nullptr; }
 
 const char* Kelvane::fixtureLock(const char* state) {
     return session_ ? returnedText(session_->fixtureLock(state ? state : "")) : nullptr;
@@ -59,13 +52,9 @@ const char* Kelvane::setIO(int line, int state) {
     return session_ ? returnedText(session_->setIO(line, state)) : nullptr;
 }
 
-int Kelvane::setFanSpeed(int fan, int speed) {
-    return session_ && session_->setFanSpeed(fan, speed) ? 1 : 0;
-}
+int Kelvane::setFanSpeed(int fan, int speed) { return session_ && session_->setFanSpeed(fan, speed) ? 1 : 0; }
 
-const char* Kelvane::getFanSpeed(int fan) {
-    return session_ ? returnedText(session_->getFanSpeed(fan)) : nullptr;
-}
+const char* Kelvane::getFanSpeed(int fan) { return session_ ? returnedText(session_->getFanSpeed(fan)) : nullptr; }
 
 const char* Kelvane::tecTempRecord(int slot) {
     return session_ ? returnedText(session_->tecTempRecord2(slot)) : nullptr;

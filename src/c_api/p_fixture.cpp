@@ -39,9 +39,8 @@ KelvaneHandle createKelvaneDevWithOptions(const char* ip, const KelvaneOptions* 
         return std::make_shared<Kelvane>(ip, read->port, kelvane::platformFor(*read));
     });
     // Should creation itself fail, the host still gets a handle, one with no session.
-    return guarded<KelvaneHandle>(nullptr, [&] {
-        return kelvane::handleOf(created ? std::move(created) : std::make_shared<Kelvane>());
-    });
+    return guarded<KelvaneHandle>(
+        nullptr, [&] { return kelvane::handleOf(created ? std::move(created) : std::make_shared<Kelvane>()); });
 }
 
 void destroyKelvaneDev(KelvaneHandle handle) {

@@ -13,19 +13,18 @@ constexpr int canTimeoutMs = 3000;
 constexpr double answerPeriodSeconds = 5.0;
 constexpr double pauseAfterReceiveSeconds = 0.1;
 
-bool holdsOk(const std::string& answer) {
-    return upperCased(answer).find(tec::okMark) != std::string::npos;
-}
+bool holdsOk(const std::string& answer) { return upperCased(answer).find(tec::okMark) != std::string::npos; }
 
 }  // namespace
 
 Bridge::Bridge(const Platform& platform, std::shared_ptr<RpcClient> client, Value identifier)
-    : client_(std::move(client)), clock_(*platform.clock), log_(*platform.log),
+    : client_(std::move(client)),
+      clock_(*platform.clock),
+      log_(*platform.log),
       files_{platform, std::move(identifier)} {}
 
 Value Bridge::call(std::string_view method, const Value& args) const {
-    return callThrough(client_, std::string(method), args, jsonrpc::timeoutKwargs(canTimeoutMs),
-                       nullptr);
+    return callThrough(client_, std::string(method), args, jsonrpc::timeoutKwargs(canTimeoutMs), nullptr);
 }
 
 bool Bridge::openChannel(const Value& bitRate) const {
@@ -38,13 +37,11 @@ bool Bridge::sendFixedFrame(std::uint32_t messageId, const std::string& command)
     return true;
 }
 
-bool Bridge::sendCommand(const Value& messageId, const std::string& command,
-                         std::int32_t slot) const {
+bool Bridge::sendCommand(const Value& messageId, const std::string& command, std::int32_t slot) const {
     return sendFrames(messageId, command, slot) && holdsOk(awaitAnswer(slot));
 }
 
-std::optional<std::string> Bridge::sendCommandForAnswer(const Value& messageId,
-                                                        const std::string& command,
+std::optional<std::string> Bridge::sendCommandForAnswer(const Value& messageId, const std::string& command,
                                                         std::int32_t slot) const {
     if (!sendFrames(messageId, command, slot)) return std::nullopt;
     std::string answer = awaitAnswer(slot);
@@ -56,8 +53,7 @@ std::optional<std::string> Bridge::sendCommandForAnswer(const Value& messageId,
 }
 
 // Sends every frame of the command; stops at the first frame the board does not take.
-bool Bridge::sendFrames(const Value& messageId, const std::string& command,
-                        std::int32_t slot) const {
+bool Bridge::sendFrames(const Value& messageId, const std::string& command, std::int32_t slot) const {
     for (const auto& frame : framesForCommand(command, slot)) {
         Value args = Value::array({messageId, Value(frame), std::string(extendedIdMark)});
         if (!isText(call(methods::canSend, args), replies::done)) {

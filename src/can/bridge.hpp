@@ -48,8 +48,7 @@ public:
     // letter case. False when a frame is refused or no such answer came.
     bool sendCommand(const Value& messageId, const std::string& command, std::int32_t slot) const;
     // As sendCommand, but gives the answer (letter case as received), or nothing on failure.
-    std::optional<std::string> sendCommandForAnswer(const Value& messageId,
-                                                    const std::string& command,
+    std::optional<std::string> sendCommandForAnswer(const Value& messageId, const std::string& command,
                                                     std::int32_t slot) const;
 
     // frames.cpp: the frames' format, both ways.

@@ -7,12 +7,9 @@
 
 namespace kelvane {
 
-bool FixtureControl::canConfig(const Value& bitRate) {
-    return d_->canBridge().openChannel(bitRate);
-}
+bool FixtureControl::canConfig(const Value& bitRate) { return d_->canBridge().openChannel(bitRate); }
 
-bool FixtureControl::sendCanCommandWithMessageId(std::uint32_t messageId,
-                                                 const std::string& command) {
+bool FixtureControl::sendCanCommandWithMessageId(std::uint32_t messageId, const std::string& command) {
     return d_->canBridge().sendFixedFrame(messageId, command);
 }
 
@@ -24,17 +21,13 @@ Value FixtureControl::handleCanCMD(const std::string& command, std::int32_t slot
     return frames;
 }
 
-std::string FixtureControl::receiveCanWithSlotId(std::int32_t slot) {
-    return d_->canBridge().receiveAnswer(slot);
-}
+std::string FixtureControl::receiveCanWithSlotId(std::int32_t slot) { return d_->canBridge().receiveAnswer(slot); }
 
-bool FixtureControl::sendCanCommandString(const Value& messageId, const std::string& command,
-                                          std::int32_t slot) {
+bool FixtureControl::sendCanCommandString(const Value& messageId, const std::string& command, std::int32_t slot) {
     return d_->canBridge().sendCommand(messageId, command, slot);
 }
 
-Value FixtureControl::sendCanCommandStringNeedFeedback(const Value& messageId,
-                                                       const std::string& command,
+Value FixtureControl::sendCanCommandStringNeedFeedback(const Value& messageId, const std::string& command,
                                                        std::int32_t slot) {
     auto answer = d_->canBridge().sendCommandForAnswer(messageId, command, slot);
     return answer ? Value(*answer) : Value();

@@ -6,9 +6,7 @@
 
 namespace kelvane {
 
-std::string FixtureControl::hexStringFromString(const std::string& text) {
-    return hex::fromText(text);
-}
+std::string FixtureControl::hexStringFromString(const std::string& text) { return hex::fromText(text); }
 
 Value FixtureControl::decimalFromHexString(const std::string& hexText) {
     Value values = hex::pairValues(hexText);
@@ -16,9 +14,7 @@ Value FixtureControl::decimalFromHexString(const std::string& hexText) {
     return values;
 }
 
-std::string FixtureControl::stringFromHexString(const std::string& hexText) {
-    return hex::textFromPairs(hexText);
-}
+std::string FixtureControl::stringFromHexString(const std::string& hexText) { return hex::textFromPairs(hexText); }
 
 Value FixtureControl::findSubStringByRegexGroup(const std::string& text, const std::string& pattern,
                                                 std::int32_t groupId, RpcErrorSlot error) {

@@ -8,8 +8,8 @@
 
 namespace kelvane {
 
-Value findSubStringByRegexGroup(const std::string& text, const std::string& pattern,
-                                std::int32_t groupId, RpcErrorSlot error) {
+Value findSubStringByRegexGroup(const std::string& text, const std::string& pattern, std::int32_t groupId,
+                                RpcErrorSlot error) {
     UErrorCode status = U_ZERO_ERROR;
     // The empty pattern is no pattern; ICU would compile it and match the empty text.
     std::unique_ptr<icu::RegexPattern> compiled;
@@ -28,8 +28,8 @@ Value findSubStringByRegexGroup(const std::string& text, const std::string& patt
     if (U_FAILURE(status) || !matcher->find(status)) return nullptr;
     // The index is the caller's to get right, as with the hex helpers' lengths.
     if (groupId < 0 || groupId > matcher->groupCount()) {
-        throw std::out_of_range("findSubStringByRegexGroup: group " + std::to_string(groupId) +
-                                " of a pattern with " + std::to_string(matcher->groupCount()));
+        throw std::out_of_range("findSubStringByRegexGroup: group " + std::to_string(groupId) + " of a pattern with " +
+                                std::to_string(matcher->groupCount()));
     }
     if (matcher->start(groupId, status) < 0) return nullptr;
     std::string group;

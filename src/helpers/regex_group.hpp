@@ -14,7 +14,7 @@ namespace kelvane {
 // "^" and "$" matching at line breaks) in `text`. Nil when there is no match or the group took
 // no part; a pattern that does not compile, and the empty pattern, give nil and an error in the
 // slot. Throws std::out_of_range when a match has fewer groups than `groupId`.
-Value findSubStringByRegexGroup(const std::string& text, const std::string& pattern,
-                                std::int32_t groupId, RpcErrorSlot error);
+Value findSubStringByRegexGroup(const std::string& text, const std::string& pattern, std::int32_t groupId,
+                                RpcErrorSlot error);
 
 }  // namespace kelvane

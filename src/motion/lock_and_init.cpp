@@ -43,8 +43,7 @@ Value Motion::fixtureInit() {
     log(describe(ioList));
 
     std::optional<RpcError> error;
-    Value reply = controller_.call(methods::fixtureIoSet, Value::array({ioList}),
-                                   io::ioSetKwargs(), &error);
+    Value reply = controller_.call(methods::fixtureIoSet, Value::array({ioList}), io::ioSetKwargs(), &error);
     log("RRRRPPPPCCC!!!!!!");
     log(describe(reply));
     log(error ? error->text() : describe(nullptr));

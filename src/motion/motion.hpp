@@ -35,9 +35,8 @@ public:
     Value fixtureInit();
 
 private:
-    Value pollSensor(std::string_view sensorMethod, double deadlineSeconds,
-                     std::string_view successLog, std::string_view successResult,
-                     std::string_view timeoutResult);
+    Value pollSensor(std::string_view sensorMethod, double deadlineSeconds, std::string_view successLog,
+                     std::string_view successResult, std::string_view timeoutResult);
     void log(std::string_view line) { log_.write(line); }
 
     const ControllerClient& controller_;

@@ -19,7 +19,7 @@ Value FixtureControl::trayOut() { return d_->motion.trayOut(); }
 
 namespace {
 
-constexpr double liftDeadlineSeconds = 5.0;    // up and down
+constexpr double liftDeadlineSeconds = 5.0;     // up and down
 constexpr double travelDeadlineSeconds = 15.0;  // in and out
 constexpr double pollPauseSeconds = 0.5;
 
@@ -29,23 +29,17 @@ constexpr std::string_view alreadyIn = "Current state is IN already!";
 constexpr std::string_view alreadyOut = "Current state is OUT already!";
 constexpr std::string_view dutNotRight = "Can not down,Because DUT state is not right!";
 
-constexpr std::string_view upTimeout =
-    "Fixture up action is executed,but up sensor is not OK\uFF01";
-constexpr std::string_view downTimeout =
-    "Fixture down action is executed,but down sensor is not OK\uFF01";
+constexpr std::string_view upTimeout = "Fixture up action is executed,but up sensor is not OK\uFF01";
+constexpr std::string_view downTimeout = "Fixture down action is executed,but down sensor is not OK\uFF01";
 // The in move names the down sensor in its timeout although it polls the in sensor; hosts
 // know the text as it is, so it stays.
-constexpr std::string_view inTimeout =
-    "Fixture in action is executed,but down sensor is not OK\uFF01";
-constexpr std::string_view outTimeout =
-    "Fixture out action is executed,but out sensor is not OK\uFF01";
+constexpr std::string_view inTimeout = "Fixture in action is executed,but down sensor is not OK\uFF01";
+constexpr std::string_view outTimeout = "Fixture out action is executed,but out sensor is not OK\uFF01";
 
 // A refused move logs its reason as a line of its own ending in "\r".
 std::string refusalLine(std::string_view reason) { return fmt::format("{}\r", reason); }
 
-std::string currentStateLine(const Value& reading) {
-    return fmt::format("Current state: {}\r", describe(reading));
-}
+std::string currentStateLine(const Value& reading) { return fmt::format("Current state: {}\r", describe(reading)); }
 
 }  // namespace
 
@@ -72,8 +66,7 @@ Value Motion::trayDown() {
 
     Value reply = controller_.call(methods::fixtureDown);
     if (!isText(reply, replies::downDone)) return reply;
-    return pollSensor(methods::downSensorRead, liftDeadlineSeconds, "DOWN OK.\r", "DOWN OK",
-                      downTimeout);
+    return pollSensor(methods::downSensorRead, liftDeadlineSeconds, "DOWN OK.\r", "DOWN OK", downTimeout);
 }
 
 Value Motion::trayIn() {
@@ -94,8 +87,7 @@ Value Motion::trayIn() {
 
     Value reply = controller_.call(methods::fixtureIn);
     if (!isText(reply, replies::inDone)) return reply;
-    return pollSensor(methods::inSensorRead, travelDeadlineSeconds, "IN OK.\r", "IN OK",
-                      inTimeout);
+    return pollSensor(methods::inSensorRead, travelDeadlineSeconds, "IN OK.\r", "IN OK", inTimeout);
 }
 
 Value Motion::trayOut() {
@@ -114,13 +106,11 @@ Value Motion::trayOut() {
 
     Value reply = controller_.call(methods::fixtureOut);
     if (!isText(reply, replies::outDone)) return reply;
-    return pollSensor(methods::outSensorRead, travelDeadlineSeconds, "OUT OK.\r", "OUT OK",
-                      outTimeout);
+    return pollSensor(methods::outSensorRead, travelDeadlineSeconds, "OUT OK.\r", "OUT OK", outTimeout);
 }
 
-Value Motion::pollSensor(std::string_view sensorMethod, double deadlineSeconds,
-                         std::string_view successLog, std::string_view successResult,
-                         std::string_view timeoutResult) {
+Value Motion::pollSensor(std::string_view sensorMethod, double deadlineSeconds, std::string_view successLog,
+                         std::string_view successResult, std::string_view timeoutResult) {
     // Measured on the steady clock, so a time sync during a move neither stretches nor cuts it.
     const double start = clock_.monotonic();
     double now = start;

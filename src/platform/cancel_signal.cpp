@@ -18,8 +18,7 @@ bool CancelSignal::isCancelled() const { return cancelled_; }
 
 bool CancelSignal::waitFor(double seconds) const {
     std::unique_lock lock(mutex_);
-    return raised_.wait_for(lock, std::chrono::duration<double>(seconds),
-                            [this] { return isCancelled(); });
+    return raised_.wait_for(lock, std::chrono::duration<double>(seconds), [this] { return isCancelled(); });
 }
 
 void CancelSignal::setWaker(std::function<void()> wake) const {

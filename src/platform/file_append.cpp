@@ -26,8 +26,8 @@ AppendResult appendToFile(const std::filesystem::path& path, std::string_view by
     return written && closed ? AppendResult::appended : AppendResult::failed;
 }
 
-void appendStationLine(const Platform& platform, std::string_view stationPath,
-                       std::string_view line, std::string_view failureLine) {
+void appendStationLine(const Platform& platform, std::string_view stationPath, std::string_view line,
+                       std::string_view failureLine) {
     AppendResult result = AppendResult::failed;
     try {
         result = appendToFile(platform.resolve(stationPath), isAscii(line) ? line : "");

@@ -28,8 +28,8 @@ AppendResult appendToFile(const std::filesystem::path& path, std::string_view by
 // station's own tools do: a file that cannot be opened loses the line without a word; a line
 // that is not all ASCII is not written, though the file is created; a write or close that
 // fails once the file is open loses the line and logs `failureLine`. Nothing reaches the caller.
-void appendStationLine(const Platform& platform, std::string_view stationPath,
-                       std::string_view line, std::string_view failureLine);
+void appendStationLine(const Platform& platform, std::string_view stationPath, std::string_view line,
+                       std::string_view failureLine);
 
 // A file kept open for appending, for writers that add many lines: each write() goes to the
 // end of the file in one system call, so lines from several writers (even other processes)

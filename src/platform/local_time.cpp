@@ -8,8 +8,7 @@ namespace kelvane {
 std::string formatLocalTime(double secondsSince1970, std::string_view icuPattern) {
     UErrorCode status = U_ZERO_ERROR;
     icu::SimpleDateFormat format(
-        icu::UnicodeString::fromUTF8(
-            icu::StringPiece(icuPattern.data(), static_cast<int32_t>(icuPattern.size()))),
+        icu::UnicodeString::fromUTF8(icu::StringPiece(icuPattern.data(), static_cast<int32_t>(icuPattern.size()))),
         status);
     if (U_FAILURE(status)) return {};
     icu::UnicodeString formatted;

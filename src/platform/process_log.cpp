@@ -45,8 +45,8 @@ class StreamLog final : public LogSink {
 public:
     explicit StreamLog(std::shared_ptr<StreamSink> sink) : logger_("Kelvane", std::move(sink)) {
         // No line end from the formatter: write() adds one only where the text lacks it.
-        logger_.set_formatter(std::make_unique<spdlog::pattern_formatter>(
-            linePrefixPattern, spdlog::pattern_time_type::local, ""));
+        logger_.set_formatter(
+            std::make_unique<spdlog::pattern_formatter>(linePrefixPattern, spdlog::pattern_time_type::local, ""));
     }
 
     void write(std::string_view line) override {
@@ -87,9 +87,10 @@ std::shared_ptr<LogSink> processLogRoutedBy(std::string_view route) {
         return std::make_shared<StreamLog>(std::make_shared<StreamSink>(file, true));
     }
     auto log = standardErrorStream();
-    log->write(fmt::format("process log {}: the file cannot be opened for appending; logging to "
-                           "standard error",
-                           route));
+    log->write(
+        fmt::format("process log {}: the file cannot be opened for appending; logging to "
+                    "standard error",
+                    route));
     return log;
 }
 

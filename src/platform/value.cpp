@@ -43,8 +43,7 @@ long long truncatedToInteger(double number) {
 }
 
 icu::UnicodeString utf16(const std::string& text) {
-    return icu::UnicodeString::fromUTF8(
-        icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+    return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
 }
 
 bool isBareWord(const std::string& text) {
@@ -104,8 +103,7 @@ void appendDictionary(std::string& out, const Value& dictionary, int level) {
     for (auto entry = dictionary.begin(); entry != dictionary.end(); ++entry) {
         entries.emplace_back(utf16(entry.key()), entry);
     }
-    std::sort(entries.begin(), entries.end(),
-              [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     appendIndent(out, level);
     out += "{\n";
     for (const auto& [unused, entry] : entries) {
@@ -121,9 +119,12 @@ void appendDictionary(std::string& out, const Value& dictionary, int level) {
 // A value inside a collection: a nested collection opens with its own indentation; anything
 // else is its printed text as a word, where nil stands as "<null>".
 void appendNested(std::string& out, const Value& value, int level) {
-    if (value.is_array()) appendArray(out, value, level);
-    else if (value.is_object()) appendDictionary(out, value, level);
-    else out += quotedWord(value.is_null() ? "<null>" : describe(value));
+    if (value.is_array())
+        appendArray(out, value, level);
+    else if (value.is_object())
+        appendDictionary(out, value, level);
+    else
+        out += quotedWord(value.is_null() ? "<null>" : describe(value));
 }
 
 }  // namespace
@@ -131,27 +132,41 @@ void appendNested(std::string& out, const Value& value, int level) {
 std::string describe(const Value& value) {
     std::string out;
     switch (value.type()) {
-    case Value::value_t::null: return "(null)";
-    case Value::value_t::string: return value.get_ref<const std::string&>();
-    case Value::value_t::boolean: return value.get<bool>() ? "1" : "0";
-    case Value::value_t::number_float: return describeFloat(value.get<double>());
-    case Value::value_t::array: appendArray(out, value, 0); return out;
-    case Value::value_t::object: appendDictionary(out, value, 0); return out;
-    default: return value.dump(-1, ' ', false, Value::error_handler_t::replace);
+        case Value::value_t::null:
+            return "(null)";
+        case Value::value_t::string:
+            return value.get_ref<const std::string&>();
+        case Value::value_t::boolean:
+            return value.get<bool>() ? "1" : "0";
+        case Value::value_t::number_float:
+            return describeFloat(value.get<double>());
+        case Value::value_t::array:
+            appendArray(out, value, 0);
+            return out;
+        case Value::value_t::object:
+            appendDictionary(out, value, 0);
+            return out;
+        default:
+            return value.dump(-1, ' ', false, Value::error_handler_t::replace);
     }
 }
 
 long long integerValue(const Value& value) {
     switch (value.type()) {
-    case Value::value_t::string: return leadingInteger(value.get_ref<const std::string&>());
-    case Value::value_t::boolean: return value.get<bool>() ? 1 : 0;
-    case Value::value_t::number_integer: return value.get<long long>();
-    case Value::value_t::number_unsigned: {
-        auto number = value.get<unsigned long long>();
-        return number > LLONG_MAX ? LLONG_MAX : static_cast<long long>(number);
-    }
-    case Value::value_t::number_float: return truncatedToInteger(value.get<double>());
-    default: return 0;
+        case Value::value_t::string:
+            return leadingInteger(value.get_ref<const std::string&>());
+        case Value::value_t::boolean:
+            return value.get<bool>() ? 1 : 0;
+        case Value::value_t::number_integer:
+            return value.get<long long>();
+        case Value::value_t::number_unsigned: {
+            auto number = value.get<unsigned long long>();
+            return number > LLONG_MAX ? LLONG_MAX : static_cast<long long>(number);
+        }
+        case Value::value_t::number_float:
+            return truncatedToInteger(value.get<double>());
+        default:
+            return 0;
     }
 }
 
@@ -171,8 +186,7 @@ bool describedContains(const Value& value, std::string_view part) {
 }
 
 std::string upperCased(std::string_view text) {
-    auto unicode = icu::UnicodeString::fromUTF8(
-        icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+    auto unicode = icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
     std::string result;
     unicode.toUpper(icu::Locale::getRoot()).toUTF8String(result);
     return result;

@@ -19,9 +19,12 @@ public:
     // True when `c` belongs to a string literal, its quotes included.
     bool take(char c) {
         if (inString_) {
-            if (escaped_) escaped_ = false;
-            else if (c == '\\') escaped_ = true;
-            else if (c == '"') inString_ = false;
+            if (escaped_)
+                escaped_ = false;
+            else if (c == '\\')
+                escaped_ = true;
+            else if (c == '"')
+                inString_ = false;
             return true;
         }
         return inString_ = (c == '"');
@@ -89,14 +92,15 @@ std::string quoteOverflowingNumbers(std::string_view text) {
         char c = text[i];
         if (!strings.take(c) && (c == '-' || std::isdigit(static_cast<unsigned char>(c)))) {
             std::size_t end = i + 1;
-            while (end < text.size() &&
-                   (std::isdigit(static_cast<unsigned char>(text[end])) ||
-                    std::string_view(".eE+-").find(text[end]) != std::string_view::npos)) {
+            while (end < text.size() && (std::isdigit(static_cast<unsigned char>(text[end])) ||
+                                         std::string_view(".eE+-").find(text[end]) != std::string_view::npos)) {
                 ++end;
             }
             auto number = text.substr(i, end - i);
-            if (overflowsDouble(number)) out += '"' + std::string(number) + '"';
-            else out += number;
+            if (overflowsDouble(number))
+                out += '"' + std::string(number) + '"';
+            else
+                out += number;
             i = end;
             continue;
         }
@@ -147,9 +151,7 @@ std::optional<Value> parseObject(std::string_view text) {
     return parsed;
 }
 
-std::string toJson(const Value& value) {
-    return value.dump(-1, ' ', false, Value::error_handler_t::replace);
-}
+std::string toJson(const Value& value) { return value.dump(-1, ' ', false, Value::error_handler_t::replace); }
 
 std::string encodeRequest(const Request& request) {
     Value message = {{"jsonrpc", "2.0"},
@@ -183,9 +185,7 @@ std::string encodeResult(std::int64_t id, const Value& result) {
 }
 
 std::string encodeError(std::int64_t id, const RpcError& error) {
-    return toJson({{"jsonrpc", "2.0"},
-                   {"id", id},
-                   {"error", {{"code", error.code}, {"message", error.message}}}});
+    return toJson({{"jsonrpc", "2.0"}, {"id", id}, {"error", {{"code", error.code}, {"message", error.message}}}});
 }
 
 std::optional<Reply> decodeReply(std::string_view text) {
@@ -193,8 +193,7 @@ std::optional<Reply> decodeReply(std::string_view text) {
     if (!message) return std::nullopt;
     auto id = integerId(*message);
     if (!id) return std::nullopt;
-    if (auto version = message->find("jsonrpc");
-        version != message->end() && !isText(*version, "2.0")) {
+    if (auto version = message->find("jsonrpc"); version != message->end() && !isText(*version, "2.0")) {
         return std::nullopt;
     }
     Reply reply;

@@ -31,8 +31,8 @@ std::optional<double> number(const std::string& field) {
 
 std::string readingLine(std::string_view timeStamp, const TecSample& sample, std::string_view item) {
     std::string line(timeStamp);
-    for (float value : {sample.sensors[0], sample.sensors[1], sample.sensors[2], sample.sensors[3],
-                        sample.pwm, sample.current}) {
+    for (float value :
+         {sample.sensors[0], sample.sensors[1], sample.sensors[2], sample.sensors[3], sample.pwm, sample.current}) {
         line += separator + twoDecimals(value);
     }
     return line + separator + std::string(item) + std::string(csvLineEnd);
@@ -49,9 +49,7 @@ std::string_view withoutLineEnd(std::string_view line) {
     return line;
 }
 
-bool isMissingAnswerLine(std::string_view lineWithoutEnd) {
-    return lineWithoutEnd.ends_with(missingAnswerMark);
-}
+bool isMissingAnswerLine(std::string_view lineWithoutEnd) { return lineWithoutEnd.ends_with(missingAnswerMark); }
 
 std::optional<ReadingFields> readReadingLine(std::string_view line) {
     // The time stamp, then the six numbers; the item takes the rest.
@@ -68,8 +66,8 @@ std::optional<ReadingFields> readReadingLine(std::string_view line) {
         if (!value) return std::nullopt;
         numbers[i] = *value;
     }
-    return ReadingFields{fields[0], {numbers[0], numbers[1], numbers[2], numbers[3]}, numbers[4],
-                         numbers[5], std::string(line)};
+    return ReadingFields{
+        fields[0], {numbers[0], numbers[1], numbers[2], numbers[3]}, numbers[4], numbers[5], std::string(line)};
 }
 
 bool belowMinimum(const TecSample& sample) {

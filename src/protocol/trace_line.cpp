@@ -9,8 +9,7 @@ namespace kelvane::trace {
 namespace {
 
 // By Outcome's value.
-constexpr std::array<std::string_view, 5> outcomeWords = {"result", "error", "timeout",
-                                                          "not_reachable", "closed"};
+constexpr std::array<std::string_view, 5> outcomeWords = {"result", "error", "timeout", "not_reachable", "closed"};
 
 std::optional<Outcome> outcomeNamed(std::string_view word) {
     auto found = std::find(outcomeWords.begin(), outcomeWords.end(), word);
@@ -29,10 +28,14 @@ std::string_view outcomeWord(Outcome outcome) { return outcomeWords.at(static_ca
 Outcome outcomeOf(const std::optional<RpcError>& error) {
     if (!error) return Outcome::result;
     switch (error->kind) {
-    case RpcError::Kind::controller: return Outcome::error;
-    case RpcError::Kind::timeout: return Outcome::timeout;
-    case RpcError::Kind::notReachable: return Outcome::notReachable;
-    case RpcError::Kind::closed: return Outcome::closed;
+        case RpcError::Kind::controller:
+            return Outcome::error;
+        case RpcError::Kind::timeout:
+            return Outcome::timeout;
+        case RpcError::Kind::notReachable:
+            return Outcome::notReachable;
+        case RpcError::Kind::closed:
+            return Outcome::closed;
     }
     return Outcome::error;
 }

@@ -31,8 +31,7 @@ std::optional<std::uint16_t> eventOf(const std::vector<zmq::message_t>& parts) {
 
 }  // namespace
 
-ConnectionMonitors::ConnectionMonitors(zmq::context_t& context)
-    : context_(context), thread_([this] { run(); }) {}
+ConnectionMonitors::ConnectionMonitors(zmq::context_t& context) : context_(context), thread_([this] { run(); }) {}
 
 ConnectionMonitors::~ConnectionMonitors() {
     {
@@ -138,8 +137,7 @@ void ConnectionMonitors::handleEvents(Watched& watched, bool listening) {
     try {
         while (true) {
             std::vector<zmq::message_t> parts;
-            if (!zmq::recv_multipart(watched.monitor, std::back_inserter(parts),
-                                     zmq::recv_flags::dontwait)) {
+            if (!zmq::recv_multipart(watched.monitor, std::back_inserter(parts), zmq::recv_flags::dontwait)) {
                 return;
             }
             auto event = eventOf(parts);

@@ -11,13 +11,11 @@ using SteadyClock = std::chrono::steady_clock;
 // it has ended the session for a protocol error and will never reconnect by itself.
 constexpr std::chrono::milliseconds retryAnnouncementWait{200};
 
-constexpr int watchedEvents =
-    ZMQ_EVENT_HANDSHAKE_SUCCEEDED | ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_CONNECT_RETRIED;
+constexpr int watchedEvents = ZMQ_EVENT_HANDSHAKE_SUCCEEDED | ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_CONNECT_RETRIED;
 
 }  // namespace
 
-ConnectionWatcher::ConnectionWatcher(ConnectionMonitors& monitors, void* watchedSocket,
-                                     Reactions reactions)
+ConnectionWatcher::ConnectionWatcher(ConnectionMonitors& monitors, void* watchedSocket, Reactions reactions)
     : monitors_(monitors), reactions_(std::move(reactions)) {
     monitors_.add(watchedSocket, watchedEvents, *this);
 }

@@ -11,8 +11,7 @@ constexpr std::uint32_t highestPort = 65535;
 
 }  // namespace
 
-std::shared_ptr<RpcClient> controllerClientChain(const Platform& platform, const std::string& ip,
-                                                 std::uint32_t port) {
+std::shared_ptr<RpcClient> controllerClientChain(const Platform& platform, const std::string& ip, std::uint32_t port) {
     std::shared_ptr<RpcClient> transport;
     if (platform.connect) {
         transport = platform.connect(ip, port);
@@ -27,8 +26,7 @@ std::shared_ptr<RpcClient> controllerClientChain(const Platform& platform, const
                                            "tcp://" + ip + ":" + std::to_string(port));
 }
 
-void ControllerClient::connect(const Platform& platform, const std::string& ip,
-                               std::uint32_t port) {
+void ControllerClient::connect(const Platform& platform, const std::string& ip, std::uint32_t port) {
     const bool usablePort = port >= lowestPort && port <= highestPort;
     set(usablePort ? controllerClientChain(platform, ip, port) : nullptr);
 }

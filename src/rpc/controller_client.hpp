@@ -37,8 +37,8 @@ public:
     void set(std::shared_ptr<RpcClient> client) { client_.set(std::move(client)); }
 
     // A call through the client held now; with none, no reply and no error.
-    Value call(std::string_view method, const Value& args = Value::array(),
-               const Value& kwargs = nullptr, RpcErrorSlot error = nullptr) const;
+    Value call(std::string_view method, const Value& args = Value::array(), const Value& kwargs = nullptr,
+               RpcErrorSlot error = nullptr) const;
 
     // Ends the session's use of its controller: the client held now is closed, so calls under
     // way and later ones fail at once, and closed() turns true, so polls stop at their next step.
@@ -51,7 +51,6 @@ private:
 };
 
 // The chain connect() holds (without the port check); Platform::clientFor gives it to any host.
-std::shared_ptr<RpcClient> controllerClientChain(const Platform& platform, const std::string& ip,
-                                                 std::uint32_t port);
+std::shared_ptr<RpcClient> controllerClientChain(const Platform& platform, const std::string& ip, std::uint32_t port);
 
 }  // namespace kelvane

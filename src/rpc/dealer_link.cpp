@@ -16,8 +16,7 @@ constexpr int reconnectIntervalMs = 100;
 constexpr int receiveHighWaterMark = 8;
 
 int millisecondsUntil(DealerLink::Deadline deadline) {
-    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline -
-                                                             std::chrono::steady_clock::now());
+    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     return static_cast<int>(std::clamp<long long>(left.count(), 0, 1'000'000));
 }
 
@@ -75,8 +74,7 @@ bool DealerLink::waitForTraffic(Deadline deadline) {
 std::optional<jsonrpc::Reply> DealerLink::receive() {
     std::vector<zmq::message_t> parts;
     try {
-        auto received =
-            zmq::recv_multipart(socket_, std::back_inserter(parts), zmq::recv_flags::dontwait);
+        auto received = zmq::recv_multipart(socket_, std::back_inserter(parts), zmq::recv_flags::dontwait);
         if (!received) return std::nullopt;
     } catch (const zmq::error_t&) {
         return std::nullopt;

@@ -2,9 +2,7 @@
 
 namespace kelvane {
 
-std::string RpcError::text() const {
-    return message + " (code " + std::to_string(code) + ")";
-}
+std::string RpcError::text() const { return message + " (code " + std::to_string(code) + ")"; }
 
 RpcClient::~RpcClient() = default;
 
@@ -18,13 +16,12 @@ Value RpcClient::rpc(const std::string& method, const Value& args, RpcErrorSlot 
     return call(method, args, nullptr, error);
 }
 
-Value RpcClient::rpc(const std::string& method, const Value& args, const Value& kwargs,
-                     RpcErrorSlot error) {
+Value RpcClient::rpc(const std::string& method, const Value& args, const Value& kwargs, RpcErrorSlot error) {
     return call(method, args, kwargs, error);
 }
 
-Value callThrough(const std::shared_ptr<RpcClient>& client, const std::string& method,
-                  const Value& args, const Value& kwargs, RpcErrorSlot error) {
+Value callThrough(const std::shared_ptr<RpcClient>& client, const std::string& method, const Value& args,
+                  const Value& kwargs, RpcErrorSlot error) {
     if (!client) return nullptr;
     return client->call(method, args, kwargs, error);
 }

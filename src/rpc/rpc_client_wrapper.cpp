@@ -22,8 +22,7 @@ using Kind = RpcError::Kind;
 const std::string closedText = "RPC client closed";
 const RpcError closedError{jsonrpc::clientClosedError, closedText, Kind::closed};
 
-std::chrono::milliseconds callTimeout(const Value& kwargs,
-                                      const RPCClientWrapper::Options& options) {
+std::chrono::milliseconds callTimeout(const Value& kwargs, const RPCClientWrapper::Options& options) {
     if (kwargs.is_object()) {
         auto timeout = kwargs.find(jsonrpc::timeoutKey);
         if (timeout != kwargs.end() && timeout->is_number() && integerValue(*timeout) >= 0) {
@@ -43,8 +42,7 @@ std::chrono::milliseconds callTimeout(const Value& kwargs,
 // comes from another thread: the process's one monitor thread, shared by every client.
 struct RPCClientWrapper::Impl {
     Impl(std::string endpoint, Options options)
-        : options(options),
-          link(processContext(), std::move(endpoint), options.maxReplyBytes) {}
+        : options(options), link(processContext(), std::move(endpoint), options.maxReplyBytes) {}
 
     const Options options;
     const SteadyClock::time_point created = SteadyClock::now();
@@ -54,9 +52,9 @@ struct RPCClientWrapper::Impl {
 
     DealerLink link;
     PendingCalls calls{closedError};
-    ConnectionWatcher watcher{ConnectionMonitors::process(), link.handle(),
-                              {[this] { failCallsInFlight(); },
-                               [this] { return reconnectAfterProtocolError(); }}};
+    ConnectionWatcher watcher{ConnectionMonitors::process(),
+                              link.handle(),
+                              {[this] { failCallsInFlight(); }, [this] { return reconnectAfterProtocolError(); }}};
 
     void open() { link.connect(); }
 
@@ -75,8 +73,7 @@ struct RPCClientWrapper::Impl {
 
     // The call's whole life: every outcome a call can have is decided here, and each failure
     // carries its kind from here.
-    Value call(const std::string& method, const Value& args, const Value& kwargs,
-               RpcErrorSlot error) {
+    Value call(const std::string& method, const Value& args, const Value& kwargs, RpcErrorSlot error) {
         auto fail = [&](RpcError failure) -> Value {
             if (error) *error = std::move(failure);
             return nullptr;
@@ -102,8 +99,7 @@ struct RPCClientWrapper::Impl {
             outcome = calls.remove(id);
         }
         if (!outcome) {
-            return fail({jsonrpc::timeoutError,
-                         method + " timed out after " + std::to_string(timeout.count()) + " ms",
+            return fail({jsonrpc::timeoutError, method + " timed out after " + std::to_string(timeout.count()) + " ms",
                          Kind::timeout});
         }
         if (outcome->error) {
@@ -142,8 +138,7 @@ struct RPCClientWrapper::Impl {
 
     // From the watcher. Requests sent before the controller went away will never be answered.
     void failCallsInFlight() {
-        calls.failAll({jsonrpc::notConnectedError, "connection to " + link.endpoint() + " lost",
-                       Kind::notReachable});
+        calls.failAll({jsonrpc::notConnectedError, "connection to " + link.endpoint() + " lost", Kind::notReachable});
         link.wake();
     }
 
@@ -167,8 +162,8 @@ struct RPCClientWrapper::Impl {
     }
 };
 
-std::shared_ptr<RPCClientWrapper> RPCClientWrapper::initWithIP(const std::string& ip,
-                                                              std::uint32_t port, Options options) {
+std::shared_ptr<RPCClientWrapper> RPCClientWrapper::initWithIP(const std::string& ip, std::uint32_t port,
+                                                               Options options) {
     try {
         auto impl = std::make_unique<Impl>("tcp://" + ip + ":" + std::to_string(port), options);
         impl->open();
@@ -178,8 +173,7 @@ std::shared_ptr<RPCClientWrapper> RPCClientWrapper::initWithIP(const std::string
     }
 }
 
-std::shared_ptr<RPCClientWrapper> RPCClientWrapper::initWithIP(const std::string& ip,
-                                                              std::uint32_t port) {
+std::shared_ptr<RPCClientWrapper> RPCClientWrapper::initWithIP(const std::string& ip, std::uint32_t port) {
     return initWithIP(ip, port, Options{});
 }
 
@@ -203,8 +197,7 @@ void RPCClientWrapper::close() { impl_->refuseCalls(); }
 
 bool RPCClientWrapper::isConnected() const { return impl_->watcher.isConnected(); }
 
-Value RPCClientWrapper::call(const std::string& method, const Value& args, const Value& kwargs,
-                             RpcErrorSlot error) {
+Value RPCClientWrapper::call(const std::string& method, const Value& args, const Value& kwargs, RpcErrorSlot error) {
     return impl_->call(method, args, kwargs, error);
 }
 

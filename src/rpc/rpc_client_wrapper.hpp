@@ -33,16 +33,14 @@ public:
 
     // A client connecting (in the background) to tcp://ip:port; null when the address is not
     // one ZeroMQ can connect to.
-    static std::shared_ptr<RPCClientWrapper> initWithIP(const std::string& ip, std::uint32_t port,
-                                                        Options options);
+    static std::shared_ptr<RPCClientWrapper> initWithIP(const std::string& ip, std::uint32_t port, Options options);
     static std::shared_ptr<RPCClientWrapper> initWithIP(const std::string& ip, std::uint32_t port);
     // Makes clients with these options, for a Platform's `connect`.
     static RpcClientFactory factory(Options options);
 
     ~RPCClientWrapper() override;
 
-    Value call(const std::string& method, const Value& args, const Value& kwargs,
-               RpcErrorSlot error) override;
+    Value call(const std::string& method, const Value& args, const Value& kwargs, RpcErrorSlot error) override;
 
     // Fails the calls still waiting and every later call with clientClosedError.
     void close() override;

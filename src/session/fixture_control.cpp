@@ -16,8 +16,7 @@ constexpr std::string_view tecSetupSwitch = "NO";
 
 }  // namespace
 
-FixtureControl::FixtureControl(Platform platform)
-    : d_(std::make_unique<Private>(std::move(platform))) {}
+FixtureControl::FixtureControl(Platform platform) : d_(std::make_unique<Private>(std::move(platform))) {}
 
 FixtureControl::~FixtureControl() = default;
 
@@ -41,8 +40,7 @@ std::shared_ptr<FixtureControl> FixtureControl::initWithIP(const Value& topology
     session->log("================Connect Fixture seccussful================");
 
     Value scanSN = topology.is_object() ? topology.value("ScanSN", Value()) : Value();
-    if (scanSN.is_string() && upperCased(scanSN.get<std::string>()) == "YES" &&
-        !session->barcodeSecurityCheck()) {
+    if (scanSN.is_string() && upperCased(scanSN.get<std::string>()) == "YES" && !session->barcodeSecurityCheck()) {
         return nullptr;
     }
     if (tecSetupSwitch == "YES" && !session->setUpTecMonitoring(session->d_->units.slotNumber)) {
@@ -73,9 +71,7 @@ bool FixtureControl::connectWithIPAddress(const Value& address) {
 
 std::int32_t FixtureControl::getConnectFlag() const { return d_->ConnectFlag; }
 
-bool FixtureControl::initialFixture() {
-    return describedContains(call(methods::fixtureInitialise), replies::done);
-}
+bool FixtureControl::initialFixture() { return describedContains(call(methods::fixtureInitialise), replies::done); }
 
 void FixtureControl::close() {
     d_->controller.close();
@@ -84,8 +80,7 @@ void FixtureControl::close() {
 
 void FixtureControl::log(std::string_view line) const { d_->platform.log->write(line); }
 
-Value FixtureControl::call(std::string_view method, const Value& args, const Value& kwargs,
-                           RpcErrorSlot error) {
+Value FixtureControl::call(std::string_view method, const Value& args, const Value& kwargs, RpcErrorSlot error) {
     return d_->controller.call(method, args, kwargs, error);
 }
 

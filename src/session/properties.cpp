@@ -9,17 +9,11 @@ namespace kelvane {
 
 using tec::SlotTables;
 
-std::shared_ptr<RpcClient> FixtureControl::fixtureControlClient() const {
-    return d_->controller.get();
-}
-void FixtureControl::fixtureControlClient(std::shared_ptr<RpcClient> client) {
-    d_->controller.set(std::move(client));
-}
+std::shared_ptr<RpcClient> FixtureControl::fixtureControlClient() const { return d_->controller.get(); }
+void FixtureControl::fixtureControlClient(std::shared_ptr<RpcClient> client) { d_->controller.set(std::move(client)); }
 
 std::shared_ptr<std::thread> FixtureControl::threadReset() const { return d_->threadReset.get(); }
-void FixtureControl::threadReset(std::shared_ptr<std::thread> thread) {
-    d_->threadReset.set(std::move(thread));
-}
+void FixtureControl::threadReset(std::shared_ptr<std::thread> thread) { d_->threadReset.set(std::move(thread)); }
 
 Value FixtureControl::identifier() const { return d_->identifier.get(); }
 void FixtureControl::identifier(Value identifier) { d_->identifier.set(std::move(identifier)); }
@@ -36,23 +30,17 @@ void FixtureControl::tecTempLogPath(std::string path) { d_->tec.tecTempLogPath.s
 std::string FixtureControl::tecVersion() const { return d_->tec.tecVersion.get(); }
 void FixtureControl::tecVersion(std::string version) { d_->tec.tecVersion.set(std::move(version)); }
 
-Value FixtureControl::tecRecordItemNameArray() const {
-    return d_->tec.tables().table(SlotTables::itemNames);
-}
+Value FixtureControl::tecRecordItemNameArray() const { return d_->tec.tables().table(SlotTables::itemNames); }
 void FixtureControl::tecRecordItemNameArray(Value names) {
     d_->tec.tables().setTable(SlotTables::itemNames, std::move(names));
 }
 
-Value FixtureControl::tecTempStableFlag() const {
-    return d_->tec.tables().table(SlotTables::stableFlags);
-}
+Value FixtureControl::tecTempStableFlag() const { return d_->tec.tables().table(SlotTables::stableFlags); }
 void FixtureControl::tecTempStableFlag(Value flags) {
     d_->tec.tables().setTable(SlotTables::stableFlags, std::move(flags));
 }
 
-Value FixtureControl::tecTempTimes() const {
-    return d_->tec.tables().table(SlotTables::warmUpPasses);
-}
+Value FixtureControl::tecTempTimes() const { return d_->tec.tables().table(SlotTables::warmUpPasses); }
 void FixtureControl::tecTempTimes(Value passes) {
     d_->tec.tables().setTable(SlotTables::warmUpPasses, std::move(passes));
 }

@@ -30,8 +30,7 @@ Value Units::getFixtureIDFromEEPROMWithTimeout(std::int64_t timeoutMs) const {
     Value args = baseBoard ? Value::array({eepromRegion, eepromAddress, eepromLength})
                            : Value::array({eepromAddress, eepromLength});
     std::optional<RpcError> error;
-    Value reply = callThrough(client(std::string(eepromUnit)), method, args,
-                              jsonrpc::timeoutKwargs(timeoutMs), &error);
+    Value reply = callThrough(client(std::string(eepromUnit)), method, args, jsonrpc::timeoutKwargs(timeoutMs), &error);
     if (error) log("Failed to read eeprom from SIB board; err=" + error->text());
     return reply;
 }

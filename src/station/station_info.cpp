@@ -9,8 +9,7 @@
 namespace kelvane {
 namespace {
 
-constexpr std::string_view stationInfoPath =
-    "/vault/data_collection/test_station_config/zt_station_info.json";
+constexpr std::string_view stationInfoPath = "/vault/data_collection/test_station_config/zt_station_info.json";
 
 Value readJsonFile(const std::filesystem::path& path) {
     std::ifstream file(path, std::ios::binary);
@@ -31,8 +30,7 @@ Value member(const Value& dictionary, const std::string& key) {
 
 std::string FixtureControl::GetZtJsonInfo(const std::string& outerKey, const std::string& innerKey) {
     try {
-        Value inner = member(member(readJsonFile(d_->platform.resolve(stationInfoPath)), outerKey),
-                             innerKey);
+        Value inner = member(member(readJsonFile(d_->platform.resolve(stationInfoPath)), outerKey), innerKey);
         if (inner.is_string() || inner.is_number() || inner.is_boolean()) return describe(inner);
     } catch (const std::exception&) {
         // An unreadable file reads as no value.

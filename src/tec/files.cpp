@@ -12,8 +12,7 @@
 namespace kelvane::tec {
 namespace {
 
-constexpr std::string_view slotFolder =
-    "/Users/stnuser/Library/Logs/Korva/active/group{}-slot{}/user/";
+constexpr std::string_view slotFolder = "/Users/stnuser/Library/Logs/Korva/active/group{}-slot{}/user/";
 constexpr std::string_view monitorLogName = "TecControlMonitor_{}_Unit{}.log";
 constexpr std::string_view csvName = "TecTemp_{}_Unit{}.csv";
 constexpr std::string_view monitorTimeStamp = "YYYY-MM-dd HH:mm:ss:SSSS";
@@ -35,9 +34,7 @@ std::string monitorLogPath(const Value& identifier, std::int32_t slot) {
     return slotFilePath(identifier, slot, monitorLogName);
 }
 
-std::string csvPath(const Value& identifier, std::int32_t slot) {
-    return slotFilePath(identifier, slot, csvName);
-}
+std::string csvPath(const Value& identifier, std::int32_t slot) { return slotFilePath(identifier, slot, csvName); }
 
 void TecFiles::appendMonitorLine(std::int32_t slot, const std::string& text) const {
     const std::string stamp = formatLocalTime(platform.clock->now(), monitorTimeStamp);

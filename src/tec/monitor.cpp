@@ -62,9 +62,7 @@ void cancelWorkers(Workers& workers, const std::string& name, LogSink& log) {
 
 }  // namespace
 
-Value canMessageId(std::int32_t slot) {
-    return Value(static_cast<std::uint32_t>(can::tecMessageId(slot)));
-}
+Value canMessageId(std::int32_t slot) { return Value(static_cast<std::uint32_t>(can::tecMessageId(slot))); }
 
 bool TecMonitor::setUpTecMonitoring(std::int32_t slotCount) {
     LogSink& log = *platform_.log;
@@ -89,8 +87,7 @@ bool TecMonitor::setUpTecMonitoring(std::int32_t slotCount) {
     return true;
 }
 
-void TecMonitor::tecTempGet(std::int32_t slot, const std::string& state,
-                            std::weak_ptr<const void> owner) {
+void TecMonitor::tecTempGet(std::int32_t slot, const std::string& state, std::weak_ptr<const void> owner) {
     LogSink& log = *platform_.log;
     const std::string word = upperCased(state);
     auto& workers = tecTempThreadArray_;
@@ -109,8 +106,7 @@ void TecMonitor::tecTempGet(std::int32_t slot, const std::string& state,
     } else if (word == "OFF" && workers) {
         cancelWorkers(*workers, workerName(slot), log);
     }
-    log.write(fmt::format("After tecTempGet {}--->>>tecTempThreadArray is {}", state,
-                          describeWorkers(workers)));
+    log.write(fmt::format("After tecTempGet {}--->>>tecTempThreadArray is {}", state, describeWorkers(workers)));
 }
 
 void TecMonitor::creatTecTempThread(std::int32_t slot, std::weak_ptr<const void> owner) {
@@ -128,8 +124,7 @@ void TecMonitor::creatTecTempThread(std::int32_t slot, std::weak_ptr<const void>
     const auto done = [](const std::shared_ptr<WorkerThread>& w) {
         return w->handle().isFinished() || (w->isCancelled() && !w->isStarted());
     };
-    liveWorkers_.erase(std::remove_if(liveWorkers_.begin(), liveWorkers_.end(), done),
-                       liveWorkers_.end());
+    liveWorkers_.erase(std::remove_if(liveWorkers_.begin(), liveWorkers_.end(), done), liveWorkers_.end());
     liveWorkers_.push_back(std::move(worker));
     // A monitor closed meanwhile gets no running worker.
     if (closed_) liveWorkers_.back()->cancel();
@@ -142,8 +137,8 @@ void TecMonitor::runWorker(const WorkerThread::Handle& self, std::int32_t slot) 
     workerMonitorOfThisThread = this;
     const Value messageId = canMessageId(slot);
     while (!self.isCancelled()) {
-        saveTecMonitorLogInfo(slot, fmt::format("TesterReporting {} Slot{} tecTempRecord running",
-                                                describe(identifier_.get()), slot));
+        saveTecMonitorLogInfo(
+            slot, fmt::format("TesterReporting {} Slot{} tecTempRecord running", describe(identifier_.get()), slot));
         tecTempRecord(slot, messageId);
         if (self.isCancelled()) break;
         platform_.clock->sleepUnlessCancelled(pauseBetweenPassesSeconds, self.cancelSignal());

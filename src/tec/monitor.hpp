@@ -115,8 +115,7 @@ Value canMessageId(std::int32_t slot);
 class TecMonitor {
 public:
     // Borrows the session's client, platform and identifier, which outlive the monitor.
-    TecMonitor(const ControllerClient& controller, const Platform& platform,
-               const GuardedValue<Value>& identifier)
+    TecMonitor(const ControllerClient& controller, const Platform& platform, const GuardedValue<Value>& identifier)
         : controller_(controller), platform_(platform), identifier_(identifier) {}
 
     // monitor.cpp: set-up, switching slots on and off, the workers, the files.

@@ -21,12 +21,10 @@ constexpr double warmUpPauseSeconds = 1.0;
 // A slot counts as stable after more than this many warm-up passes.
 constexpr long long warmUpPassLimit = 10;
 
-std::string printed(const std::optional<std::string>& answer) {
-    return answer ? *answer : describe(Value());
-}
+std::string printed(const std::optional<std::string>& answer) { return answer ? *answer : describe(Value()); }
 
-std::optional<std::string> ask(const can::Bridge& bridge, const Value& messageId,
-                               std::string_view command, std::int32_t slot) {
+std::optional<std::string> ask(const can::Bridge& bridge, const Value& messageId, std::string_view command,
+                               std::int32_t slot) {
     return bridge.sendCommandForAnswer(messageId, std::string(command), slot);
 }
 
@@ -57,28 +55,25 @@ struct Measurement {
     std::optional<TecSample> sample;
 };
 
-Measurement measure(const can::Bridge& bridge, Clock& clock, const SlotTables& tables,
-                    std::int32_t slot, const Value& messageId) {
+Measurement measure(const can::Bridge& bridge, Clock& clock, const SlotTables& tables, std::int32_t slot,
+                    const Value& messageId) {
     const Answers answers = askController(bridge, messageId, slot);
     const auto timeStamp = [&] { return formatLocalTime(clock.now(), measurementTimeStamp); };
     if (!answers.usable()) {
-        return {missingAnswerLine(timeStamp(), {printed(answers.temperatures[0]),
-                                                printed(answers.temperatures[1]),
-                                                printed(answers.temperatures[2]),
-                                                printed(answers.temperatures[3]),
+        return {missingAnswerLine(timeStamp(), {printed(answers.temperatures[0]), printed(answers.temperatures[1]),
+                                                printed(answers.temperatures[2]), printed(answers.temperatures[3]),
                                                 printed(answers.power)}),
                 std::nullopt};
     }
-    const std::string temperatures[4] = {*answers.temperatures[0], *answers.temperatures[1],
-                                         *answers.temperatures[2], *answers.temperatures[3]};
+    const std::string temperatures[4] = {*answers.temperatures[0], *answers.temperatures[1], *answers.temperatures[2],
+                                         *answers.temperatures[3]};
     const TecSample sample = parseSample(temperatures, *answers.power);
-    return {readingLine(timeStamp(), sample, describe(tables.entry(SlotTables::itemNames, slot))),
-            sample};
+    return {readingLine(timeStamp(), sample, describe(tables.entry(SlotTables::itemNames, slot))), sample};
 }
 
 // Both checks, in this order; the records' lock is taken inside the object lock.
-void checkSample(LogSink& log, FailureRecords& records, std::int32_t slot,
-                 const TecSample& sample, const std::string& line) {
+void checkSample(LogSink& log, FailureRecords& records, std::int32_t slot, const TecSample& sample,
+                 const std::string& line) {
     if (belowMinimum(sample)) {
         log.write(fmt::format("tecTempRecord Slot{} fail msg:{}", slot, line));
         records.append(line);
@@ -89,8 +84,8 @@ void checkSample(LogSink& log, FailureRecords& records, std::int32_t slot,
     }
 }
 
-void warmUpPass(const can::Bridge& bridge, const Platform& platform, SlotTables& tables,
-                std::int32_t slot, const Value& messageId) {
+void warmUpPass(const can::Bridge& bridge, const Platform& platform, SlotTables& tables, std::int32_t slot,
+                const Value& messageId) {
     const long long passes = integerValue(tables.entry(SlotTables::warmUpPasses, slot));
     tables.setEntry(SlotTables::warmUpPasses, slot, passes < LLONG_MAX ? passes + 1 : passes);
     platform.clock->sleepFor(warmUpPauseSeconds);  // the object lock stays held

@@ -6,17 +6,13 @@
 
 namespace kelvane {
 
-bool FixtureControl::setUpTecMonitoring(std::int32_t slotCount) {
-    return d_->tec.setUpTecMonitoring(slotCount);
-}
+bool FixtureControl::setUpTecMonitoring(std::int32_t slotCount) { return d_->tec.setUpTecMonitoring(slotCount); }
 
 void FixtureControl::tecTempGet(std::int32_t slot, const std::string& state) {
     d_->tec.tecTempGet(slot, state, weak_from_this());
 }
 
-void FixtureControl::creatTecTempThread(std::int32_t slot) {
-    d_->tec.creatTecTempThread(slot, weak_from_this());
-}
+void FixtureControl::creatTecTempThread(std::int32_t slot) { d_->tec.creatTecTempThread(slot, weak_from_this()); }
 
 Value FixtureControl::getTecRecord(std::int32_t /*slot*/) { return d_->tec.records().snapshot(); }
 
@@ -30,8 +26,6 @@ void FixtureControl::saveTecMonitorLogInfo(std::int32_t slot, const std::string&
     d_->tec.saveTecMonitorLogInfo(slot, text);
 }
 
-void FixtureControl::saveTecTemplog(std::int32_t slot, const std::string& text) {
-    d_->tec.saveTecTemplog(slot, text);
-}
+void FixtureControl::saveTecTemplog(std::int32_t slot, const std::string& text) { d_->tec.saveTecTemplog(slot, text); }
 
 }  // namespace kelvane

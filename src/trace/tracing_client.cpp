@@ -40,20 +40,16 @@ std::string isoTime(double secondsSince1970) {
     std::tm utc{};
     if (!gmtime_r(&seconds, &utc)) return "";
     char text[64];  // room for any year an int holds
-    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", utc.tm_year + 1900,
-                  utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, millis);
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", utc.tm_year + 1900, utc.tm_mon + 1,
+                  utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, millis);
     return text;
 }
 
 TracingClient::TracingClient(std::shared_ptr<RpcClient> traced, std::shared_ptr<TraceWriter> trace,
                              std::shared_ptr<Clock> clock, std::string endpoint)
-    : traced_(std::move(traced)),
-      trace_(std::move(trace)),
-      clock_(std::move(clock)),
-      endpoint_(std::move(endpoint)) {}
+    : traced_(std::move(traced)), trace_(std::move(trace)), clock_(std::move(clock)), endpoint_(std::move(endpoint)) {}
 
-Value TracingClient::call(const std::string& method, const Value& args, const Value& kwargs,
-                          RpcErrorSlot error) {
+Value TracingClient::call(const std::string& method, const Value& args, const Value& kwargs, RpcErrorSlot error) {
     auto id = nextId_.fetch_add(1);
     double startWall = clock_->now(), startMonotonic = clock_->monotonic();
     std::optional<RpcError> failure;

@@ -21,13 +21,12 @@ public:
     // Calls are stamped with `clock`: its wall time for the line's time, its steady time for the
     // seconds since the trace's first call and for the duration. `endpoint` ("tcp://IP:PORT")
     // names the controller on every line.
-    TracingClient(std::shared_ptr<RpcClient> traced, std::shared_ptr<TraceWriter> trace,
-                  std::shared_ptr<Clock> clock, std::string endpoint);
+    TracingClient(std::shared_ptr<RpcClient> traced, std::shared_ptr<TraceWriter> trace, std::shared_ptr<Clock> clock,
+                  std::string endpoint);
 
     // The wrapped client's answer and error, unchanged. Its line is written before returning;
     // a line that cannot be written is lost and the call is not disturbed.
-    Value call(const std::string& method, const Value& args, const Value& kwargs,
-               RpcErrorSlot error) override;
+    Value call(const std::string& method, const Value& args, const Value& kwargs, RpcErrorSlot error) override;
     void close() override;
 
 private:

@@ -36,9 +36,9 @@ inline constexpr bool residentSizeIsMeaningful = true;
 // in quarantine (AddressSanitizer), or makes a request cost several times as much.
 inline constexpr bool builtWithoutSanitizers = residentSizeIsMeaningful &&
 #if defined(__SANITIZE_ADDRESS__) || defined(KELVANE_TEST_UNDER_ASAN)
-                                                 false;
+                                               false;
 #else
-                                                 true;
+                                               true;
 #endif
 
 // Of this process, or of the process `pid`.

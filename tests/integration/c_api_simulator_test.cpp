@@ -41,7 +41,8 @@ TEST_F(CApiSimulatorTest, DestroyWhileAnotherThreadIsInsideACallEndsThatCallEarl
     };
 
     KelvaneHandle moving = connect();
-    sim.control(methods::sim::set, Value::array({{{"tray", {{"horizontal", "IN"}, {"vertical", "DOWN"}}}, {"stall", "up"}}}));
+    sim.control(methods::sim::set,
+                Value::array({{{"tray", {{"horizontal", "IN"}, {"vertical", "DOWN"}}}, {"stall", "up"}}}));
     clock->atNextSleep([&] { destroyFromAnotherThread(moving); });
     EXPECT_EQ(text(trayUp(moving)), "Fixture up action is executed,but up sensor is not OK\uFF01");
     EXPECT_EQ(clock->sleeps().size(), 1u) << "the poll loop stops at its next step";
@@ -65,8 +66,7 @@ TEST_F(CApiSimulatorTest, DestroyWhileAnotherThreadIsInsideACallEndsThatCallEarl
         return result;
     };
     EXPECT_EQ(destroyWhileWaiting("vantrel.dut_sensor_read", checkDUTSensor), "(NULL)");
-    EXPECT_EQ(destroyWhileWaiting("vantrel.fixture_io_set",
-                                  [](KelvaneHandle handle) { return setIO(handle, 10, 1); }),
+    EXPECT_EQ(destroyWhileWaiting("vantrel.fixture_io_set", [](KelvaneHandle handle) { return setIO(handle, 10, 1); }),
               "RPC client closed (code -32102)");
     std::istringstream lines(fileText(trace));
     std::vector<std::string> outcomes;

@@ -84,8 +84,22 @@ std::string probe(RpcClient& transport, const std::string& method, const Value& 
 // A cycle as a station runs it, from the tray OUT and UP. Per operation: what a healthy
 // controller makes it return ("{speed}": the speed set), what it returns with no controller at
 // all (every call fails at once), and its other documented results, a move's timeout first.
-enum class Op { initialFixture, positions, dut, trayIn, trayDown, lockOn, setIO, setFan, getFan, lockOff,
-                trayUp, trayOut, fixtureInit, probe };
+enum class Op {
+    initialFixture,
+    positions,
+    dut,
+    trayIn,
+    trayDown,
+    lockOn,
+    setIO,
+    setFan,
+    getFan,
+    lockOff,
+    trayUp,
+    trayOut,
+    fixtureInit,
+    probe
+};
 struct Operation {
     const char* name;
     std::function<std::string(FixtureControl&, Worker&, RpcClient&)> run;
@@ -99,20 +113,36 @@ const std::vector<Operation> cycle = {
     {"initialFixture", [](S& s, W&, C&) { return s.initialFixture() ? "true" : "false"; }, "true", "false", {}},
     {"checkPositionSensor", [](S& s, W&, C&) { return s.checkPositionSensor(); }, "0;1;1;0", "0;0;0;0", {}},
     {"checkDUTSensor", [](S& s, W&, C&) { return shown(s.checkDUTSensor()); }, "dut_sensor_on", none, {}},
-    {"trayIn", [](S& s, W&, C&) { return shown(s.trayIn()); }, "IN OK", "Please UP first!",
+    {"trayIn",
+     [](S& s, W&, C&) { return shown(s.trayIn()); },
+     "IN OK",
+     "Please UP first!",
      {"Fixture in action is executed,but down sensor is not OK\uFF01", "Current state is IN already!",
       "in_refused: tray is not up", none}},
-    {"trayDown", [](S& s, W&, C&) { return shown(s.trayDown()); }, "DOWN OK", "Please IN first!",
-     {"Fixture down action is executed,but down sensor is not OK\uFF01",
-      "Can not down,Because DUT state is not right!", "down_refused: tray is not in", none}},
+    {"trayDown",
+     [](S& s, W&, C&) { return shown(s.trayDown()); },
+     "DOWN OK",
+     "Please IN first!",
+     {"Fixture down action is executed,but down sensor is not OK\uFF01", "Can not down,Because DUT state is not right!",
+      "down_refused: tray is not in", none}},
     {"fixtureLock(on)", [](S& s, W&, C&) { return shown(s.fixtureLock("on")); }, "done", none, {}},
     {"setIO", [](S& s, W&, C&) { return shown(s.setIO(10, 1)); }, "done", "{unreachable}", {"Fail", timedOutIoSet}},
-    {"setFanSpeed", [](S& s, W& w, C&) { return s.setFanSpeed(w.fan, w.speed) ? "true" : "false"; }, "true", "false", {}},
+    {"setFanSpeed",
+     [](S& s, W& w, C&) { return s.setFanSpeed(w.fan, w.speed) ? "true" : "false"; },
+     "true",
+     "false",
+     {}},
     {"getFanSpeed", [](S& s, W& w, C&) { return s.getFanSpeed(w.fan); }, "{speed}", "(null)", {}},
     {"fixtureLock(off)", [](S& s, W&, C&) { return shown(s.fixtureLock("off")); }, "done", none, {}},
-    {"trayUp", [](S& s, W&, C&) { return shown(s.trayUp()); }, "UP OK", none,
+    {"trayUp",
+     [](S& s, W&, C&) { return shown(s.trayUp()); },
+     "UP OK",
+     none,
      {"Fixture up action is executed,but up sensor is not OK\uFF01"}},
-    {"trayOut", [](S& s, W&, C&) { return shown(s.trayOut()); }, "OUT OK", none,
+    {"trayOut",
+     [](S& s, W&, C&) { return shown(s.trayOut()); },
+     "OUT OK",
+     none,
      {"Fixture out action is executed,but out sensor is not OK\uFF01", "Current state is OUT already!",
       "Please UP first!", "out_refused: tray is not up"}},
     {"fixtureInit", [](S& s, W&, C&) { return shown(s.fixtureInit()); }, "done", none, {}},
@@ -130,11 +160,13 @@ Value late(std::optional<Value> reply = {}) {
 Value act(const char* action) { return {{"action", action}}; }
 // A reply text sent as it stands: "{id}" is the request's id, "{result}" the model's answer.
 Value raw(const char* text) { return {{"action", "raw"}, {"text", text}}; }
-Value error(int code, const char* message) { return {{"action", "error"}, {"error", {{"code", code}, {"message", message}}}}; }
+Value error(int code, const char* message) {
+    return {{"action", "error"}, {"error", {{"code", code}, {"message", message}}}};
+}
 std::string kindOf(const Value& action) {
     static const std::map<std::string, std::string> kinds = {
-        {"reply", "late reply"}, {"garbage", "garbage frame"}, {"wrong_id", "misaddressed reply"},
-        {"oversize", "oversize frame"}, {"raw", "wrong JSON type"}, {"error", "error reply"}};
+        {"reply", "late reply"},        {"garbage", "garbage frame"}, {"wrong_id", "misaddressed reply"},
+        {"oversize", "oversize frame"}, {"raw", "wrong JSON type"},   {"error", "error reply"}};
     return kinds.at(action.get<std::string>());
 }
 
@@ -337,7 +369,8 @@ TEST_F(FaultCampaign, EachFaultKindAloneGivesItsDocumentedResultAndTheSessionRec
             eventually([&] { return !transport->isConnected(); });
         });
         if (killer.joinable()) killer.join();
-        expectCycle(worker, results, [&](Op op) { return op < killed ? row(op).healthy : row(op).dead; }, context);
+        expectCycle(
+            worker, results, [&](Op op) { return op < killed ? row(op).healthy : row(op).dead; }, context);
         ++faults["dead controller"];
         sim.restart();
         expectRecovery(context);
@@ -345,7 +378,8 @@ TEST_F(FaultCampaign, EachFaultKindAloneGivesItsDocumentedResultAndTheSessionRec
 
     // Killed and started again while the tray moves, after the move's first sensor read: the fresh
     // controller knows no move, so the sensor never confirms, unless the start (OUT and UP) is the target.
-    const std::pair<Op, const char*> moves[] = {{Op::trayIn, "in"}, {Op::trayDown, "down"}, {Op::trayUp, "up"}, {Op::trayOut, "out"}};
+    const std::pair<Op, const char*> moves[] = {
+        {Op::trayIn, "in"}, {Op::trayDown, "down"}, {Op::trayUp, "up"}, {Op::trayOut, "out"}};
     for (const auto& move : moves) {
         auto results = runCycle(worker, [&](Op op) {
             if (op != move.first) return;
@@ -353,22 +387,26 @@ TEST_F(FaultCampaign, EachFaultKindAloneGivesItsDocumentedResultAndTheSessionRec
             clock->atNextSleep([&] { sim.kill(), sim.restart(); });
         });
         const Operation& moved = row(move.first);
-        const std::string context = "restart during " + std::string(moved.name), result = results[std::size_t(move.first)];
+        const std::string context = "restart during " + std::string(moved.name),
+                          result = results[std::size_t(move.first)];
         bool startsThere = move.first == Op::trayUp || move.first == Op::trayOut;
-        check(result == moved.documented.front() || (startsThere && result == moved.healthy), move.first, result, context);
-        expectCycle(worker, results, [&](Op op) { return op < move.first ? healthy(op) : any(op); }, context);
+        check(result == moved.documented.front() || (startsThere && result == moved.healthy), move.first, result,
+              context);
+        expectCycle(
+            worker, results, [&](Op op) { return op < move.first ? healthy(op) : any(op); }, context);
         ++faults["controller restart mid-move"];
         expectRecovery(context);
     }
 
     // Last: before the transport reconnects after a protocol error, this one ends the session.
-    runWithFault({{{"action", "oversize"}, {"bytes", (std::int64_t{64} << 20) + 1}}, m::getFanSpeed, Op::getFan, "(null)"});
+    runWithFault(
+        {{{"action", "oversize"}, {"bytes", (std::int64_t{64} << 20) + 1}}, m::getFanSpeed, Op::getFan, "(null)"});
     report("one kind at a time");
 }
 
 TEST_F(FaultCampaign, MixedFaultsAtRandomWhileFourThreadsShareTheSession) {
     ASSERT_NE(session, nullptr);
-    std::mt19937 random(campaignSeed);  // the same sequence with every standard library
+    std::mt19937 random(campaignSeed);                        // the same sequence with every standard library
     std::map<std::string, std::vector<const Fault*>> byKind;  // so that rare kinds come up as often
     for (const Fault& fault : catalogue) byKind[fault.kind()].push_back(&fault);
     std::vector<Worker> workers;

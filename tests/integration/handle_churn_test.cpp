@@ -92,8 +92,9 @@ TEST(HandleChurn, ThreadsChurningHandlesToSilentRefusingStoppedAndRestartedContr
             continue;
         }
         for (const auto& target : targets)
-            if (target.running > 0) std::fprintf(stderr, "[handle churn] wedged: %d threads churning handles to the %s controller\n",
-                         target.running.load(), target.name);
+            if (target.running > 0)
+                std::fprintf(stderr, "[handle churn] wedged: %d threads churning handles to the %s controller\n",
+                             target.running.load(), target.name);
         std::_Exit(EXIT_FAILURE);
     }
     for (auto& thread : threads) thread.join();

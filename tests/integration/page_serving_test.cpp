@@ -65,7 +65,8 @@ public:
             answer += *more;
             auto headerEnd = answer.find("\r\n\r\n");
             auto length = answer.find("Content-Length: ");
-            auto body = headerEnd != std::string::npos && length < headerEnd ? std::stoul(answer.substr(length + 16)) : 0;
+            auto body =
+                headerEnd != std::string::npos && length < headerEnd ? std::stoul(answer.substr(length + 16)) : 0;
             complete = headerEnd != std::string::npos && answer.size() >= headerEnd + 4 + body;
         }
         return answer.starts_with("HTTP/1.1 ") ? std::stoi(answer.substr(9)) : 0;

@@ -76,7 +76,9 @@ void expectPlausibleReading(const std::string& line) {
     double sensors[4], pwm, current;
     char item[16];
     ASSERT_EQ(std::sscanf(line.c_str(), "%*2d/%*2d/%*4d %*2d:%*2d:%*2d.%*3d,%lf,%lf,%lf,%lf,%lf,%lf,%15[^,\r]\r\n",
-                          &sensors[0], &sensors[1], &sensors[2], &sensors[3], &pwm, &current, item), 7) << line;
+                          &sensors[0], &sensors[1], &sensors[2], &sensors[3], &pwm, &current, item),
+              7)
+        << line;
     for (int i = 0; i < 4; ++i) EXPECT_TRUE(sensors[i] >= 24.9 && sensors[i] <= (i == 3 ? 28.3 : 27.1)) << line;
     EXPECT_TRUE(pwm < 0 && current > 0 && current <= 3.0) << "cooling: " << line;
     EXPECT_STREQ(item, "NOT SET");
@@ -92,7 +94,8 @@ TEST(TecSimulator, FourWorkersRunPassByPassAndRecordTheInjectedFaults) {
     auto stepper = std::make_shared<PassStepper>();
     Value topology = SessionFixture::topology();
     topology["FixtureIP"]["port"] = sim.port();
-    auto session = FixtureControl::initWithIP(topology, {stepper, files.log, files.root.path(), Platform::defaults().connect});
+    auto session =
+        FixtureControl::initWithIP(topology, {stepper, files.log, files.root.path(), Platform::defaults().connect});
     ASSERT_NE(session, nullptr);
     ASSERT_TRUE(session->setUpTecMonitoring(4));
     const auto csvFile = [&](int slot) { return slotFile(files, slot, "TecTemp", "csv"); };
@@ -104,12 +107,16 @@ TEST(TecSimulator, FourWorkersRunPassByPassAndRecordTheInjectedFaults) {
     // Pass 1 of each slot meets its faults: slot 1 a low sensor 4 (which the agreement check
     // leaves out), slot 2 sensors disagreeing, slot 3 a low sensor 1, which also disagrees with
     // sensors 2 and 3, slot 4 no answer to its power command.
-    ASSERT_EQ(sim.control(m::sim::set, Value::array({{{"tec_faults", Value::array({
-        {{"kind", "low_reading"}, {"slot", 1}, {"sensor", 4}, {"times", 1}},
-        {{"kind", "sensor_offset"}, {"slot", 2}, {"times", 1}},
-        {{"kind", "low_reading"}, {"slot", 3}, {"times", 1}},
-        {{"kind", "no_answer"}, {"slot", 4}, {"command", "get tec power"}, {"times", 1}},
-    })}}})), "done");
+    ASSERT_EQ(sim.control(
+                  m::sim::set,
+                  Value::array({{{"tec_faults",
+                                  Value::array({
+                                      {{"kind", "low_reading"}, {"slot", 1}, {"sensor", 4}, {"times", 1}},
+                                      {{"kind", "sensor_offset"}, {"slot", 2}, {"times", 1}},
+                                      {{"kind", "low_reading"}, {"slot", 3}, {"times", 1}},
+                                      {{"kind", "no_answer"}, {"slot", 4}, {"command", "get tec power"}, {"times", 1}},
+                                  })}}})),
+              "done");
     for (int slot = 1; slot <= 4; ++slot) session->tecTempGet(slot, "ON");
 
     constexpr std::size_t passes = 3;
@@ -124,7 +131,8 @@ TEST(TecSimulator, FourWorkersRunPassByPassAndRecordTheInjectedFaults) {
         for (std::size_t pass = 2; pass <= passes; ++pass) expectPlausibleReading(csv[slot][pass]);
         const auto monitor = linesOf(slotFile(files, slot, "TecControlMonitor", "log"));
         const auto countOf = [&](const std::string& text) {
-            return std::size_t(std::count_if(monitor.begin(), monitor.end(), [&](auto& l) { return l.find(text) != l.npos; }));
+            return std::size_t(
+                std::count_if(monitor.begin(), monitor.end(), [&](auto& l) { return l.find(text) != l.npos; }));
         };
         EXPECT_EQ(countOf(fmt::format("TesterReporting Fixture3 Slot{} tecTempRecord running", slot)), passes);
         EXPECT_EQ(countOf("resultStr [0]: TEC "), 5u * passes - (slot == 4));

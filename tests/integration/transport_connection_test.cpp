@@ -117,8 +117,8 @@ TEST_F(TransportRepliesTest, SilenceTimesOutAfterTheMarginOddTimeoutsKeepTheRepl
     script({{"method", fanSpeed}, {"reply", "slow but in time"}, {"delay_ms", 300}, {"times", 1}});
     EXPECT_EQ(call(fanSpeed, {1}, {{"timeout_ms", 0}}), "slow but in time");
 
-    for (Value timeout : {Value(std::numeric_limits<std::int64_t>::max()), Value(-5), Value(1.5),
-                          Value("soon"), Value(nullptr)}) {
+    for (Value timeout :
+         {Value(std::numeric_limits<std::int64_t>::max()), Value(-5), Value(1.5), Value("soon"), Value(nullptr)}) {
         EXPECT_EQ(call(fanSpeed, {1}, {{"timeout_ms", timeout}}), 0) << describe(timeout);
     }
 
@@ -198,7 +198,8 @@ struct RecordingListener : ConnectionMonitors::Listener {
         changed.notify_all();
         return std::nullopt;
     }
-    template <typename Condition> bool waitUntil(Condition condition) {
+    template <typename Condition>
+    bool waitUntil(Condition condition) {
         std::unique_lock lock(mutex);
         return changed.wait_for(lock, std::chrono::seconds(5), condition);
     }
@@ -216,8 +217,7 @@ TEST(TransportMonitors, OneThreadServesEachListenerItsOwnEventsAndRemoveWaitsFor
     for (int i = 0; i < 2; ++i) {
         for (auto* socket : {&peers[i], &clients[i]}) socket->set(zmq::sockopt::linger, 0);
         peers[i].bind("tcp://127.0.0.1:*");
-        monitors.add(clients[i].handle(), ZMQ_EVENT_HANDSHAKE_SUCCEEDED | ZMQ_EVENT_DISCONNECTED,
-                     listeners[i]);
+        monitors.add(clients[i].handle(), ZMQ_EVENT_HANDSHAKE_SUCCEEDED | ZMQ_EVENT_DISCONNECTED, listeners[i]);
         clients[i].connect(peers[i].get(zmq::sockopt::last_endpoint));
     }
     for (auto& listener : listeners) {

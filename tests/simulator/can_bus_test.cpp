@@ -38,16 +38,18 @@ protected:
 TEST_F(SimulatedCanTest, ControllersReassembleEveryFrameShapeAndAnswerInFrames) {
     EXPECT_EQ(fixture.call(m::canOpen, {500000}, {{"timeout_ms", 3000}}), "done");
     const std::regex power(R"(TEC : 12\.00 V, \d+\.\d\d A, \d+\.\d\d W ,PWM: -\d+\.\d\d% OK\x03)");
-    const std::pair<const char*, int> shapes[] = {{"ver", 1}, {"get ver", 2}, {"get tec power", 3},
-                                                  {"set tec target:25.00 C", 4}};
+    const std::pair<const char*, int> shapes[] = {
+        {"ver", 1}, {"get ver", 2}, {"get tec power", 3}, {"set tec target:25.00 C", 4}};
     for (const auto& [command, count] : shapes) {
         ASSERT_EQ(frames(command).size(), std::size_t(count)) << command;
         const int before = slotState(3)["frames_in"].get<int>();
         const std::string answer = exchange(3, command);
         EXPECT_EQ(slotState(3)["last_command"], command);
         EXPECT_EQ(slotState(3)["frames_in"], before + count) << command;
-        if (count == 3) EXPECT_TRUE(std::regex_match(answer, power)) << answer << " (cooling: PWM negative)";
-        else EXPECT_EQ(answer, "ERR\x03") << command << ": unknown commands get no OK";
+        if (count == 3)
+            EXPECT_TRUE(std::regex_match(answer, power)) << answer << " (cooling: PWM negative)";
+        else
+            EXPECT_EQ(answer, "ERR\x03") << command << ": unknown commands get no OK";
     }
 
     auto iso = frames("set tec target:25.00 C");

@@ -21,17 +21,19 @@ TEST(SimulatedRequestsTest, UnreadableOnesAreDroppedOrRejectedTheOthersJournaled
                                 R"({"id":5,"method":"server.mode","kwargs":[]})"}) {
         auto rejected = jsonrpc::decodeReply(fixture.send(invalid).value().message);
         ASSERT_TRUE(rejected && rejected->error) << invalid;
-        EXPECT_EQ(std::pair(rejected->id, rejected->error->code), std::pair(std::int64_t{5}, jsonrpc::invalidRequestError));
+        EXPECT_EQ(std::pair(rejected->id, rejected->error->code),
+                  std::pair(std::int64_t{5}, jsonrpc::invalidRequestError));
     }
     fixture.call(m::fixtureIoSet, {{{10, 1}}}, {{"timeout_ms", 20000}});
     EXPECT_EQ(fixture.ask("vantrel.teleport").second->text(), "method not found: vantrel.teleport (code -32601)");
     EXPECT_EQ(fixture.failure("sim.teleport"), jsonrpc::methodNotFoundError);
     fixture.call(m::sim::script, {{{"method", m::serverMode}, {"action", "no_reply"}, {"times", 1}}});
     fixture.failure(m::serverMode);
-    EXPECT_EQ(fixture.call(m::sim::journal),
-              (Value{{{"method", m::fixtureIoSet}, {"params", {{{10, 1}}}}, {"kwargs", {{"timeout_ms", 20000}}}},
-                     {{"method", "vantrel.teleport"}, {"params", Value::array()}, {"kwargs", nullptr}},
-                     {{"method", m::serverMode}, {"params", Value::array()}, {"kwargs", nullptr}, {"script", "no_reply"}}}));
+    EXPECT_EQ(
+        fixture.call(m::sim::journal),
+        (Value{{{"method", m::fixtureIoSet}, {"params", {{{10, 1}}}}, {"kwargs", {{"timeout_ms", 20000}}}},
+               {{"method", "vantrel.teleport"}, {"params", Value::array()}, {"kwargs", nullptr}},
+               {{"method", m::serverMode}, {"params", Value::array()}, {"kwargs", nullptr}, {"script", "no_reply"}}}));
     EXPECT_EQ(fixture.call(m::sim::clearJournal), "done");
     EXPECT_EQ(fixture.call(m::sim::journal), Value::array());
     fixture.call(m::serverMode);
@@ -85,8 +87,11 @@ TEST(SimulatedScriptsTest, ABadBatchAddsNoneScriptsOverrideTheModelForTheirTimes
     EXPECT_EQ(fixture.call(fanSpeed, {1}), 0);
 
     fixture.call(m::sim::script, {{{"method", fanSpeed}, {"action", "reply"}, {"reply", "first"}, {"times", 2}},
-                                  {{"method", fanSpeed}, {"action", "error"}, {"error", {{"code", 7}, {"message", "boom"}}},
-                                   {"times", 2}, {"delay_ms", 600}}});
+                                  {{"method", fanSpeed},
+                                   {"action", "error"},
+                                   {"error", {{"code", 7}, {"message", "boom"}}},
+                                   {"times", 2},
+                                   {"delay_ms", 600}}});
     EXPECT_EQ(fixture.call(fanSpeed, {1}), "first");
     EXPECT_EQ(fixture.call(fanSpeed, {1}), "first");
     EXPECT_EQ(fixture.ask(fanSpeed, {1}).second.value_or(RpcError{}).text(), "boom (code 7)");

@@ -70,15 +70,14 @@ TEST(SimulatedFixtureTest, EachPartRefusesMalformedArgumentsAnswersAndKeepsItsSt
     InProcessFixture fixture;
     auto expectUntouched = [&] {
         Value state = fixture.call(m::sim::state);
-        EXPECT_EQ(Value::array({state["initialised"], state["lock"], state["dut"]}), Value::array({false, "off", true}));
+        EXPECT_EQ(Value::array({state["initialised"], state["lock"], state["dut"]}),
+                  Value::array({false, "off", true}));
         EXPECT_TRUE(state["fans"].empty() && state["io"].empty() && state["leds"].empty());
     };
     const std::vector<std::pair<std::string_view, Value>> malformed = {
-        {m::magnetControl, {"ON"}},        {m::magnetControl, Value::array()},
-        {m::setFanSpeed, {1, "fast"}},     {m::setFanSpeed, {1, 2.5}},
-        {m::fixtureIoSet, {{10, 1}}},      {m::fixtureIoSet, {{{10, 1}, {11}}}},
-        {m::ledControl, {"UUT", "BLUE"}},  {m::ledControl, {"slot1", "BLUE"}},
-        {m::ledBlinkControl, {"UUT1"}},
+        {m::magnetControl, {"ON"}},       {m::magnetControl, Value::array()}, {m::setFanSpeed, {1, "fast"}},
+        {m::setFanSpeed, {1, 2.5}},       {m::fixtureIoSet, {{10, 1}}},       {m::fixtureIoSet, {{{10, 1}, {11}}}},
+        {m::ledControl, {"UUT", "BLUE"}}, {m::ledControl, {"slot1", "BLUE"}}, {m::ledBlinkControl, {"UUT1"}},
     };
     for (const auto& [method, params] : malformed)
         EXPECT_TRUE(describedContains(fixture.call(method, params), "_refused: ")) << method << params.dump();
@@ -104,8 +103,8 @@ TEST(SimulatedFixtureTest, EachPartRefusesMalformedArgumentsAnswersAndKeepsItsSt
     Value state = fixture.call(m::sim::state);
     EXPECT_EQ(Value::array({state["initialised"], state["lock"]}), Value::array({true, "on"}));
     EXPECT_EQ(state["io"], (Value{{"10", 1}, {"11", 0}, {"12", 1}}));
-    EXPECT_EQ(state["leds"], (Value{{"UUT2", {{"mode", "BLUE"}, {"blink", false}}},
-                                    {"STATUS", {{"mode", "RED"}, {"blink", true}}}}));
+    EXPECT_EQ(state["leds"],
+              (Value{{"UUT2", {{"mode", "BLUE"}, {"blink", false}}}, {"STATUS", {{"mode", "RED"}, {"blink", true}}}}));
     EXPECT_EQ(fixture.call(m::sim::reset), "done");
     expectUntouched();
 

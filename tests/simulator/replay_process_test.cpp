@@ -32,13 +32,18 @@ constexpr std::chrono::milliseconds callWait{300}, callMargin{100};
 std::string shown(const Value& reply) { return reply.is_null() ? "<no reply>" : describe(reply); }
 
 Results stationSequence(FixtureControl& s) {
-    Results results = {s.initialFixture() ? "true" : "false", s.checkPositionSensor(),
-                       shown(s.checkDUTSensor()), shown(s.trayIn()), shown(s.trayDown()),
-                       shown(s.fixtureLock("on")), shown(s.setIO(10, 1)),
-                       s.setFanSpeed(1, 1500) ? "true" : "false", s.getFanSpeed(1)};
+    Results results = {s.initialFixture() ? "true" : "false",
+                       s.checkPositionSensor(),
+                       shown(s.checkDUTSensor()),
+                       shown(s.trayIn()),
+                       shown(s.trayDown()),
+                       shown(s.fixtureLock("on")),
+                       shown(s.setIO(10, 1)),
+                       s.setFanSpeed(1, 1500) ? "true" : "false",
+                       s.getFanSpeed(1)};
     for (int slot = 1; slot <= 4; ++slot) results.push_back(s.tecTempRecord2(slot));
-    results.insert(results.end(), {shown(s.fixtureLock("off")), shown(s.trayUp()),
-                                   shown(s.trayOut()), shown(s.fixtureInit())});
+    results.insert(results.end(),
+                   {shown(s.fixtureLock("off")), shown(s.trayUp()), shown(s.trayOut()), shown(s.fixtureInit())});
     return results;
 }
 
@@ -63,14 +68,21 @@ protected:
 
     Results recordWithFaults() {
         SimulatorProcess controller({"--travel-ms", "0", "--lift-ms", "0"});
-        controller.control(m::sim::set, Value::array({{{"stuck", {{"down", 0}}},
-            {"tec_faults", Value::array({{{"kind", "fail"}, {"slot", 1}, {"command", "get tec power"}, {"times", 1}},
-                                         {{"kind", "no_answer"}, {"slot", 3}, {"command", "get tec temp:2"},
-                                          {"times", 1}}})}}}));
-        controller.control(m::sim::script, Value::array({
-            script(m::dutSensorRead, {{"action", "no_reply"}}),
-            script(m::fixtureIoSet, {{"action", "error"}, {"error", {{"code", 17}, {"message", "io board busy"}}}}),
-            script(m::getFanSpeed, {{"action", "error"}, {"error", {{"code", 0}, {"message", "fan unknown"}}}})}));
+        controller.control(
+            m::sim::set,
+            Value::array(
+                {{{"stuck", {{"down", 0}}},
+                  {"tec_faults",
+                   Value::array(
+                       {{{"kind", "fail"}, {"slot", 1}, {"command", "get tec power"}, {"times", 1}},
+                        {{"kind", "no_answer"}, {"slot", 3}, {"command", "get tec temp:2"}, {"times", 1}}})}}}));
+        controller.control(
+            m::sim::script,
+            Value::array(
+                {script(m::dutSensorRead, {{"action", "no_reply"}}),
+                 script(m::fixtureIoSet,
+                        {{"action", "error"}, {"error", {{"code", 17}, {"message", "io board busy"}}}}),
+                 script(m::getFanSpeed, {{"action", "error"}, {"error", {{"code", 0}, {"message", "fan unknown"}}}})}));
         auto session = connect(controller, true);
         return session ? stationSequence(*session) : Results{};
     }
@@ -104,7 +116,9 @@ TEST_F(TraceReplay, ARecordedCycleWithFaultsReplaysExactlyAndAChangedOneIsReport
         session.reset();
         Value report = replay.control(m::sim::replayReport);
         report.erase("repeated");
-        EXPECT_EQ(report, (Value{{"recorded", lines}, {"replayed", lines}, {"unmatched", Value::array()},
+        EXPECT_EQ(report, (Value{{"recorded", lines},
+                                 {"replayed", lines},
+                                 {"unmatched", Value::array()},
                                  {"never_asked", Value::array()}}));
     }
 
@@ -118,7 +132,8 @@ TEST_F(TraceReplay, ARecordedCycleWithFaultsReplaysExactlyAndAChangedOneIsReport
     Value report = replay.control(m::sim::replayReport);
     EXPECT_EQ(report["unmatched"],
               Value::array({{{"method", std::string(m::setFanSpeed)}, {"params", Value::array({2, 900})}}}));
-    EXPECT_THAT(report["never_asked"], Contains(Value{{"method", std::string(m::fixtureIn)}, {"params", Value::array()}}));
+    EXPECT_THAT(report["never_asked"],
+                Contains(Value{{"method", std::string(m::fixtureIn)}, {"params", Value::array()}}));
     EXPECT_LT(report["replayed"].get<std::size_t>(), lines);
 }
 
@@ -171,8 +186,9 @@ TEST(TraceFiles, ALineOfAnyLengthIsReportedInBoundedMemoryAndAReadErrorIsAnError
     EXPECT_EQ(timeline.status, 0) << timeline.err;
     EXPECT_EQ(std::count(timeline.out.begin(), timeline.out.end(), '\n'), 97) << "every call, and the note";
 
-    Ran replay = run(limit + "timeout 60 " KELVANE_SIM_PATH " --bind tcp://127.0.0.1:0 --quiet --replay " +
-                         trace.string(), root.path());
+    Ran replay =
+        run(limit + "timeout 60 " KELVANE_SIM_PATH " --bind tcp://127.0.0.1:0 --quiet --replay " + trace.string(),
+            root.path());
     EXPECT_EQ(replay.status, 1);
     EXPECT_THAT(replay.err, ::testing::HasSubstr("long-line.trace:49: not a trace line: longer than 4 MiB"));
     std::filesystem::remove(trace);

@@ -13,7 +13,11 @@ TEST(StateFeed, ReadsAtMostTenTimesASecondAlwaysPublishesTheLastChangeAndWatches
     const StateFeed::Clock::time_point start{};
     int reads = 0;
     Value state = {{"tray", {{"moving", nullptr}}}, {"n", 0}};
-    auto read = [&] { ++reads; state["n"] = reads; return state; };
+    auto read = [&] {
+        ++reads;
+        state["n"] = reads;
+        return state;
+    };
 
     EXPECT_TRUE(feed.lastPublished().empty());
     EXPECT_EQ(feed.changed(2, start, read), std::nullopt);

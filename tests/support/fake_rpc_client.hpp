@@ -20,8 +20,8 @@ struct RecordedCall {
 };
 
 struct ScriptedAnswer {
-    Value reply;                     // null: no reply
-    std::optional<RpcError> error;   // put in the error slot when set
+    Value reply;                    // null: no reply
+    std::optional<RpcError> error;  // put in the error slot when set
     bool used = false;
 };
 
@@ -34,7 +34,10 @@ class FakeRpcClient final : public RpcClient {
 public:
     // Calls allowed from now on. One past the budget fails the test and throws, so code that
     // would call for ever ends the test instead of hanging it.
-    void limitCalls(std::size_t budget) { std::lock_guard lock(mutex_); budget_ = budget, spent_ = 0; }
+    void limitCalls(std::size_t budget) {
+        std::lock_guard lock(mutex_);
+        budget_ = budget, spent_ = 0;
+    }
 
     // Answers queued for one method are used in order; the last one stays for later calls until
     // a new answer is given.
@@ -47,11 +50,13 @@ public:
     }
     void fail(const std::string& method, RpcError error) { answer(method, ScriptedAnswer{nullptr, std::move(error)}); }
     // Drops every answer queued for the method: it answers nothing from now on.
-    void forget(const std::string& method) { std::lock_guard lock(mutex_); answers_.erase(method); }
+    void forget(const std::string& method) {
+        std::lock_guard lock(mutex_);
+        answers_.erase(method);
+    }
     void onCall(std::function<void(const RecordedCall&)> hook) { hook_ = std::move(hook); }
 
-    Value call(const std::string& method, const Value& args, const Value& kwargs,
-               RpcErrorSlot error) override {
+    Value call(const std::string& method, const Value& args, const Value& kwargs, RpcErrorSlot error) override {
         RecordedCall recorded{method, args, kwargs};
         if (hook_) hook_(recorded);
         std::lock_guard lock(mutex_);
@@ -69,7 +74,10 @@ public:
         return scripted.reply;
     }
 
-    std::vector<RecordedCall> calls() const { std::lock_guard lock(mutex_); return calls_; }
+    std::vector<RecordedCall> calls() const {
+        std::lock_guard lock(mutex_);
+        return calls_;
+    }
     // Each call as the controller saw it: the method, then its positional arguments unless
     // there were none, then its keyword arguments if there were any, e.g.
     // `vantrel.fixture_io_set [[[10,1]]] {"timeout_ms":20000}`.
@@ -86,7 +94,10 @@ public:
         for (const auto& call : calls()) names.push_back(call.method);
         return names;
     }
-    void clearCalls() { std::lock_guard lock(mutex_); calls_.clear(); }
+    void clearCalls() {
+        std::lock_guard lock(mutex_);
+        calls_.clear();
+    }
 
 private:
     mutable std::mutex mutex_;

@@ -39,8 +39,7 @@ struct SessionFixture {
     }
 
     static Value topology(Value scanSN = nullptr) {
-        Value topology = {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", 7805}}},
-                          {"identifier", "Fixture3"}};
+        Value topology = {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", 7805}}}, {"identifier", "Fixture3"}};
         if (!scanSN.is_null()) topology["ScanSN"] = scanSN;
         return topology;
     }

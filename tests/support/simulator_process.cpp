@@ -106,8 +106,10 @@ Value SimulatorProcess::control(int fixture, std::string_view method, const Valu
     } else {
         failure = RpcError{0, "kelvane-sim is not running"};
     }
-    if (error) *error = failure;
-    else if (failure) ADD_FAILURE() << "control(" << method << ") failed: " << failure->text();
+    if (error)
+        *error = failure;
+    else if (failure)
+        ADD_FAILURE() << "control(" << method << ") failed: " << failure->text();
     return reply;
 }
 

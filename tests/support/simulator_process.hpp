@@ -29,8 +29,7 @@ struct SimulatedStation {
 class SimulatorProcess {
 public:
     // Waits for the "listening on" line; throws std::runtime_error with a readable text without.
-    explicit SimulatorProcess(std::vector<std::string> extraArgs = {},
-                              std::string executable = KELVANE_SIM_PATH);
+    explicit SimulatorProcess(std::vector<std::string> extraArgs = {}, std::string executable = KELVANE_SIM_PATH);
     explicit SimulatorProcess(SimulatedStation station, std::vector<std::string> extraArgs = {});
     ~SimulatorProcess();
 

@@ -17,7 +17,10 @@ public:
     void sleepFor(double seconds) override { sleepUnlessCancelled(seconds, CancelSignal()); }
     // A raised signal wakes the sleeper at once; time does not move.
     void sleepUnlessCancelled(double seconds, const CancelSignal& cancel) override {
-        cancel.setWaker([this] { std::lock_guard lock(mutex_); changed_.notify_all(); });
+        cancel.setWaker([this] {
+            std::lock_guard lock(mutex_);
+            changed_.notify_all();
+        });
         if (std::unique_lock lock(mutex_); seconds > 0 && free_) {
             time_.advance(seconds);
         } else if (seconds > 0 && !cancel.isCancelled()) {
@@ -30,16 +33,28 @@ public:
     }
 
     // Blocks until at least `count` threads sleep and have not been woken.
-    void waitForSleepers(std::size_t count) { std::unique_lock lock(mutex_); changed_.wait(lock, [&] { return asleep() >= count; }); }
+    void waitForSleepers(std::size_t count) {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return asleep() >= count; });
+    }
     // Sleepers whose wake-up has come no longer count as asleep, even before their threads run.
-    void advance(double seconds) { std::lock_guard lock(mutex_); time_.advance(seconds); changed_.notify_all(); }
+    void advance(double seconds) {
+        std::lock_guard lock(mutex_);
+        time_.advance(seconds);
+        changed_.notify_all();
+    }
     // From now on sleeps return at once, so workers can run to their end when a test is over.
-    void releaseAll() { std::lock_guard lock(mutex_); free_ = true; changed_.notify_all(); }
+    void releaseAll() {
+        std::lock_guard lock(mutex_);
+        free_ = true;
+        changed_.notify_all();
+    }
 
 private:
     std::size_t asleep() {
         const double at = time_.monotonic();
-        return free_ ? 0 : std::size_t(std::count_if(wakeUps_.begin(), wakeUps_.end(), [at](double w) { return w > at; }));
+        return free_ ? 0
+                     : std::size_t(std::count_if(wakeUps_.begin(), wakeUps_.end(), [at](double w) { return w > at; }));
     }
 
     std::mutex mutex_;

@@ -16,10 +16,12 @@ int main() {
     const std::string stamp = formatLocalTime(double(std::mktime(&local)) + 0.25, tec::measurementTimeStamp);
     // The limits themselves, sensor 4 below the floor alone, and 3 degrees apart as doubles but
     // not as floats, and the other way round.
-    const tec::TecSample samples[] = {
-        {{21.5f, 21.5f, 21.5f, 21.5f}, -35.2f, 1.25f}, {{21.49f, 21.49f, 21.49f, 21.49f}, 0, 0},
-        {{25, 25, 25, 21.49f}, 0, 0},                    {{25, 28, 25, 25}, 0, 0},
-        {{29.08f, 32.08f, 30, 30}, 0, 0},                {{29.02f, 32.02f, 30, 30}, 0, 0}};
+    const tec::TecSample samples[] = {{{21.5f, 21.5f, 21.5f, 21.5f}, -35.2f, 1.25f},
+                                      {{21.49f, 21.49f, 21.49f, 21.49f}, 0, 0},
+                                      {{25, 25, 25, 21.49f}, 0, 0},
+                                      {{25, 28, 25, 25}, 0, 0},
+                                      {{29.08f, 32.08f, 30, 30}, 0, 0},
+                                      {{29.02f, 32.02f, 30, 30}, 0, 0}};
     Value readings = Value::array();
     for (const auto& sample : samples) {
         readings.push_back({{"line", tec::readingLine(stamp, sample, "step")},

@@ -14,8 +14,14 @@ class VirtualClock final : public Clock {
 public:
     explicit VirtualClock(double start = 1'700'000'000.0) : now_(start) {}
 
-    double now() override { std::lock_guard lock(mutex_); return now_; }
-    double monotonic() override { std::lock_guard lock(mutex_); return monotonic_; }
+    double now() override {
+        std::lock_guard lock(mutex_);
+        return now_;
+    }
+    double monotonic() override {
+        std::lock_guard lock(mutex_);
+        return monotonic_;
+    }
     void sleepFor(double seconds) override {
         std::function<void()> hook;
         {
@@ -27,15 +33,24 @@ public:
         advance(seconds);
     }
     // Runs `hook` once, at the next sleep: in a poll loop, after the first look.
-    void atNextSleep(std::function<void()> hook) { std::lock_guard lock(mutex_); atNextSleep_ = std::move(hook); }
+    void atNextSleep(std::function<void()> hook) {
+        std::lock_guard lock(mutex_);
+        atNextSleep_ = std::move(hook);
+    }
     void advance(double seconds) {
         std::lock_guard lock(mutex_);
         now_ += seconds;
         monotonic_ += seconds;
     }
     // The wall clock alone is set (a time sync); the monotonic clock does not move.
-    void stepWallClock(double seconds) { std::lock_guard lock(mutex_); now_ += seconds; }
-    std::vector<double> sleeps() const { std::lock_guard lock(mutex_); return sleeps_; }
+    void stepWallClock(double seconds) {
+        std::lock_guard lock(mutex_);
+        now_ += seconds;
+    }
+    std::vector<double> sleeps() const {
+        std::lock_guard lock(mutex_);
+        return sleeps_;
+    }
 
 private:
     mutable std::mutex mutex_;

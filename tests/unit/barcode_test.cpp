@@ -35,10 +35,9 @@ TEST_F(Barcode, SecurityCheckStopsAtTheFirstCameraWithTheWrongSlot) {
     answerHealthy(*second, "slot1");
 
     EXPECT_FALSE(units.barcodeSecurityCheck());
-    EXPECT_THAT(log.lines(),
-                ElementsAre("***Barcode Security Check***", "Unit1 get cameraID:slot1",
-                            "Unit1 get checkSNConfig:1", "Unit1 get cameraSN:SG12345",
-                            "Unit2 get cameraID:slot1", "--FAIL--Slot2 Camera ID is not right: slot1!"));
+    EXPECT_THAT(log.lines(), ElementsAre("***Barcode Security Check***", "Unit1 get cameraID:slot1",
+                                         "Unit1 get checkSNConfig:1", "Unit1 get cameraSN:SG12345",
+                                         "Unit2 get cameraID:slot1", "--FAIL--Slot2 Camera ID is not right: slot1!"));
     EXPECT_THAT(first->requests(), ElementsAre(R"(barcode.read_reverse_item ["slotID"])",
                                                R"(barcode.read_config ["CheckSN"])", R"(barcode.read_config ["SN"])"));
     EXPECT_TRUE(third->calls().empty());
@@ -74,12 +73,11 @@ TEST_F(Barcode, ScanKeepsGoodSlotsAndKeepsReportingAnEarlierError) {
     addScanner(3)->answer("barcode.decode", Value("fail"));
 
     EXPECT_EQ(units.scanBarcode(), (Value{{"Unit1", "C02ABC"}}));
-    EXPECT_THAT(log.lines(),
-                ElementsAre("get barcode from scanner.", "Unit1 get barcode from scanner:C02ABC",
-                            "Unit2 scanBarcode: barcode.decode fail; err:camera busy (code 7)",
-                            "Unit2 get barcode from scanner:(null)",
-                            "Unit3 scanBarcode: barcode.decode fail; err:camera busy (code 7)",
-                            "Unit3 get barcode from scanner:fail"));
+    EXPECT_THAT(log.lines(), ElementsAre("get barcode from scanner.", "Unit1 get barcode from scanner:C02ABC",
+                                         "Unit2 scanBarcode: barcode.decode fail; err:camera busy (code 7)",
+                                         "Unit2 get barcode from scanner:(null)",
+                                         "Unit3 scanBarcode: barcode.decode fail; err:camera busy (code 7)",
+                                         "Unit3 get barcode from scanner:fail"));
     EXPECT_THAT(first->requests(), ElementsAre("barcode.decode [5000]"));
 }
 
@@ -99,8 +97,9 @@ TEST_F(Barcode, DutSerialHonoursScanSNExactlyAndReturnsErrorsAsText) {
     scanner->fail("barcode.decode", {-32100, "barcode.decode timed out after 3000 ms"});
     EXPECT_EQ(units.getDutSN(yes, "3"), Value("barcode.decode timed out after 3000 ms (code -32100)"));
     EXPECT_TRUE(units.getDutSN(yes, "9").is_null());
-    EXPECT_THAT(log.lines(),
-                ElementsAre("Unit3 get barcode from scanner:FAIL",
-                            "scanBarcode: barcode.decode fail; err:barcode.decode timed out after 3000 ms (code -32100)",
-                            "Unit9 get barcode from scanner:(null)"));
+    EXPECT_THAT(
+        log.lines(),
+        ElementsAre("Unit3 get barcode from scanner:FAIL",
+                    "scanBarcode: barcode.decode fail; err:barcode.decode timed out after 3000 ms (code -32100)",
+                    "Unit9 get barcode from scanner:(null)"));
 }

@@ -114,8 +114,7 @@ TEST(CApiWrapperTest, NullDestroyedAndUnknownHandlesAndThrowingOperationsGiveThe
             EXPECT_EQ(call(throwing.handle), expected) << name << " throwing";
         }
     }
-    EXPECT_THAT(fixture.controller->methods(), ElementsAre("server.mode"))
-        << "no RPC after the destroy";
+    EXPECT_THAT(fixture.controller->methods(), ElementsAre("server.mode")) << "no RPC after the destroy";
     // Releasing any of them again is harmless.
     for (KelvaneHandle handle : {KelvaneHandle(nullptr), destroyed, unknown, noSession}) {
         destroyKelvaneDev(handle);

@@ -8,8 +8,8 @@
 
 #include <regex>
 
-using kelvane::can::Frame;
 using kelvane::Value;
+using kelvane::can::Frame;
 using Lines = std::vector<std::string>;
 
 namespace {
@@ -56,19 +56,23 @@ std::pair<std::string, std::string> shapeAndPayload(const std::vector<Frame>& fr
 
 TEST_F(CanBridge, CommandsAreCutIntoTheShapesTheControllersExpect) {
     EXPECT_EQ(bridge.framesForCommand("abc", 3), (std::vector<Frame>{{4, 0x61, 0x62, 0x63, 3}}));
-    EXPECT_EQ(monitor(3), "handleCanCMD: abc\r\ncommand array will send: (\n        (\n        4,\n"
-                          "        97,\n        98,\n        99,\n        3\n    )\n)\r\n");
-    EXPECT_EQ(log.lines(), (Lines{"hexStr: 616263", "tmpStr: 61626303", "decimalStr: (\n    4,\n    97,\n    98,\n    99,\n    3\n)"}));
+    EXPECT_EQ(monitor(3),
+              "handleCanCMD: abc\r\ncommand array will send: (\n        (\n        4,\n"
+              "        97,\n        98,\n        99,\n        3\n    )\n)\r\n");
+    EXPECT_EQ(log.lines(), (Lines{"hexStr: 616263", "tmpStr: 61626303",
+                                  "decimalStr: (\n    4,\n    97,\n    98,\n    99,\n    3\n)"}));
     EXPECT_EQ(bridge.framesForCommand("", 1), (std::vector<Frame>{{1, 3}}));
 
     // The last frame is never padded nor cut: it may carry up to 10 bytes.
-    const std::pair<std::size_t, std::string> shapes[] = {
-        {6, "7/8"}, {7, "10/8 21/3"}, {13, "10/8 21/8 22/2"}, {20, "10/8 21/8 22/9"},
-        {21, "10/8 21/8 21/8 22/3"}, {28, "10/8 21/8 21/8 22/10"}};
+    const std::pair<std::size_t, std::string> shapes[] = {{6, "7/8"},
+                                                          {7, "10/8 21/3"},
+                                                          {13, "10/8 21/8 22/2"},
+                                                          {20, "10/8 21/8 22/9"},
+                                                          {21, "10/8 21/8 21/8 22/3"},
+                                                          {28, "10/8 21/8 21/8 22/10"}};
     for (const auto& [length, shape] : shapes) {
         const std::string command(length, 'x');
-        EXPECT_EQ(shapeAndPayload(bridge.framesForCommand(command, 1)),
-                  std::pair(shape, command + "\x03")) << length;
+        EXPECT_EQ(shapeAndPayload(bridge.framesForCommand(command, 1)), std::pair(shape, command + "\x03")) << length;
     }
     log.clear();
     EXPECT_TRUE(bridge.framesForCommand(std::string(29, 'x'), 2).empty());
@@ -119,10 +123,10 @@ TEST_F(CanBridge, CommandSendersSendEveryFrameThenWaitForOk) {
     board->answer("can.recv", received({4, 'o', 'k', '!', 3}));
     EXPECT_EQ(bridge.sendCommandForAnswer(Value(2080), "get tec power", 1), "ok!\x03");
     EXPECT_TRUE(bridge.sendCommand(Value("0x820"), "abc", 1));
-    EXPECT_EQ(journal(), (Lines{"can.send [2080,[16,14,103,101,116,32,116,101],\"EXTEND\"]",
-                                "can.send [2080,[33,99,32,112,111,119,101,114],\"EXTEND\"]",
-                                "can.send [2080,[34,3],\"EXTEND\"]", "can.recv []",
-                                "can.send [\"0x820\",[4,97,98,99,3],\"EXTEND\"]", "can.recv []"}));
+    EXPECT_EQ(journal(),
+              (Lines{"can.send [2080,[16,14,103,101,116,32,116,101],\"EXTEND\"]",
+                     "can.send [2080,[33,99,32,112,111,119,101,114],\"EXTEND\"]", "can.send [2080,[34,3],\"EXTEND\"]",
+                     "can.recv []", "can.send [\"0x820\",[4,97,98,99,3],\"EXTEND\"]", "can.recv []"}));
     EXPECT_EQ(fixture.clock->sleeps(), (std::vector<double>{0.1, 0.1}));
 
     // A refused frame (anything but exactly "done") stops the command before any answer is read.
@@ -139,7 +143,9 @@ TEST_F(CanBridge, CommandSendersSendEveryFrameThenWaitForOk) {
     // so the fifth pause ends at exactly 5.0 s, which ends the period.
     board->answer("can.send", Value("done"));
     board->answer("can.recv", received({4, 'E', 'R', 'R', 3}));
-    board->onCall([this](const auto& call) { if (call.method == "can.recv") fixture.clock->advance(0.9); });
+    board->onCall([this](const auto& call) {
+        if (call.method == "can.recv") fixture.clock->advance(0.9);
+    });
     board->clearCalls();
     EXPECT_EQ(bridge.sendCommandForAnswer(Value(2080), "get tec temp:1", 1), std::nullopt);
     EXPECT_EQ(board->calls().size(), 8u);  // three frames, five receives
@@ -148,8 +154,8 @@ TEST_F(CanBridge, CommandSendersSendEveryFrameThenWaitForOk) {
 }
 
 TEST_F(CanBridge, ChannelOpenAndFixedFrameSend) {
-    for (auto [reply, opened] : {std::pair{Value("done"), true}, {Value("can.open done"), true},
-                                 {Value("DONE"), false}, {Value(), false}}) {
+    for (auto [reply, opened] :
+         {std::pair{Value("done"), true}, {Value("can.open done"), true}, {Value("DONE"), false}, {Value(), false}}) {
         board->answer("can.open", reply);
         EXPECT_EQ(bridge.openChannel(Value(500000)), opened) << reply;
     }

@@ -33,11 +33,9 @@ TEST_F(Helpers, HexTextDecimalValuesAndTextFromHexFollowTheControllersTable) {
 
 TEST_F(Helpers, RegexGroupsAreCaseInsensitiveMultilineAndNilWhenAbsent) {
     std::optional<kelvane::RpcError> error;
-    EXPECT_EQ(session->findSubStringByRegexGroup("x\ntec temp: 25.31 c", "^TEC temp: (\\d+.\\d+) C",
-                                                 1, &error),
+    EXPECT_EQ(session->findSubStringByRegexGroup("x\ntec temp: 25.31 c", "^TEC temp: (\\d+.\\d+) C", 1, &error),
               Value("25.31"));
-    EXPECT_EQ(session->findSubStringByRegexGroup("Fixture3", "Fixture(\\d+)", 0, nullptr),
-              Value("Fixture3"));
+    EXPECT_EQ(session->findSubStringByRegexGroup("Fixture3", "Fixture(\\d+)", 0, nullptr), Value("Fixture3"));
     EXPECT_TRUE(session->findSubStringByRegexGroup("no match", "Fixture(\\d+)", 1, nullptr).is_null());
     EXPECT_TRUE(session->findSubStringByRegexGroup("ab", "a(x)?b", 1, nullptr).is_null());
     EXPECT_FALSE(error.has_value());
@@ -54,26 +52,40 @@ TEST_F(Helpers, RegexGroupsAreCaseInsensitiveMultilineAndNilWhenAbsent) {
 }
 
 TEST(PureFloat, WholeTextMustBeOneNumber) {
-    for (const char* yes : {"1.5", " -2 ", "3e4", ".5", "7.", "+0.25E-3"}) EXPECT_TRUE(kelvane::isPureFloatText(yes)) << yes;
+    for (const char* yes : {"1.5", " -2 ", "3e4", ".5", "7.", "+0.25E-3"})
+        EXPECT_TRUE(kelvane::isPureFloatText(yes)) << yes;
     for (const char* no : {"", " ", ".", "1.5V", "1 2", "e5", "0x10", "--1", "nan", "1e", "2E+"})
         EXPECT_FALSE(kelvane::isPureFloatText(no)) << no;
 }
 
 TEST(Value, PrintsRepliesTheWayLogLinesShowThem) {
     std::string shown;
-    for (Value reply : {Value(), Value("up_done"), Value(42), Value(2.0), Value(1.25), Value(true), Value::array({10, 0})})
+    for (Value reply :
+         {Value(), Value("up_done"), Value(42), Value(2.0), Value(1.25), Value(true), Value::array({10, 0})})
         shown += kelvane::describe(reply) + " ";
     EXPECT_EQ(shown, "(null) up_done 42 2 1.25 1 (\n    10,\n    0\n) ");
 
     // Collections in the property-list layout (nested ones: the CAN and session tests), where
     // only ASCII words stay bare and keys follow their UTF-16 units (U+1F600 before U+FF5E).
     EXPECT_EQ(kelvane::describe(Value::parse("[[], {}]")), "(\n        (\n    ),\n        {\n    }\n)");
-    const Value words = {-1, 2.5, nullptr, "Slot1_TecTempThread", 7805, false, "NO", "", "127.0.0.20",
-                         "a\\b\"", "\a\b\t\n\v\f", std::string("x\0y\r\x01", 5), "\u00e9\U0001F600"};
-    EXPECT_EQ(kelvane::describe(words),
-              "(\n    \"-1\",\n    \"2.5\",\n    \"<null>\",\n    \"Slot1_TecTempThread\",\n    7805,\n    0,\n    NO,\n"
-              "    \"\",\n    \"127.0.0.20\",\n    \"a\\\\b\\\"\",\n    \"\\a\\b\\t\\n\\v\\f\",\n    \"xy\r\x01\",\n"
-              "    \"\\U00e9\\Ud83d\\Ude00\"\n)");
+    const Value words = {-1,
+                         2.5,
+                         nullptr,
+                         "Slot1_TecTempThread",
+                         7805,
+                         false,
+                         "NO",
+                         "",
+                         "127.0.0.20",
+                         "a\\b\"",
+                         "\a\b\t\n\v\f",
+                         std::string("x\0y\r\x01", 5),
+                         "\u00e9\U0001F600"};
+    EXPECT_EQ(
+        kelvane::describe(words),
+        "(\n    \"-1\",\n    \"2.5\",\n    \"<null>\",\n    \"Slot1_TecTempThread\",\n    7805,\n    0,\n    NO,\n"
+        "    \"\",\n    \"127.0.0.20\",\n    \"a\\\\b\\\"\",\n    \"\\a\\b\\t\\n\\v\\f\",\n    \"xy\r\x01\",\n"
+        "    \"\\U00e9\\Ud83d\\Ude00\"\n)");
     EXPECT_EQ(kelvane::describe(Value{{"b", 1}, {"B", true}, {"a", "x"}, {"\uFF5E", 4}, {"\U0001F600", 5}}),
               "{\n    B = 1;\n    a = x;\n    b = 1;\n    \"\\Ud83d\\Ude00\" = 5;\n    \"\\Uff5e\" = 4;\n}");
 }

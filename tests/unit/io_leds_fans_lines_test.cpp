@@ -15,8 +15,8 @@ TEST(IoLedsAndFans, LedModesAreUpperCasedFanSetsNeedDoneAndFanReadsReturnTheRepl
     session->uutLed(2, "blue");
     session->uutLedBlink(3, "Green");
     session->stateLed("red");
-    for (auto [reply, expected] : {std::pair{Value("done\r\n"), true}, {Value("not done"), true},
-                                   {Value("FAIL"), false}, {Value(), false}}) {
+    for (auto [reply, expected] :
+         {std::pair{Value("done\r\n"), true}, {Value("not done"), true}, {Value("FAIL"), false}, {Value(), false}}) {
         fixture.controller->forget("vantrel.set_fan_speed");
         fixture.controller->answer("vantrel.set_fan_speed", reply);
         EXPECT_EQ(session->setFanSpeed(1, 3000), expected) << reply.dump();
@@ -26,7 +26,8 @@ TEST(IoLedsAndFans, LedModesAreUpperCasedFanSetsNeedDoneAndFanReadsReturnTheRepl
     EXPECT_EQ(session->getFanSpeed(2), "2500");
     const auto requests = fixture.controller->requests();
     EXPECT_EQ(std::vector(requests.begin(), requests.begin() + 4),
-              (std::vector<std::string>{R"(vantrel.led_control ["UUT2","BLUE"])", R"(vantrel.led_blink_control ["UUT3","GREEN"])",
+              (std::vector<std::string>{R"(vantrel.led_control ["UUT2","BLUE"])",
+                                        R"(vantrel.led_blink_control ["UUT3","GREEN"])",
                                         R"(vantrel.led_control ["STATUS","RED"])", "vantrel.set_fan_speed [1,3000]"}));
     EXPECT_EQ(requests.back(), "vantrel.get_fan_speed [2]");
     EXPECT_THAT(fixture.log->lines(), ElementsAre("slot2 LED: blue", "slot3 LedBlink: Green", "STATUS LED: red",
@@ -34,11 +35,14 @@ TEST(IoLedsAndFans, LedModesAreUpperCasedFanSetsNeedDoneAndFanReadsReturnTheRepl
 }
 
 TEST(IoLines, SetIoSendsOneListOfOnePairAndTellsDoneErrorAndFailApart) {
-    struct Case { kelvane::testing::ScriptedAnswer answer; Value result; };
+    struct Case {
+        kelvane::testing::ScriptedAnswer answer;
+        Value result;
+    };
     const kelvane::RpcError busy{-32001, "controller busy"};
-    for (const auto& c : {Case{{"io done", {}}, "io done"}, Case{{"not done", busy}, "not done"},
-                          Case{{"FAIL", {}}, "Fail"}, Case{{nullptr, {}}, "Fail"},
-                          Case{{"FAIL", busy}, busy.text()}, Case{{nullptr, busy}, busy.text()}}) {
+    for (const auto& c :
+         {Case{{"io done", {}}, "io done"}, Case{{"not done", busy}, "not done"}, Case{{"FAIL", {}}, "Fail"},
+          Case{{nullptr, {}}, "Fail"}, Case{{"FAIL", busy}, busy.text()}, Case{{nullptr, busy}, busy.text()}}) {
         SessionFixture fixture;
         auto session = fixture.connect();
         fixture.controller->answer("vantrel.fixture_io_set", c.answer);

@@ -19,7 +19,8 @@ TEST(JsonRpcRequest, CarriesParamsAlwaysKwargsOnlyWhenGivenAndSurvivesBadInput) 
 
     // Params that are not an array, or text that is not UTF-8, still give a valid request.
     EXPECT_EQ(sent({9, "server.mode", "oops", nullptr})["params"], Value::array());
-    auto request = decodeRequest(encodeRequest({1, "vantrel.led_control", Value::array({"UUT1", "\xff\xfe"}), nullptr}));
+    auto request =
+        decodeRequest(encodeRequest({1, "vantrel.led_control", Value::array({"UUT1", "\xff\xfe"}), nullptr}));
     ASSERT_TRUE(request);
     EXPECT_EQ(Value::array({request->method, request->params[0]}), Value::array({"vantrel.led_control", "UUT1"}));
 }
@@ -34,7 +35,11 @@ TEST(JsonRpcReply, ResultNullResultAndErrorsOfAnyShapeAreToldApart) {
         ASSERT_TRUE(reply) << ok;
         EXPECT_FALSE(reply->error) << ok;
     }
-    struct Case { std::string text; int code; std::string message; };
+    struct Case {
+        std::string text;
+        int code;
+        std::string message;
+    };
     for (const auto& c : {Case{encodeError(5, {-32601, "no such method"}), -32601, "no such method"},
                           Case{R"({"id":1,"error":{"code":"x","message":42}})", 0, "42"},
                           Case{R"({"id":1,"error":{"code":-1}})", -1, ""},
@@ -51,28 +56,31 @@ TEST(JsonRpcReply, ResultNullResultAndErrorsOfAnyShapeAreToldApart) {
 }
 
 TEST(JsonRpcReply, MalformedMessagesAreRefusedNotGuessed) {
-    for (const char* text : {"", "not json", "[1,2]", "\"done\"", R"({"result":"done"})",
-                             R"({"id":null,"result":"done"})", R"({"id":"1","result":"done"})",
-                             R"({"id":1.5,"result":"done"})", R"({"id":1e30,"result":"done"})",
-                             R"({"id":1})", R"({"id":1,"result":"do)",
-                             // Another protocol version, or an error that is no error object.
-                             R"({"jsonrpc":"1.0","id":1,"result":"done"})",
-                             R"({"jsonrpc":2.0,"id":1,"result":"done"})",
-                             R"({"id":1,"error":"board busy"})", R"({"id":1,"error":7})",
-                             R"({"id":1,"error":[],"result":"done"})"}) {
+    for (const char* text :
+         {"", "not json", "[1,2]", "\"done\"", R"({"result":"done"})", R"({"id":null,"result":"done"})",
+          R"({"id":"1","result":"done"})", R"({"id":1.5,"result":"done"})", R"({"id":1e30,"result":"done"})",
+          R"({"id":1})", R"({"id":1,"result":"do)",
+          // Another protocol version, or an error that is no error object.
+          R"({"jsonrpc":"1.0","id":1,"result":"done"})", R"({"jsonrpc":2.0,"id":1,"result":"done"})",
+          R"({"id":1,"error":"board busy"})", R"({"id":1,"error":7})", R"({"id":1,"error":[],"result":"done"})"}) {
         EXPECT_FALSE(decodeReply(text)) << text;
     }
 }
 
 TEST(JsonRpcReply, NumbersBeyondDoubleRangeReadAsTheirLiteralTextAndTheRestOfTheReplyIsKept) {
-    struct Case { std::string text; Value result; };
-    for (const auto& c : {Case{R"({"id":1,"result":1e999})", "1e999"},
-                          Case{R"({"id":1,"result":[-1.5E+400,2.5,"1e999"]})", Value::parse(R"(["-1.5E+400",2.5,"1e999"])")},
-                          Case{R"({"id":1,"result":{"a":)" + std::string(400, '9') + "}}", Value{{"a", std::string(400, '9')}}},
-                          Case{R"({"id":1,"result":1.8e308})", "1.8e308"},
-                          Case{R"({"id":1,"result":1e99999999999999999999})", "1e99999999999999999999"},
-                          // In range, however written, and underflow, are numbers.
-                          Case{R"({"id":1,"result":[1.7e308,0.0001e312,1e-999,0e999999],"x":1e999})", Value::parse("[1.7e308,1e308,0,0]")}}) {
+    struct Case {
+        std::string text;
+        Value result;
+    };
+    for (const auto& c :
+         {Case{R"({"id":1,"result":1e999})", "1e999"},
+          Case{R"({"id":1,"result":[-1.5E+400,2.5,"1e999"]})", Value::parse(R"(["-1.5E+400",2.5,"1e999"])")},
+          Case{R"({"id":1,"result":{"a":)" + std::string(400, '9') + "}}", Value{{"a", std::string(400, '9')}}},
+          Case{R"({"id":1,"result":1.8e308})", "1.8e308"},
+          Case{R"({"id":1,"result":1e99999999999999999999})", "1e99999999999999999999"},
+          // In range, however written, and underflow, are numbers.
+          Case{R"({"id":1,"result":[1.7e308,0.0001e312,1e-999,0e999999],"x":1e999})",
+               Value::parse("[1.7e308,1e308,0,0]")}}) {
         auto reply = decodeReply(c.text);
         ASSERT_TRUE(reply) << c.text;
         EXPECT_EQ(reply->result, c.result) << c.text;

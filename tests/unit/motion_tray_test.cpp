@@ -16,7 +16,7 @@ namespace {
 struct Move {
     Value (FixtureControl::*start)();
     std::vector<std::pair<std::string, Value>> ready;  // the reads before the move, answered to let it start
-    std::vector<std::string> log;                       // the lines logged up to the move
+    std::vector<std::string> log;                      // the lines logged up to the move
     std::string moveMethod, ack, sensor;
     double deadline;
     std::string successLog, successResult, timeoutResult;
@@ -25,29 +25,52 @@ struct Move {
 const std::string fullWidthBang = "\xEF\xBC\x81";
 
 const std::vector<Move> moves = {
-    {&FixtureControl::trayUp, {}, {"Fixture UP."},
-     "vantrel.fixture_up", "up_done", "vantrel.up_sensor_read", 5.0, "UP OK\r", "UP OK",
+    {&FixtureControl::trayUp,
+     {},
+     {"Fixture UP."},
+     "vantrel.fixture_up",
+     "up_done",
+     "vantrel.up_sensor_read",
+     5.0,
+     "UP OK\r",
+     "UP OK",
      "Fixture up action is executed,but up sensor is not OK" + fullWidthBang},
     {&FixtureControl::trayDown,
      {{"vantrel.in_sensor_read", 1}, {"vantrel.dut_sensor_read", "dut_sensor_on"}},
      {"Fixture Down.", "Current state: 1\r", "DOWN", "checkDUTSensor state is dut_sensor_on\n"},
-     "vantrel.fixture_down", "down_done", "vantrel.down_sensor_read", 5.0, "DOWN OK.\r", "DOWN OK",
+     "vantrel.fixture_down",
+     "down_done",
+     "vantrel.down_sensor_read",
+     5.0,
+     "DOWN OK.\r",
+     "DOWN OK",
      "Fixture down action is executed,but down sensor is not OK" + fullWidthBang},
     {&FixtureControl::trayIn,
      {{"vantrel.up_sensor_read", 1}, {"vantrel.in_sensor_read", 0}, {"vantrel.down_sensor_read", Value()}},
      {"Fixture IN.", "Current state: 1\r"},  // the UP reading
-     "vantrel.fixture_in", "in_done", "vantrel.in_sensor_read", 15.0, "IN OK.\r", "IN OK",
+     "vantrel.fixture_in",
+     "in_done",
+     "vantrel.in_sensor_read",
+     15.0,
+     "IN OK.\r",
+     "IN OK",
      "Fixture in action is executed,but down sensor is not OK" + fullWidthBang},
-    {&FixtureControl::trayOut, {{"vantrel.out_sensor_read", 0}, {"vantrel.down_sensor_read", Value()}},
+    {&FixtureControl::trayOut,
+     {{"vantrel.out_sensor_read", 0}, {"vantrel.down_sensor_read", Value()}},
      {"Fixture OUT."},
-     "vantrel.fixture_out", "out_done", "vantrel.out_sensor_read", 15.0, "OUT OK.\r", "OUT OK",
+     "vantrel.fixture_out",
+     "out_done",
+     "vantrel.out_sensor_read",
+     15.0,
+     "OUT OK.\r",
+     "OUT OK",
      "Fixture out action is executed,but out sensor is not OK" + fullWidthBang},
 };
 
 // A connected session whose controller lets `move` start and acknowledges it with `moveReply`;
 // the target sensor answers the given readings in order.
-std::shared_ptr<FixtureControl> readyToMove(SessionFixture& fixture, const Move& move,
-                                            Value moveReply, std::vector<Value> readings) {
+std::shared_ptr<FixtureControl> readyToMove(SessionFixture& fixture, const Move& move, Value moveReply,
+                                            std::vector<Value> readings) {
     auto session = fixture.connect();
     for (const auto& [method, answer] : move.ready) fixture.controller->answer(method, answer);
     fixture.controller->answer(move.moveMethod, moveReply);
@@ -60,8 +83,8 @@ std::shared_ptr<FixtureControl> readyToMove(SessionFixture& fixture, const Move&
 // A reply other than the exact acknowledgement is returned without polling. Every call is plain.
 TEST(TrayMotion, ExactAcknowledgementThenTheNumberOneFromTheTargetSensorIsSuccess) {
     for (const auto& move : moves) {
-        for (Value reply : {Value(), Value(move.ack + "\r"), Value(kelvane::upperCased(move.ack)), Value(1),
-                            Value(move.ack)}) {
+        for (Value reply :
+             {Value(), Value(move.ack + "\r"), Value(kelvane::upperCased(move.ack)), Value(1), Value(move.ack)}) {
             SCOPED_TRACE(move.moveMethod + " answered " + reply.dump());
             SessionFixture fixture;
             auto session = readyToMove(fixture, move, reply, {0, "1", Value(), 1});
@@ -128,11 +151,11 @@ TEST(TrayMotion, PreconditionsRefuseWithTheirTextAfterReadingOnlyWhatTheyNeed) {
         std::string result;
         std::vector<std::string> reads;
     };
-    const std::string in = "vantrel.in_sensor_read", up = "vantrel.up_sensor_read",
-                      down = "vantrel.down_sensor_read", out = "vantrel.out_sensor_read",
-                      dut = "vantrel.dut_sensor_read", dutWrong = "Can not down,Because DUT state is not right!",
-                      inFirst = "Please IN first!", upFirst = "Please UP first!",
-                      isIn = "Current state is IN already!", isOut = "Current state is OUT already!";
+    const std::string in = "vantrel.in_sensor_read", up = "vantrel.up_sensor_read", down = "vantrel.down_sensor_read",
+                      out = "vantrel.out_sensor_read", dut = "vantrel.dut_sensor_read",
+                      dutWrong = "Can not down,Because DUT state is not right!", inFirst = "Please IN first!",
+                      upFirst = "Please UP first!", isIn = "Current state is IN already!",
+                      isOut = "Current state is OUT already!";
     const Case cases[] = {
         {&FixtureControl::trayDown, {{in, 0}}, inFirst, {in}},
         {&FixtureControl::trayDown, {{in, "1"}}, inFirst, {in}},
@@ -170,11 +193,10 @@ TEST(MotionSensors, PositionSummaryUsesIntegerValuesInOrderAndTheDutReplyIsRetur
     fixture.controller->fail("vantrel.down_sensor_read", {-32100, "timed out"});
 
     EXPECT_EQ(session->checkPositionSensor(), "1;1;2;0");
-    EXPECT_THAT(fixture.controller->requests(),
-                ElementsAre("vantrel.in_sensor_read", "vantrel.out_sensor_read",
-                            "vantrel.up_sensor_read", "vantrel.down_sensor_read"));
-    EXPECT_THAT(fixture.log->lines(), ElementsAre("IN_sensor_state: OK", "OUT_sensor_state: OK",
-                                                  "UP_sensor_state: NO", "DOWN_sensor_state: NO"));
+    EXPECT_THAT(fixture.controller->requests(), ElementsAre("vantrel.in_sensor_read", "vantrel.out_sensor_read",
+                                                            "vantrel.up_sensor_read", "vantrel.down_sensor_read"));
+    EXPECT_THAT(fixture.log->lines(), ElementsAre("IN_sensor_state: OK", "OUT_sensor_state: OK", "UP_sensor_state: NO",
+                                                  "DOWN_sensor_state: NO"));
 
     for (Value reply : {Value("dut_sensor_off"), Value(), Value(7)}) {
         fixture.log->clear();
@@ -198,7 +220,8 @@ TEST(MotionLockAndInit, OnlyExactOnAndOffDriveTheMagnetAndInitSendsTheTripleNest
                             R"(vantrel.fixture_io_set [[[[10,0]]]] {"timeout_ms":20000})"));
     EXPECT_THAT(fixture.log->lines(),
                 ElementsAre("Fixture Lock!", "Fixture Unlock!", "Unknown state!", "Unknown state!", "Unknown state!",
-                            "Fixture Init.", "(\n        (\n                (\n            10,\n            0\n        )\n    )\n)",
+                            "Fixture Init.",
+                            "(\n        (\n                (\n            10,\n            0\n        )\n    )\n)",
                             "RRRRPPPPCCC!!!!!!", "FAIL", "(null)"));
 
     SessionFixture failing;

@@ -108,7 +108,8 @@ TEST(PendingCalls, ClosingFailsWaitingAndLaterCallsAndWaitsForCallersToLeave) {
     std::vector<std::future<Value>> waiting;
     for (std::int64_t id = 1; id <= 8; ++id)
         waiting.push_back(std::async(std::launch::async, [&, id] { return callThrough(calls, id, strayAccepted); }));
-    for (std::size_t registered = 0; registered < 8; std::this_thread::sleep_for(1ms)) registered += calls.takeUnsent().size();
+    for (std::size_t registered = 0; registered < 8; std::this_thread::sleep_for(1ms))
+        registered += calls.takeUnsent().size();
 
     std::optional<CallerPresence> lingering;
     lingering.emplace(calls);

@@ -15,8 +15,8 @@
 #include <unistd.h>
 
 using kelvane::processLogRoutedBy;
-using kelvane::testing::fileText;
 using kelvane::WorkerThread;
+using kelvane::testing::fileText;
 using kelvane::testing::SteppedClock;
 
 namespace {
@@ -52,9 +52,9 @@ TEST(ProcessLog, RoutesToAFileOffOrStandardErrorWhenTheFileCannotBeOpened) {
     processLogRoutedBy("off")->write("dropped");
     auto unopenable = root.path() / "no folder" / "process.log";
     processLogRoutedBy(unopenable.string())->write("still logged");
-    EXPECT_TRUE(std::regex_match(::testing::internal::GetCapturedStderr(),
-                                 std::regex(prefix + "process log .*no folder/process.log: .*standard error\n" +
-                                            prefix + "still logged\n")));
+    EXPECT_TRUE(std::regex_match(
+        ::testing::internal::GetCapturedStderr(),
+        std::regex(prefix + "process log .*no folder/process.log: .*standard error\n" + prefix + "still logged\n")));
     EXPECT_FALSE(std::filesystem::exists(unopenable.parent_path()));
 }
 

@@ -21,8 +21,7 @@ TEST(Session, CreationProbesTheControllerLogsEachStepAndRecordsTheAddress) {
                             "        port = 7805;\n    };\n    identifier = Fixture3;\n}",
                             "Connect to {\n    ip = \"127.0.0.1\";\n    port = 7805;\n}",
                             "ipAddress 'fixtureIP': <{\n    ip = \"127.0.0.1\";\n    port = 7805;\n}>",
-                            "Fixture3 Connecting to RPC server 127.0.0.1:7805...",
-                            "RPC server.mode: normal...",
+                            "Fixture3 Connecting to RPC server 127.0.0.1:7805...", "RPC server.mode: normal...",
                             "================Connect Fixture seccussful================"));
     EXPECT_EQ(fileText(fixture.root.path() / "vault/Korva/Fixture.log"), "127.0.0.1\r\n7805\r\n");
     EXPECT_EQ(session->tecRecordArr(), Value::array());
@@ -57,8 +56,8 @@ TEST(Session, NoAnswerToServerModeOrAPortOutsideOneTo65535GivesNoSession) {
 // transport that makes no client fails the connection like a silent controller.
 TEST(Session, MissingOrMalformedAddressOrTransportNeverCrashes) {
     for (Value topology : {Value(), Value::object(), Value{{"FixtureIP", "not a dictionary"}},
-                           Value{{"FixtureIP", {{"ip", 5}, {"port", "x"}}}},
-                           Value{{"FixtureIP", {{"port", 7805}}}}, SessionFixture::topology()}) {
+                           Value{{"FixtureIP", {{"ip", 5}, {"port", "x"}}}}, Value{{"FixtureIP", {{"port", 7805}}}},
+                           SessionFixture::topology()}) {
         SessionFixture fixture;
         std::filesystem::create_directories(fixture.root.path() / "vault/Korva");
         auto platform = fixture.platform();
@@ -71,11 +70,13 @@ TEST(Session, MissingOrMalformedAddressOrTransportNeverCrashes) {
 }
 
 TEST(Session, ScannerCheckRunsOnlyWhenScanSNReadsYesInAnyCase) {
-    for (auto [scanSN, runs] : {std::pair{Value("yes"), true}, {Value("YES"), true},
-                                {Value("NO"), false}, {Value("Y"), false}, {Value(), false}}) {
+    for (auto [scanSN, runs] : {std::pair{Value("yes"), true},
+                                {Value("YES"), true},
+                                {Value("NO"), false},
+                                {Value("Y"), false},
+                                {Value(), false}}) {
         SessionFixture fixture;
-        auto session = kelvane::FixtureControl::initWithIP(SessionFixture::topology(scanSN),
-                                                           fixture.platform());
+        auto session = kelvane::FixtureControl::initWithIP(SessionFixture::topology(scanSN), fixture.platform());
         auto lines = fixture.log->lines();
         EXPECT_EQ(std::find(lines.begin(), lines.end(), "***Barcode Security Check***") != lines.end(), runs) << scanSN;
         EXPECT_NE(session, nullptr) << "no slots: the check passes without a call";
@@ -85,7 +86,8 @@ TEST(Session, ScannerCheckRunsOnlyWhenScanSNReadsYesInAnyCase) {
 TEST(Session, InitialFixtureNeedsDoneInTheReply) {
     SessionFixture fixture;
     auto session = fixture.connect();
-    for (Value reply : {Value("init done\r\n"), Value("DONE"), Value()}) fixture.controller->answer("vantrel.fixture_init", reply);
+    for (Value reply : {Value("init done\r\n"), Value("DONE"), Value()})
+        fixture.controller->answer("vantrel.fixture_init", reply);
     const bool first = session->initialFixture(), second = session->initialFixture();
     EXPECT_EQ(std::tuple(first, second, session->initialFixture()), std::tuple(true, false, false));
     EXPECT_EQ(fixture.controller->requests(), std::vector<std::string>(3, "vantrel.fixture_init"));

@@ -34,11 +34,15 @@ TEST_F(Station, InfoGivesTextsAndNumbersAndEmptyTextForEverythingElse) {
 
     writeStationFile(R"({"station": {"id": "ZT-7", "line": 12, "gain": 1.5, "list": [1],
                         "nothing": null, "flag": true}, "flat": 3})");
-    for (const auto& [section, key, text] : {std::tuple{"station", "id", "ZT-7"}, {"station", "line", "12"},
-                                              {"station", "gain", "1.5"}, {"station", "flag", "1"},
-                                              {"station", "list", ""},
-                                              {"station", "nothing", ""}, {"station", "missing", ""},
-                                              {"missing", "id", ""}, {"flat", "id", ""}}) {
+    for (const auto& [section, key, text] : {std::tuple{"station", "id", "ZT-7"},
+                                             {"station", "line", "12"},
+                                             {"station", "gain", "1.5"},
+                                             {"station", "flag", "1"},
+                                             {"station", "list", ""},
+                                             {"station", "nothing", ""},
+                                             {"station", "missing", ""},
+                                             {"missing", "id", ""},
+                                             {"flat", "id", ""}}) {
         EXPECT_EQ(session->GetZtJsonInfo(section, key), text) << section << "." << key;
     }
 
@@ -64,8 +68,10 @@ TEST_F(Station, FixtureLogAppendsAsciiLinesAndDropsOthersWhole) {
     // The session connects either way.
     for (auto [fullDisk, messages] : {std::pair{false, 0}, {true, 2}}) {
         std::filesystem::remove(fixtureLog());
-        if (fullDisk) std::filesystem::create_symlink("/dev/full", fixtureLog());
-        else std::filesystem::create_directory(fixtureLog());
+        if (fullDisk)
+            std::filesystem::create_symlink("/dev/full", fixtureLog());
+        else
+            std::filesystem::create_directory(fixtureLog());
         fixture.log->clear();
         auto again = kelvane::FixtureControl::initWithIP(SessionFixture::topology(), fixture.platform());
         EXPECT_EQ(again ? again->getConnectFlag() : 0, 1);
@@ -91,6 +97,6 @@ TEST_F(Station, EepromReadGoesThroughTheBaseBoardOfTheFirstUnit) {
     board->fail("base_board.lock_read_eeprom_string", {3, "locked"});
     log.clear();
     EXPECT_TRUE(units.getFixtureIDFromEEPROMWithTimeout(2000).is_null());
-    EXPECT_THAT(log.lines(), ElementsAre("SIBBoardType is: TAVRIN",
-                                                  "Failed to read eeprom from SIB board; err=locked (code 3)"));
+    EXPECT_THAT(log.lines(),
+                ElementsAre("SIBBoardType is: TAVRIN", "Failed to read eeprom from SIB board; err=locked (code 3)"));
 }

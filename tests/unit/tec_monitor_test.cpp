@@ -28,7 +28,9 @@ class PassClock final : public kelvane::Clock {
 public:
     double now() override { return stepped.now(); }
     double monotonic() override { return stepped.monotonic(); }
-    void sleepFor(double seconds) override { if (holdInPass) stepped.sleepFor(seconds); }
+    void sleepFor(double seconds) override {
+        if (holdInPass) stepped.sleepFor(seconds);
+    }
     void sleepUnlessCancelled(double s, const kelvane::CancelSignal& c) override { stepped.sleepUnlessCancelled(s, c); }
     kelvane::testing::SteppedClock stepped;
     std::atomic<bool> holdInPass{false};
@@ -72,13 +74,15 @@ protected:
         return lines;
     }
     std::string monitorLog(std::int32_t slot) {
-        return kelvane::testing::fileText(fixture.slotFolder(slot) / fmt::format("TecControlMonitor_Fixture3_Unit{}.log", slot));
+        return kelvane::testing::fileText(fixture.slotFolder(slot) /
+                                          fmt::format("TecControlMonitor_Fixture3_Unit{}.log", slot));
     }
     // The switch's own lines in the process log, then a fresh log.
     Lines switchLog() {
         const std::regex own("^(TesterReporting (thread|Slot. tecTempRecord state)|After|.* is Can)");
         Lines lines;
-        for (const auto& line : fixture.log->lines()) if (std::regex_search(line, own)) lines.push_back(line);
+        for (const auto& line : fixture.log->lines())
+            if (std::regex_search(line, own)) lines.push_back(line);
         fixture.log->clear();
         return lines;
     }
@@ -103,9 +107,9 @@ TEST_F(TecMonitor, OnStartsAWorkerThatSamplesPassByPassAndOffEndsItAfterThePassU
 
     session->tecTempGet(3, "on");
     clock->stepped.waitForSleepers(1);
-    EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot3 tecTempRecord state:on",
-                                  "TesterReporting thread name:Slot3_TecTempThread",
-                                  "After tecTempGet on--->>>tecTempThreadArray is (\n    \"Slot3_TecTempThread\"\n)"}));
+    EXPECT_EQ(switchLog(),
+              (Lines{"TesterReporting Slot3 tecTempRecord state:on", "TesterReporting thread name:Slot3_TecTempThread",
+                     "After tecTempGet on--->>>tecTempThreadArray is (\n    \"Slot3_TecTempThread\"\n)"}));
     const std::string sample = "0.00,0.00,0.00,0.00,0.00,0.00,step\r";
     EXPECT_EQ(csv(3), (Lines{header, sample}));
     EXPECT_EQ(fixture.controller->calls()[1].args[0], 2082);  // slot + 2079
@@ -132,11 +136,11 @@ TEST_F(TecMonitor, OnStartsAWorkerThatSamplesPassByPassAndOffEndsItAfterThePassU
 
     session->tecTempGet(3, "OFF");
     session->tecTempGet(3, "START");
-    EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot3 tecTempRecord state:Off",
-                                  "After tecTempGet Off--->>>tecTempThreadArray is (\n)",
-                                  "TesterReporting Slot3 tecTempRecord state:OFF",
-                                  "After tecTempGet OFF--->>>tecTempThreadArray is (\n)",
-                                  "After tecTempGet START--->>>tecTempThreadArray is (\n)"}));
+    EXPECT_EQ(
+        switchLog(),
+        (Lines{"TesterReporting Slot3 tecTempRecord state:Off", "After tecTempGet Off--->>>tecTempThreadArray is (\n)",
+               "TesterReporting Slot3 tecTempRecord state:OFF", "After tecTempGet OFF--->>>tecTempThreadArray is (\n)",
+               "After tecTempGet START--->>>tecTempThreadArray is (\n)"}));
 }
 
 TEST_F(TecMonitor, SecondOnFailsToRestartAndOffSkipsTheSecondOfTwoWorkersSideBySide) {
@@ -165,11 +169,12 @@ TEST_F(TecMonitor, SecondOnFailsToRestartAndOffSkipsTheSecondOfTwoWorkersSideByS
     // session); the unstarted one beside it stays, not cancelled, until the next OFF.
     session->tecTempGet(1, "OFF");
     session->tecTempGet(1, "OFF");
-    EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot1 tecTempRecord state:OFF",
-                                  "After tecTempGet OFF--->>>tecTempThreadArray is (\n    \"Slot1_TecTempThread\",\n"
-                                  "    \"Slot2_TecTempThread\"\n)",
-                                  "TesterReporting Slot1 tecTempRecord state:OFF",
-                                  "After tecTempGet OFF--->>>tecTempThreadArray is (\n    \"Slot2_TecTempThread\"\n)"}));
+    EXPECT_EQ(switchLog(),
+              (Lines{"TesterReporting Slot1 tecTempRecord state:OFF",
+                     "After tecTempGet OFF--->>>tecTempThreadArray is (\n    \"Slot1_TecTempThread\",\n"
+                     "    \"Slot2_TecTempThread\"\n)",
+                     "TesterReporting Slot1 tecTempRecord state:OFF",
+                     "After tecTempGet OFF--->>>tecTempThreadArray is (\n    \"Slot2_TecTempThread\"\n)"}));
     EXPECT_TRUE(eventually([&] { return session.use_count() == 2; }));  // the test's and slot 2's
 
     // Closing cancels slot 2's worker but leaves it in the array, where OFF finds it cancelled.
@@ -189,11 +194,11 @@ TEST_F(TecMonitor, APassHoldsTheObjectLockThroughItsWarmUpSleepButNotItsRunningL
     clock->stepped.waitForSleepers(1);  // in its warm-up sleep
     switchLog();
     session->tecTempGet(2, "ON");
-    EXPECT_EQ(switchLog(), (Lines{"TesterReporting Slot2 tecTempRecord state:ON",
-                                  "TesterReporting thread name:Slot1_TecTempThread",
-                                  "TesterReporting thread name:Slot2_TecTempThread",
-                                  "After tecTempGet ON--->>>tecTempThreadArray is (\n    \"Slot1_TecTempThread\",\n"
-                                  "    \"Slot2_TecTempThread\"\n)"}));
+    EXPECT_EQ(switchLog(),
+              (Lines{"TesterReporting Slot2 tecTempRecord state:ON", "TesterReporting thread name:Slot1_TecTempThread",
+                     "TesterReporting thread name:Slot2_TecTempThread",
+                     "After tecTempGet ON--->>>tecTempThreadArray is (\n    \"Slot1_TecTempThread\",\n"
+                     "    \"Slot2_TecTempThread\"\n)"}));
     ASSERT_TRUE(eventually([&] { return monitorLog(2).find("tecTempRecord running") != std::string::npos; }));
     auto reading = std::async(std::launch::async, [&] { return session->tecTempRecord2(3); });
     EXPECT_FALSE(eventually([&] { return fixture.controller->calls().size() > 1; }, std::chrono::milliseconds(200)))
@@ -215,7 +220,7 @@ TEST_F(TecMonitor, WithoutTheSetUpStepOnStartsNothingAndWritesNoHeader) {
                                   "After tecTempGet On--->>>tecTempThreadArray is (null)"}));
     EXPECT_TRUE(session->tecRecordArr().empty());
     EXPECT_TRUE(std::filesystem::is_empty(fixture.slotFolder(1)));  // where a header would be
-    EXPECT_EQ(session.use_count(), 1);  // the dropped worker holds no session
+    EXPECT_EQ(session.use_count(), 1);                              // the dropped worker holds no session
 
     fixture.controller->forget("can.open");
     EXPECT_FALSE(session->setUpTecMonitoring(4));

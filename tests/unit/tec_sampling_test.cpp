@@ -12,8 +12,8 @@
 #include <regex>
 
 using kelvane::Value;
-using kelvane::testing::fileText;
 using kelvane::tec::TecFiles;
+using kelvane::testing::fileText;
 using Lines = std::vector<std::string>;
 
 namespace {
@@ -38,7 +38,8 @@ struct TecBoard final : kelvane::RpcClient {
             frames.pop_front();
             return {{"data", frame}};
         }
-        for (std::size_t i = args[1][0] == 0x10 ? 2 : 1; i < args[1].size(); ++i) command += char(args[1][i].get<int>());
+        for (std::size_t i = args[1][0] == 0x10 ? 2 : 1; i < args[1].size(); ++i)
+            command += char(args[1][i].get<int>());
         if (command.back() != '\x03') return "done";
         command.pop_back();
         sent.push_back(kelvane::describe(args[0]) + " " + command);
@@ -62,7 +63,8 @@ struct SamplingLog final : kelvane::LogSink {
     void write(std::string_view line) override {
         const auto at = line.find("msg:");
         EXPECT_TRUE(at == line.npos || fileText(csv).ends_with(line.substr(at + 4))) << line;
-        if (std::regex_search(line.begin(), line.end(), std::regex("^(tecTempRecord|TesterReporting|Slot2)"))) own.emplace_back(line);
+        if (std::regex_search(line.begin(), line.end(), std::regex("^(tecTempRecord|TesterReporting|Slot2)")))
+            own.emplace_back(line);
     }
 };
 
@@ -121,13 +123,10 @@ TEST_F(TecSampling, MeasurementLineChecksAndFailureRecords) {
 
     // Whether the line fails the minimum temperature and the agreement of sensors 1 to 3.
     const std::tuple<std::vector<std::string>, bool, bool> cases[] = {
-        {{"25.00", "25.00", "25.00", "21.49"}, true, false},
-        {{"21.50", "21.50", "21.50", "21.50"}, false, false},
-        {{"30.0", "26.9", "30.0", "10.0"}, true, true},
-        {{"30.0", "30.0", "30.0", "40.0"}, false, false},
-        {{"25.0", "28.0", "25.0", "25.0"}, false, false},
-        {{"25.0", "25.0", "28.5", "25.0"}, false, true},
-        {{"bad", "25.0", "25.0", "25.0"}, true, true},  // an unreadable sensor reads 0.0
+        {{"25.00", "25.00", "25.00", "21.49"}, true, false}, {{"21.50", "21.50", "21.50", "21.50"}, false, false},
+        {{"30.0", "26.9", "30.0", "10.0"}, true, true},      {{"30.0", "30.0", "30.0", "40.0"}, false, false},
+        {{"25.0", "28.0", "25.0", "25.0"}, false, false},    {{"25.0", "25.0", "28.5", "25.0"}, false, true},
+        {{"bad", "25.0", "25.0", "25.0"}, true, true},    // an unreadable sensor reads 0.0
         {{"9e99", "25.0", "25.0", "25.0"}, false, true},  // beyond float range: infinity
     };
     std::string line;
@@ -230,7 +229,9 @@ TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
     EXPECT_FALSE(std::filesystem::exists(folder));
     std::filesystem::create_directories(folder);
     files.appendCsv(5, "a\r\n");
-    files.appendCsv(5, "25\xc2\xb0" "C\r\n");
+    files.appendCsv(5,
+                    "25\xc2\xb0"
+                    "C\r\n");
     files.appendCsv(5, "b\r\n");
     EXPECT_EQ(fileText(folder / "TecTemp_Fixture3_Unit5.csv"), "a\r\nb\r\n");
 
@@ -245,7 +246,8 @@ TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
     // the host's reading comes back all the same.
     for (auto [name, write, message] :
          {std::tuple{"TecTemp_Fixture3_Unit5.csv", &TecFiles::appendCsv, "save TecTemplog exception !"},
-          {"TecControlMonitor_Fixture3_Unit5.log", &TecFiles::appendMonitorLine, "save TecControlMonitor exception !"}}) {
+          {"TecControlMonitor_Fixture3_Unit5.log", &TecFiles::appendMonitorLine,
+           "save TecControlMonitor exception !"}}) {
         std::filesystem::remove(folder / name);
         std::filesystem::create_symlink("/dev/full", folder / name);
         (files.*write)(5, "c\r\n");

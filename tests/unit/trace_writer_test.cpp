@@ -39,8 +39,7 @@ TEST(TraceWriter, TracedCallsCarryTheCallBothClocksAndTheOutcomeTheClientDecided
     TemporaryDirectory folder;
     auto clock = std::make_shared<VirtualClock>(1'700'000'000.25);
     auto controller = std::make_shared<FakeRpcClient>();
-    TracingClient client(controller, traceFile(folder.path() / "trace.jsonl", 1 << 20), clock,
-                         "tcp://127.0.0.1:7805");
+    TracingClient client(controller, traceFile(folder.path() / "trace.jsonl", 1 << 20), clock, "tcp://127.0.0.1:7805");
     controller->onCall([&](const auto& call) {
         if (call.method == "vantrel.fixture_in") clock->advance(0.012);
     });
@@ -51,7 +50,8 @@ TEST(TraceWriter, TracedCallsCarryTheCallBothClocksAndTheOutcomeTheClientDecided
     clock->advance(1.5);
     namespace rpc = kelvane::jsonrpc;
     using Kind = RpcError::Kind;
-    const std::pair<RpcError, std::string> failures[] = {{{rpc::timeoutError, "bus error"}, "error"},
+    const std::pair<RpcError, std::string> failures[] = {
+        {{rpc::timeoutError, "bus error"}, "error"},
         {{rpc::timeoutError, "late", Kind::timeout}, "timeout"},
         {{rpc::notConnectedError, "gone", Kind::notReachable}, "not_reachable"},
         {{rpc::clientClosedError, "closed", Kind::closed}, "closed"}};

@@ -46,9 +46,7 @@ static StepResult exactly(const char* text, const char* expected) {
     return fromText(text, text && strcmp(text, expected) == 0);
 }
 
-static StepResult holdingDone(const char* text) {
-    return fromText(text, text && strstr(text, "done") != NULL);
-}
+static StepResult holdingDone(const char* text) { return fromText(text, text && strstr(text, "done") != NULL); }
 
 static StepResult initialise(KelvaneHandle device) {
     bool done = initialFixture(device);
@@ -57,9 +55,7 @@ static StepResult initialise(KelvaneHandle device) {
 
 static StepResult initialiseIo(KelvaneHandle device) { return holdingDone(fixtureInit(device)); }
 static StepResult moveIn(KelvaneHandle device) { return exactly(trayIn(device), "IN OK"); }
-static StepResult checkDut(KelvaneHandle device) {
-    return exactly(checkDUTSensor(device), "dut_sensor_on");
-}
+static StepResult checkDut(KelvaneHandle device) { return exactly(checkDUTSensor(device), "dut_sensor_on"); }
 static StepResult moveDown(KelvaneHandle device) { return exactly(trayDown(device), "DOWN OK"); }
 static StepResult lock(KelvaneHandle device) { return holdingDone(fixtureLock(device, "on")); }
 
@@ -74,9 +70,7 @@ static StepResult readFan(KelvaneHandle device) {
     return fromText(speed, speed && strcmp(speed, "(null)") != 0);
 }
 
-static StepResult setIoLine(KelvaneHandle device) {
-    return holdingDone(setIO(device, cycleIoLine, cycleIoState));
-}
+static StepResult setIoLine(KelvaneHandle device) { return holdingDone(setIO(device, cycleIoLine, cycleIoState)); }
 
 /* Shows the reading without its time stamp and line end: sensors, PWM, current, test step. */
 static StepResult readTec(KelvaneHandle device, int slot) {
@@ -84,8 +78,8 @@ static StepResult readTec(KelvaneHandle device, int slot) {
     const char* line = tecTempRecord(device, slot);
     if (!line) return fromText(NULL, false);
     size_t length = strlen(line);
-    bool missing = length >= sizeof missingMark - 1 &&
-                   strcmp(line + length - (sizeof missingMark - 1), missingMark) == 0;
+    bool missing =
+        length >= sizeof missingMark - 1 && strcmp(line + length - (sizeof missingMark - 1), missingMark) == 0;
     const char* fields = strchr(line, ',');
     StepResult result = fromText(fields && !missing ? fields + 1 : line, !missing);
     result.text[strcspn(result.text, "\r\n")] = '\0';
@@ -123,8 +117,7 @@ static double secondsNow(void) {
 }
 
 static void printStep(const char* name, const StepResult* result, double seconds) {
-    printf("  %-16s %-44s %6.2f s  %s\n", name, result->text, seconds,
-           result->ok ? "ok" : "FAILED");
+    printf("  %-16s %-44s %6.2f s  %s\n", name, result->text, seconds, result->ok ? "ok" : "FAILED");
     fflush(stdout);
 }
 
@@ -152,13 +145,11 @@ static int runCycle(const char* ip) {
     printf("Fixture cycle on %s:%d\n", ip, KELVANE_CONTROLLER_PORT);
     double cycleStart = secondsNow();
     KelvaneHandle device = createKelvaneDev(ip);
-    StepResult connected =
-        fromText(getConnectFlag(device) == 1 ? "1" : "0", getConnectFlag(device) == 1);
+    StepResult connected = fromText(getConnectFlag(device) == 1 ? "1" : "0", getConnectFlag(device) == 1);
     printStep("connect", &connected, secondsNow() - cycleStart);
     if (!connected.ok) {
         destroyKelvaneDev(device);
-        printf("Cycle FAILED: the fixture controller at %s:%d cannot be reached\n", ip,
-               KELVANE_CONTROLLER_PORT);
+        printf("Cycle FAILED: the fixture controller at %s:%d cannot be reached\n", ip, KELVANE_CONTROLLER_PORT);
         return exitUnreachable;
     }
     int status = exitDone;

@@ -29,8 +29,7 @@ constexpr std::string_view idRefusal =
     "can_send_refused: the message id must be a non-negative integer or a hexadecimal text";
 constexpr std::string_view frameRefusal =
     "can_send_refused: the frame must be a list of 1 to 16 integers from 0 to 255";
-constexpr std::string_view standardIdRefusal =
-    "can_send_refused: the message id needs \"EXTEND\" (above 0x7FF)";
+constexpr std::string_view standardIdRefusal = "can_send_refused: the message id needs \"EXTEND\" (above 0x7FF)";
 constexpr std::string_view extendedIdRefusal = "can_send_refused: the message id is wider than 29 bits";
 constexpr int busErrorCode = -32000;
 static_assert(jsonrpc::isServerError(busErrorCode));
@@ -234,8 +233,7 @@ Value CanBusModel::state() const {
 
 SetResult CanBusModel::set(std::string_view key, const Value& value) {
     if (key == "tec_faults") {
-        return faults_.replace(value, static_cast<int>(slots_.size())) ? SetResult::badValue
-                                                                       : SetResult::applied;
+        return faults_.replace(value, static_cast<int>(slots_.size())) ? SetResult::badValue : SetResult::applied;
     }
     if (key == "tec_set_points") return setSetPoints(value);
     return SetResult::notMine;

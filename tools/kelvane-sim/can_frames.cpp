@@ -7,9 +7,7 @@ namespace kelvane::sim {
 namespace {
 
 // Answer frames count their sequence byte 0x21..0x2F, then wrap to 0x20.
-std::uint8_t answerSequenceByte(std::size_t index) {
-    return static_cast<std::uint8_t>(0x20 | ((index + 1) & 0x0F));
-}
+std::uint8_t answerSequenceByte(std::size_t index) { return static_cast<std::uint8_t>(0x20 | ((index + 1) & 0x0F)); }
 
 }  // namespace
 
@@ -87,8 +85,8 @@ std::vector<CanFrame> answerFrames(std::string_view text) {
     for (std::size_t at = can::firstFramePayload, index = 0; at < payload.size();
          at += can::consecutiveFramePayload, ++index) {
         CanFrame next{answerSequenceByte(index)};
-        auto end = payload.begin() +
-                   static_cast<std::ptrdiff_t>(std::min(at + can::consecutiveFramePayload, payload.size()));
+        auto end =
+            payload.begin() + static_cast<std::ptrdiff_t>(std::min(at + can::consecutiveFramePayload, payload.size()));
         next.insert(next.end(), payload.begin() + static_cast<std::ptrdiff_t>(at), end);
         frames.push_back(std::move(next));
     }

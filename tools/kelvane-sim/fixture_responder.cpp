@@ -45,8 +45,9 @@ std::optional<FixtureResponder::Reply> FixtureResponder::controllerAnswer(const 
         if (auto recorded = replay_->book.take(request)) return replayed(request.id, *recorded);
         if (replay_->strict) {
             log("  (replay: no recorded match)");
-            return Reply{jsonrpc::encodeError(request.id, RpcError{noRecordedMatchError,
-                "no recorded exchange for " + request.method + " " + jsonrpc::toJson(request.params)})};
+            return Reply{jsonrpc::encodeError(
+                request.id, RpcError{noRecordedMatchError, "no recorded exchange for " + request.method + " " +
+                                                               jsonrpc::toJson(request.params)})};
         }
     }
     if (auto script = scripts_.take(request.method)) return scripted(request, *script);

@@ -41,8 +41,8 @@ public:
     };
 
     // The journal holds at most `journalLimitBytes`.
-    FixtureResponder(SimulatedFixture fixture, std::size_t journalLimitBytes,
-                     std::optional<ReplaySettings> replay = {}, Log log = {});
+    FixtureResponder(SimulatedFixture fixture, std::size_t journalLimitBytes, std::optional<ReplaySettings> replay = {},
+                     Log log = {});
 
     FixtureResponder(const FixtureResponder&) = delete;
     FixtureResponder& operator=(const FixtureResponder&) = delete;

@@ -14,8 +14,8 @@ constexpr std::int64_t largestRequestBytes = std::int64_t{16} << 20;
 // Routing id frames, an empty delimiter, then the one JSON frame: what DEALER clients that send
 // the delimiter themselves and REQ clients both look like through a ROUTER.
 std::optional<std::pair<Frames, std::string>> splitMessage(std::vector<zmq::message_t>& parts) {
-    auto delimiter = std::find_if(parts.begin(), parts.end(),
-                                  [](const zmq::message_t& part) { return part.size() == 0; });
+    auto delimiter =
+        std::find_if(parts.begin(), parts.end(), [](const zmq::message_t& part) { return part.size() == 0; });
     if (delimiter == parts.begin() || delimiter == parts.end() || parts.end() - delimiter != 2) {
         return std::nullopt;
     }

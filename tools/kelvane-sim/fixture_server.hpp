@@ -21,9 +21,8 @@ public:
     // Binds `endpoint` on `context`; port "*" or 0 takes a free port. Log lines start with
     // `logLabel`; the journal holds at most `journalLimitBytes`. Throws zmq::error_t when the
     // endpoint cannot be bound.
-    FixtureServer(zmq::context_t& context, const std::string& endpoint, SimulatedFixture fixture,
-                  std::string logLabel, bool quiet, std::size_t journalLimitBytes,
-                  std::optional<ReplaySettings> replay = {});
+    FixtureServer(zmq::context_t& context, const std::string& endpoint, SimulatedFixture fixture, std::string logLabel,
+                  bool quiet, std::size_t journalLimitBytes, std::optional<ReplaySettings> replay = {});
 
     FixtureServer(const FixtureServer&) = delete;
     FixtureServer& operator=(const FixtureServer&) = delete;

@@ -12,8 +12,7 @@ constexpr std::string_view doneReply = "done";
 constexpr std::string_view refusal = "io_set_refused: expected a list of [line, state] integer pairs";
 
 bool isPair(const Value& value) {
-    return value.is_array() && value.size() == 2 && value[0].is_number_integer() &&
-           value[1].is_number_integer();
+    return value.is_array() && value.size() == 2 && value[0].is_number_integer() && value[1].is_number_integer();
 }
 
 // The pairs of the one positional argument. Setting a single line sends [[line, state]], while

@@ -21,8 +21,7 @@ bool isTarget(const Value& target) {
     if (name == statusTarget) return true;
     if (!name.starts_with(slotPrefix) || name.size() == slotPrefix.size()) return false;
     auto number = name.substr(slotPrefix.size());
-    return std::all_of(number.begin(), number.end(),
-                       [](unsigned char c) { return std::isdigit(c) != 0; });
+    return std::all_of(number.begin(), number.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
 }
 
 }  // namespace

@@ -30,9 +30,7 @@ public:
     // A dictionary whose entries are merged into the "sim.state" dictionary.
     virtual Value state() const = 0;
     // One entry of a "sim.set" dictionary.
-    virtual SetResult set(std::string_view /*key*/, const Value& /*value*/) {
-        return SetResult::notMine;
-    }
+    virtual SetResult set(std::string_view /*key*/, const Value& /*value*/) { return SetResult::notMine; }
     // Back to the state the simulator started in.
     virtual void reset() = 0;
 };

@@ -21,7 +21,7 @@ constexpr int largestJournalMb = 1024;
 void addReplayOptions(CLI::App& app, Options& options) {
     auto* replay = app.add_option("--replay", options.replayFile,
                                   "Answer from a trace recorded with KELVANE_TRACE (see docs/trace.md)")
-                      ->option_text("FILE");
+                       ->option_text("FILE");
     app.add_option_function<std::string>(
            "--replay-timing",
            [&options](const std::string& timing) { options.replayRecordedTiming = timing == "recorded"; },
@@ -32,8 +32,7 @@ void addReplayOptions(CLI::App& app, Options& options) {
     app.add_flag("--replay-strict", options.replayStrict,
                  "Answer a request the trace has no exchange for with an error, not the model")
         ->needs(replay);
-    app.add_flag("--replay-exit", options.replayExit,
-                 "Stop (and report) once every recorded exchange was asked for")
+    app.add_flag("--replay-exit", options.replayExit, "Stop (and report) once every recorded exchange was asked for")
         ->needs(replay);
 }
 
@@ -73,8 +72,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     std::string bind;
     int fixtures = 1;
 
-    CLI::App app{"kelvane-sim: a simulated fixture controller board, serving JSON-RPC over ZeroMQ.",
-                 "kelvane-sim"};
+    CLI::App app{"kelvane-sim: a simulated fixture controller board, serving JSON-RPC over ZeroMQ.", "kelvane-sim"};
     auto* bindOption = app.add_option(
         "--bind", bind,
         "Endpoint to bind (the first fixture's); port * or 0 picks a free port (default tcp://127.0.0.1:7805, "
@@ -94,7 +92,8 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitCode) {
     app.add_flag("--quiet", options.quiet, "Log nothing on stderr");
     app.add_option("--journal-mb", journalMb,
                    "Memory each fixture's journal of requests may hold, in MiB; the oldest entries go first "
-                   "(0 to " + std::to_string(largestJournalMb) + ", default " + std::to_string(journalMb) +
+                   "(0 to " +
+                       std::to_string(largestJournalMb) + ", default " + std::to_string(journalMb) +
                        "; 0 keeps the newest only)")
         ->check(CLI::Range(0, largestJournalMb));
     app.set_version_flag("--version", "kelvane-sim (libKelvane) " KELVANE_VERSION_STRING);

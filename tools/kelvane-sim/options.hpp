@@ -28,7 +28,7 @@ struct Options {
     std::string replayFile;
     bool replayRecordedTiming = false;
     bool replayStrict = false;
-    bool replayExit = false;  // stop once every recorded exchange was asked for
+    bool replayExit = false;           // stop once every recorded exchange was asked for
     std::optional<HttpSettings> http;  // absent: no panel, no HTTP thread
 };
 

@@ -17,15 +17,12 @@ struct Outcome {
     std::optional<RpcError> error;
 
     static Outcome reply(Value result) { return {std::move(result), std::nullopt}; }
-    static Outcome failure(int code, std::string message) {
-        return {nullptr, RpcError{code, std::move(message)}};
-    }
+    static Outcome failure(int code, std::string message) { return {nullptr, RpcError{code, std::move(message)}}; }
 };
 
 // The reply message text that carries the outcome under `id`.
 inline std::string encodeOutcome(std::int64_t id, const Outcome& outcome) {
-    return outcome.error ? jsonrpc::encodeError(id, *outcome.error)
-                         : jsonrpc::encodeResult(id, outcome.result);
+    return outcome.error ? jsonrpc::encodeError(id, *outcome.error) : jsonrpc::encodeResult(id, outcome.result);
 }
 
 }  // namespace kelvane::sim

@@ -18,8 +18,7 @@ constexpr int badRequest = 400;
 constexpr int failed = 500;
 
 constexpr std::string_view eventsPath = "/api/events";
-constexpr std::string_view pagePolicy =
-    "default-src 'self'; img-src 'self' data:; frame-ancestors 'none'";
+constexpr std::string_view pagePolicy = "default-src 'self'; img-src 'self' data:; frame-ancestors 'none'";
 
 web::Response json(const Value& body) { return {.body = jsonrpc::toJson(body)}; }
 
@@ -64,8 +63,10 @@ std::string eventData(const StateFeed::News& news) {
 }  // namespace
 
 PanelServer::PanelServer(Server& server, const std::string& address, int port)
-    : server_(server), fixtures_(server.fixtureCount()),
-      feed_(fixtures_, [this](const StateFeed::News& news) { http_.publish(std::string(eventsPath), eventData(news)); }),
+    : server_(server),
+      fixtures_(server.fixtureCount()),
+      feed_(fixtures_,
+            [this](const StateFeed::News& news) { http_.publish(std::string(eventsPath), eventData(news)); }),
       http_(routes(), address, port) {
     server_.watchStates([this](int fixture) {
         return feed_.changed(fixture, StateFeed::Clock::now(), [&] { return stateOf(server_.fixture(fixture)); });
@@ -91,7 +92,8 @@ web::Routes PanelServer::routes() {
     });
     routes.get("/api/journal", [this](const web::Request& request, const web::Reply& reply) {
         auto fixture = integerIn(request.parameter("fixture").value_or(""), 1, fixtures_);
-        auto last = integerIn(request.parameter("last").value_or(std::to_string(defaultJournalLength)), 1, longestJournal);
+        auto last =
+            integerIn(request.parameter("last").value_or(std::to_string(defaultJournalLength)), 1, longestJournal);
         if (!fixture || !last) {
             return reply(web::errorResponse(badRequest, "expected fixture=1.." + std::to_string(fixtures_) +
                                                             " and last=1.." + std::to_string(longestJournal)));

@@ -15,20 +15,24 @@ std::string keyOf(const std::string& method, const Value& params) {
     return method + '\n' + jsonrpc::toJson(params.is_array() ? params : Value::array());
 }
 
-Value requestText(const std::string& method, const Value& params) {
-    return {{"method", method}, {"params", params}};
-}
+Value requestText(const std::string& method, const Value& params) { return {{"method", method}, {"params", params}}; }
 
 // The answer a trace line recorded; nothing for a call that never reached the controller.
 std::optional<ReplayedAnswer> answerOf(const trace::TraceLine& line) {
     auto milliseconds = std::clamp(line.ms, 0.0, longestRecordedMs);
     ReplayedAnswer answer{std::nullopt, std::chrono::milliseconds(static_cast<long long>(milliseconds))};
     switch (line.outcome) {
-    case trace::Outcome::result: answer.outcome = Outcome::reply(line.result); break;
-    case trace::Outcome::error: answer.outcome = Outcome::failure(line.errorCode, line.errorMessage); break;
-    case trace::Outcome::closed: return std::nullopt;
-    case trace::Outcome::timeout:
-    case trace::Outcome::notReachable: break;
+        case trace::Outcome::result:
+            answer.outcome = Outcome::reply(line.result);
+            break;
+        case trace::Outcome::error:
+            answer.outcome = Outcome::failure(line.errorCode, line.errorMessage);
+            break;
+        case trace::Outcome::closed:
+            return std::nullopt;
+        case trace::Outcome::timeout:
+        case trace::Outcome::notReachable:
+            break;
     }
     return answer;
 }
@@ -42,13 +46,11 @@ std::variant<ReplayBook, std::string> ReplayBook::load(const std::string& path) 
     ReplayBook book;
     for (Read read; (read = lines.next()) != Read::end;) {
         if (read == Read::failed) {
-            return "reading " + path + " failed after line " + std::to_string(lines.number()) + ": " +
-                   lines.problem();
+            return "reading " + path + " failed after line " + std::to_string(lines.number()) + ": " + lines.problem();
         }
         auto where = path + ":" + std::to_string(lines.number()) + ": ";
         if (read == Read::tooLong) {
-            return where + "not a trace line: longer than " + std::to_string(tools::longestTraceLine >> 20) +
-                   " MiB";
+            return where + "not a trace line: longer than " + std::to_string(tools::longestTraceLine >> 20) + " MiB";
         }
         if (lines.line().empty()) continue;
         auto parsed = trace::parse(lines.line());
@@ -99,17 +101,15 @@ std::string ReplayBook::reportText() const {
     auto list = [](const Value& requests) {
         std::string text;
         for (const auto& request : requests) {
-            text += "  " + request["method"].get<std::string>() + " " +
-                    jsonrpc::toJson(request["params"]) + "\n";
+            text += "  " + request["method"].get<std::string>() + " " + jsonrpc::toJson(request["params"]) + "\n";
         }
         return text;
     };
     return "replay: " + std::to_string(replayed_) + " of " + std::to_string(exchanges_.size()) +
-           " recorded exchanges replayed, " + std::to_string(repeated_) +
-           " answers repeated\n" + "requests with no recorded match: " +
-           std::to_string(unmatched_.size()) + "\n" + list(unmatched_) +
-           "recorded exchanges never asked for: " + std::to_string(summary["never_asked"].size()) +
-           "\n" + list(summary["never_asked"]);
+           " recorded exchanges replayed, " + std::to_string(repeated_) + " answers repeated\n" +
+           "requests with no recorded match: " + std::to_string(unmatched_.size()) + "\n" + list(unmatched_) +
+           "recorded exchanges never asked for: " + std::to_string(summary["never_asked"].size()) + "\n" +
+           list(summary["never_asked"]);
 }
 
 }  // namespace kelvane::sim

@@ -50,7 +50,7 @@ private:
         bool used = false;
     };
     struct Queue {
-        std::deque<std::size_t> unused;  // indexes into exchanges_, oldest first
+        std::deque<std::size_t> unused;   // indexes into exchanges_, oldest first
         std::optional<std::size_t> last;  // the one used most recently
     };
 

@@ -8,8 +8,7 @@ std::variant<jsonrpc::Request, Rejection, Dropped> readRequest(std::string_view 
     auto id = message.find("id");
     if (id == message.end() || !id->is_number_integer()) return Dropped{};
     auto reject = [&](std::string why) {
-        return Rejection{id->get<std::int64_t>(),
-                         RpcError{jsonrpc::invalidRequestError, "invalid request: " + why}};
+        return Rejection{id->get<std::int64_t>(), RpcError{jsonrpc::invalidRequestError, "invalid request: " + why}};
     };
     auto method = message.find("method");
     if (method == message.end() || !method->is_string()) return reject("\"method\" must be a text");

@@ -21,14 +21,14 @@ struct ActionName {
     ScriptAction action;
 };
 constexpr std::array actionNames = {
-    ActionName{"reply", ScriptAction::reply},       ActionName{"error", ScriptAction::error},
-    ActionName{"no_reply", ScriptAction::noReply},  ActionName{"garbage", ScriptAction::garbage},
-    ActionName{"wrong_id", ScriptAction::wrongId},  ActionName{"oversize", ScriptAction::oversize},
+    ActionName{"reply", ScriptAction::reply},      ActionName{"error", ScriptAction::error},
+    ActionName{"no_reply", ScriptAction::noReply}, ActionName{"garbage", ScriptAction::garbage},
+    ActionName{"wrong_id", ScriptAction::wrongId}, ActionName{"oversize", ScriptAction::oversize},
     ActionName{"raw", ScriptAction::raw},
 };
 
-const std::set<std::string, std::less<>> knownKeys = {"method", "action", "reply", "error",
-                                                      "delay_ms", "times", "bytes", "text"};
+const std::set<std::string, std::less<>> knownKeys = {"method",   "action", "reply", "error",
+                                                      "delay_ms", "times",  "bytes", "text"};
 
 std::optional<ScriptAction> actionNamed(const Value& name) {
     for (const auto& known : actionNames) {
@@ -37,9 +37,7 @@ std::optional<ScriptAction> actionNamed(const Value& name) {
     return std::nullopt;
 }
 
-bool isCount(const Value& value, long long least) {
-    return value.is_number_integer() && integerValue(value) >= least;
-}
+bool isCount(const Value& value, long long least) { return value.is_number_integer() && integerValue(value) >= least; }
 
 // A reply with the right id whose message text is exactly `bytes` long (when that is more than
 // an empty reply takes). Written by hand: encoding tens of MiB as JSON would hold the server up.
@@ -66,8 +64,7 @@ std::optional<std::string> readError(const Value& error, RpcError& into) {
     if (!error.is_object()) return "\"error\" must be a dictionary with \"code\" and \"message\"";
     auto code = error.find("code");
     auto message = error.find("message");
-    if (code == error.end() || !code->is_number_integer() || message == error.end() ||
-        !message->is_string()) {
+    if (code == error.end() || !code->is_number_integer() || message == error.end() || !message->is_string()) {
         return "\"error\" needs an integer \"code\" and a text \"message\"";
     }
     into = RpcError{static_cast<int>(integerValue(*code)), message->get<std::string>()};
@@ -120,24 +117,29 @@ std::variant<Script, std::string> parseScript(const Value& description) {
     return script;
 }
 
-std::optional<std::string> Script::messageFor(std::int64_t id,
-                                              const std::function<Outcome()>& modelAnswer) const {
+std::optional<std::string> Script::messageFor(std::int64_t id, const std::function<Outcome()>& modelAnswer) const {
     auto answer = [&] { return reply ? Outcome::reply(*reply) : modelAnswer(); };
     switch (action) {
-    case ScriptAction::reply: return encodeOutcome(id, answer());
-    case ScriptAction::error: return jsonrpc::encodeError(id, error);
-    case ScriptAction::noReply: return std::nullopt;
-    case ScriptAction::garbage: return std::string(garbageMessage);
-    case ScriptAction::wrongId: return encodeOutcome(~id, answer());  // ~id never equals id
-    case ScriptAction::oversize: return paddedReply(id, oversizeBytes);
-    case ScriptAction::raw: {
-        // The model is asked (and acts) only when the text wants its result.
-        auto result = [&] {
-            Outcome outcome = answer();
-            return jsonrpc::toJson(outcome.error ? Value(nullptr) : outcome.result);
-        };
-        return filledIn(filledIn(text, idField, [&] { return std::to_string(id); }), resultField, result);
-    }
+        case ScriptAction::reply:
+            return encodeOutcome(id, answer());
+        case ScriptAction::error:
+            return jsonrpc::encodeError(id, error);
+        case ScriptAction::noReply:
+            return std::nullopt;
+        case ScriptAction::garbage:
+            return std::string(garbageMessage);
+        case ScriptAction::wrongId:
+            return encodeOutcome(~id, answer());  // ~id never equals id
+        case ScriptAction::oversize:
+            return paddedReply(id, oversizeBytes);
+        case ScriptAction::raw: {
+            // The model is asked (and acts) only when the text wants its result.
+            auto result = [&] {
+                Outcome outcome = answer();
+                return jsonrpc::toJson(outcome.error ? Value(nullptr) : outcome.result);
+            };
+            return filledIn(filledIn(text, idField, [&] { return std::to_string(id); }), resultField, result);
+        }
     }
     return std::nullopt;
 }

@@ -41,8 +41,7 @@ struct Script {
     // The message text to send for the request with `id`, or nothing when the request is to be
     // swallowed. `modelAnswer` is asked only when the script has no reply of its own, so the
     // world changes only when the model answers.
-    std::optional<std::string> messageFor(std::int64_t id,
-                                          const std::function<Outcome()>& modelAnswer) const;
+    std::optional<std::string> messageFor(std::int64_t id, const std::function<Outcome()>& modelAnswer) const;
 };
 
 // One script dictionary read, or the reason it cannot be.

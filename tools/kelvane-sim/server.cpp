@@ -13,9 +13,8 @@ using std::chrono::milliseconds;
 FixtureServer& Server::addFixture(const std::string& endpoint, SimulatedFixture fixture, std::string logLabel,
                                   std::optional<ReplaySettings> replay) {
     try {
-        fixtures_.push_back(std::make_unique<FixtureServer>(context_, endpoint, std::move(fixture),
-                                                            std::move(logLabel), quiet_, journalLimitBytes_,
-                                                            std::move(replay)));
+        fixtures_.push_back(std::make_unique<FixtureServer>(context_, endpoint, std::move(fixture), std::move(logLabel),
+                                                            quiet_, journalLimitBytes_, std::move(replay)));
     } catch (const zmq::error_t& error) {
         throw std::runtime_error(std::string(error.what()) + " (" + endpoint + ")");
     }

@@ -2,8 +2,7 @@
 
 namespace kelvane::sim {
 
-SimulatedFixture::SimulatedFixture(std::vector<std::unique_ptr<Model>> models)
-    : models_(std::move(models)) {}
+SimulatedFixture::SimulatedFixture(std::vector<std::unique_ptr<Model>> models) : models_(std::move(models)) {}
 
 std::optional<Outcome> SimulatedFixture::call(const jsonrpc::Request& request) {
     for (auto& model : models_) {

@@ -19,7 +19,8 @@ std::optional<StateFeed::Clock::time_point> moveEnd(const Value& state, StateFee
 }  // namespace
 
 StateFeed::StateFeed(int fixtures, std::function<void(const News&)> publish)
-    : publish_(std::move(publish)), published_(static_cast<std::size_t>(fixtures)),
+    : publish_(std::move(publish)),
+      published_(static_cast<std::size_t>(fixtures)),
       nextReading_(static_cast<std::size_t>(fixtures)) {}
 
 std::optional<StateFeed::Clock::time_point> StateFeed::changed(int fixture, Clock::time_point now,

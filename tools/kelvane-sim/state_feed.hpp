@@ -39,7 +39,7 @@ public:
 private:
     const std::function<void(const News&)> publish_;
     mutable std::mutex mutex_;
-    std::vector<std::string> published_;  // "" until the first
+    std::vector<std::string> published_;                         // "" until the first
     std::vector<std::optional<Clock::time_point>> nextReading_;  // serving thread only
 };
 

@@ -76,11 +76,10 @@ std::optional<int> TecController::sensorOf(const std::string& command) {
     return static_cast<int>(found - commands.begin()) + 1;
 }
 
-std::string TecController::answer(const std::string& command, Clock::time_point now,
-                                  std::optional<double> fixedReading, double offset) {
+std::string TecController::answer(const std::string& command, Clock::time_point now, std::optional<double> fixedReading,
+                                  double offset) {
     if (auto sensor = sensorOf(command)) {
-        double reading =
-            fixedReading ? *fixedReading : temperature(*sensor, now) + offset + noise(temperatureNoise);
+        double reading = fixedReading ? *fixedReading : temperature(*sensor, now) + offset + noise(temperatureNoise);
         return temperatureAnswer(reading);
     }
     if (command == tec::powerCommand) return powerAnswer(now);

@@ -53,9 +53,8 @@ bool isIntegerIn(const Value& value, long long least, long long most) {
 
 std::optional<std::string> readKindAndSlot(const Value& entry, int slots, TecFault& fault) {
     auto kind = entry.find("kind");
-    auto known = std::find_if(kindNames.begin(), kindNames.end(), [&](const KindName& k) {
-        return kind != entry.end() && isText(*kind, k.name);
-    });
+    auto known = std::find_if(kindNames.begin(), kindNames.end(),
+                              [&](const KindName& k) { return kind != entry.end() && isText(*kind, k.name); });
     if (known == kindNames.end())
         return "\"kind\" must be one of low_reading, sensor_offset, no_answer, "
                "empty_answer, no_ok, fail, send_refused, send_error, recv_nothing";
@@ -150,8 +149,7 @@ std::optional<TecFault> TecFaults::use(std::vector<TecFault>::iterator fault) {
     return used;
 }
 
-std::optional<TecFault> TecFaults::take(int slot, const std::vector<TecFaultKind>& kinds,
-                                        const std::string& command) {
+std::optional<TecFault> TecFaults::take(int slot, const std::vector<TecFaultKind>& kinds, const std::string& command) {
     auto found = std::find_if(faults_.begin(), faults_.end(), [&](const TecFault& fault) {
         return fault.slot == slot && std::find(kinds.begin(), kinds.end(), fault.kind) != kinds.end() &&
                (!fault.command || *fault.command == command);

@@ -46,8 +46,7 @@ public:
 
     // The first fault of one of `kinds` for the slot (and command, for answer faults), counted
     // as used once; nothing when none matches.
-    std::optional<TecFault> take(int slot, const std::vector<TecFaultKind>& kinds,
-                                 const std::string& command = {});
+    std::optional<TecFault> take(int slot, const std::vector<TecFaultKind>& kinds, const std::string& command = {});
     // The reading fault for the sensor, counted as used once.
     std::optional<TecFault> takeReading(int slot, int sensor);
     // Without counting: whether a fault of this kind waits for the slot.

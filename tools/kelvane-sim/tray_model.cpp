@@ -14,8 +14,8 @@ using std::chrono::milliseconds;
 constexpr std::array allPositions = {Position::in, Position::out, Position::up, Position::down};
 
 struct PositionInfo {
-    std::string_view key;      // in "sim.set" and the sensors dictionary
-    std::string_view name;     // in the tray dictionary
+    std::string_view key;   // in "sim.set" and the sensors dictionary
+    std::string_view name;  // in the tray dictionary
     std::string_view sensorMethod;
     std::string_view moveMethod;
     std::string_view acknowledgement;
@@ -55,9 +55,7 @@ std::optional<Position> positionByName(const Value& name) {
     return std::nullopt;
 }
 
-Value nameOrNull(std::optional<Position> position) {
-    return position ? Value(info(*position).name) : Value();
-}
+Value nameOrNull(std::optional<Position> position) { return position ? Value(info(*position).name) : Value(); }
 
 long long millisecondsOf(std::chrono::steady_clock::duration duration) {
     return std::chrono::duration_cast<milliseconds>(duration).count();

@@ -57,7 +57,7 @@ private:
     Position vertical_ = Position::up;
     std::optional<Move> move_;
 
-    std::array<Value, 4> stuck_{};  // per sensor: the value it reads whatever happens; null = none
+    std::array<Value, 4> stuck_{};   // per sensor: the value it reads whatever happens; null = none
     std::optional<Position> stall_;  // a move to this position is acknowledged but never ends
 };
 

@@ -63,18 +63,17 @@ Named namedByRange(const std::string& value) {
     std::string_view endText = end;
     auto last = takeOctet(endText);
     if (end.empty() || !endText.empty() || !last) {
-        return {{}, "a range ends with a last octet from its first to " +
-                        std::to_string(highestOctet) + ", " + rangeExample};
+        return {
+            {},
+            "a range ends with a last octet from its first to " + std::to_string(highestOctet) + ", " + rangeExample};
     }
     unsigned first = (*octets)[3];
     if (*last < first) {
-        return {{}, "the range runs backwards, from ." + std::to_string(first) + " down to ." +
-                        std::to_string(*last)};
+        return {{}, "the range runs backwards, from ." + std::to_string(first) + " down to ." + std::to_string(*last)};
     }
     std::string network(start.substr(0, start.rfind('.') + 1));  // "127.0.1."
     Named named;
-    for (unsigned octet = first; octet <= *last; ++octet)
-        named.addresses.push_back(network + std::to_string(octet));
+    for (unsigned octet = first; octet <= *last; ++octet) named.addresses.push_back(network + std::to_string(octet));
     return named;
 }
 
@@ -100,8 +99,7 @@ std::vector<std::string> fixtureAddresses(const std::vector<std::string>& values
         auto number = ipv4Number(address);
         return std::tuple(!number, number.value_or(0), address);
     };
-    std::sort(addresses.begin(), addresses.end(),
-              [&](const auto& a, const auto& b) { return order(a) < order(b); });
+    std::sort(addresses.begin(), addresses.end(), [&](const auto& a, const auto& b) { return order(a) < order(b); });
     addresses.erase(std::unique(addresses.begin(), addresses.end()), addresses.end());
     return addresses;
 }

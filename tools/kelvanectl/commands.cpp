@@ -30,16 +30,13 @@ Outcome textHoldingDone(const char* text) {
 }
 
 Outcome exactText(const char* text, const char* success) {
-    return fromText(text,
-                    [success](const char* reply) { return std::strcmp(reply, success) == 0; });
+    return fromText(text, [success](const char* reply) { return std::strcmp(reply, success) == 0; });
 }
 
-DeviceCommand move(std::string name, std::string description,
-                   const char* (*operation)(KelvaneHandle), const char* success) {
+DeviceCommand move(std::string name, std::string description, const char* (*operation)(KelvaneHandle),
+                   const char* success) {
     return {std::move(name), std::move(description), true,
-            [operation, success](KelvaneHandle device) {
-                return exactText(operation(device), success);
-            }};
+            [operation, success](KelvaneHandle device) { return exactText(operation(device), success); }};
 }
 
 }  // namespace
@@ -47,8 +44,7 @@ DeviceCommand move(std::string name, std::string description,
 std::vector<DeviceCommand> deviceCommands(const Arguments& arguments) {
     const Arguments* values = &arguments;
     return {
-        {"connect", "Connect to the controller and report the connection flag (1 = answered)",
-         false,
+        {"connect", "Connect to the controller and report the connection flag (1 = answered)", false,
          [](KelvaneHandle device) {
              // Reached only once the device is connected; an unreachable controller is reported
              // before any command runs.
@@ -69,33 +65,39 @@ std::vector<DeviceCommand> deviceCommands(const Arguments& arguments) {
         move("tray-down", "Lower the tray (needs IN and a DUT)", trayDown, "DOWN OK"),
         move("tray-in", "Move the tray in (needs UP)", trayIn, "IN OK"),
         move("tray-out", "Move the tray out (needs not DOWN)", trayOut, "OUT OK"),
-        {"lock", "Clamp (on) or release (off) the magnet lock", false,
-         [values](KelvaneHandle device) {
-             return textHoldingDone(fixtureLock(device, values->lockState.c_str()));
-         },
+        {"lock",
+         "Clamp (on) or release (off) the magnet lock",
+         false,
+         [values](KelvaneHandle device) { return textHoldingDone(fixtureLock(device, values->lockState.c_str())); },
          {{"state", "on or off", &Arguments::lockState, {"on", "off"}}}},
-        {"fan set", "Set a fan's speed", false,
+        {"fan set",
+         "Set a fan's speed",
+         false,
          [values](KelvaneHandle device) {
              int done = setFanSpeed(device, values->fan, values->fanSpeed);
              if (done == 1) return succeeded(done);
              return failed(done, "the fixture did not confirm the fan speed");
          },
          {{"fan", "Fan number", &Arguments::fan}, {"speed", "Speed", &Arguments::fanSpeed}}},
-        {"fan get", "Read a fan's speed", false,
+        {"fan get",
+         "Read a fan's speed",
+         false,
          [values](KelvaneHandle device) {
              const char* speed = getFanSpeed(device, values->fan);
              if (speed && std::strcmp(speed, printedNoReply) == 0) return failed(nullptr, noReply);
              return anyText(speed);
          },
          {{"fan", "Fan number", &Arguments::fan}}},
-        {"io", "Set an IO line to a state", false,
-         [values](KelvaneHandle device) {
-             return textHoldingDone(setIO(device, values->ioLine, values->ioState));
-         },
+        {"io",
+         "Set an IO line to a state",
+         false,
+         [values](KelvaneHandle device) { return textHoldingDone(setIO(device, values->ioLine, values->ioState)); },
          {{"line", "IO line", &Arguments::ioLine}, {"state", "State", &Arguments::ioState}}},
         // The library asks the controller about any slot; below 1 is a typing error, not worth
         // the five answer periods a controller takes to say nothing.
-        {"tec", "Read a slot's TEC controller: four sensors, PWM, current, test step", false,
+        {"tec",
+         "Read a slot's TEC controller: four sensors, PWM, current, test step",
+         false,
          [values](KelvaneHandle device) { return tecReading(tecTempRecord(device, values->tecSlot)); },
          {{"slot", "Slot number, from 1", &Arguments::tecSlot, {}, 1}}},
     };

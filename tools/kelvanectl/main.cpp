@@ -63,9 +63,7 @@ using Action = std::function<int(const Settings&, Console&)>;
 
 class Stopwatch {
 public:
-    double seconds() const {
-        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-    }
+    double seconds() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count(); }
 
 private:
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
@@ -107,39 +105,34 @@ Report onFixture(const DeviceCommand& command, const std::string& label, const S
     return {label, outcome, stopwatch.seconds(), command.moves};
 }
 
-int runOnDevice(const DeviceCommand& command, const std::string& label, const Settings& settings,
-                Console& console) {
+int runOnDevice(const DeviceCommand& command, const std::string& label, const Settings& settings, Console& console) {
     std::FILE* terminal = showsProgress(command, settings, console) ? console.messages() : nullptr;
     if (settings.fixtures.size() == 1) {
-        return publish(onFixture(command, label, settings, settings.fixtures.front(), terminal),
-                       settings.json, console.messages());
+        return publish(onFixture(command, label, settings, settings.fixtures.front(), terminal), settings.json,
+                       console.messages());
     }
     // One progress line for the whole station, from the first connection to the last reply.
     std::optional<Progress> shown;
-    if (terminal)
-        shown.emplace(terminal, label + " on " + std::to_string(settings.fixtures.size()) + " fixtures");
-    std::vector<Report> reports = onEveryFixture(settings.fixtures, [&](const std::string& ip) {
-        return onFixture(command, label, settings, ip, nullptr);
-    });
+    if (terminal) shown.emplace(terminal, label + " on " + std::to_string(settings.fixtures.size()) + " fixtures");
+    std::vector<Report> reports = onEveryFixture(
+        settings.fixtures, [&](const std::string& ip) { return onFixture(command, label, settings, ip, nullptr); });
     shown.reset();
     return publishAll(reports, settings.json, console.messages());
 }
 
 // A command with a single output (a watch, or one that needs no fixture) given several fixtures:
 // a usage error rather than a guess at which fixture was meant.
-bool refusedForStation(const std::string& command, const std::string& reason,
-                       const Settings& settings, Console& console) {
+bool refusedForStation(const std::string& command, const std::string& reason, const Settings& settings,
+                       Console& console) {
     if (settings.fixtures.size() <= 1) return false;
-    std::fprintf(console.messages(), "kelvanectl: %s %s: give one --ip\n", command.c_str(),
-                 reason.c_str());
+    std::fprintf(console.messages(), "kelvanectl: %s %s: give one --ip\n", command.c_str(), reason.c_str());
     return true;
 }
 
 // Runs the command every `period` (start to start) on one connection until Ctrl-C, publishing
 // each round; a failed round is reported and the next one follows.
-int repeatOnDevice(const DeviceCommand& command, const std::string& label,
-                   std::chrono::duration<double> period, const Settings& settings,
-                   Console& console) {
+int repeatOnDevice(const DeviceCommand& command, const std::string& label, std::chrono::duration<double> period,
+                   const Settings& settings, Console& console) {
     if (refusedForStation("tec --watch", "follows one fixture", settings, console)) return exitUsage;
     Interruption interruption;
     Stopwatch connecting;
@@ -147,8 +140,8 @@ int repeatOnDevice(const DeviceCommand& command, const std::string& label,
     KelvaneHandle device = connect(settings, ip);
     if (getConnectFlag(device) != 1) {
         destroyKelvaneDev(device);
-        return publish({label, unreachable(label, ip, settings.port), connecting.seconds()},
-                       settings.json, console.messages());
+        return publish({label, unreachable(label, ip, settings.port), connecting.seconds()}, settings.json,
+                       console.messages());
     }
     std::chrono::duration<double> untilNext{};
     do {
@@ -181,9 +174,9 @@ CLI::App* addDeviceCommand(CLI::App& app, const DeviceCommand& command, std::map
 
 void addParameters(CLI::App& sub, const DeviceCommand& command, Arguments& arguments) {
     for (const auto& parameter : command.parameters) {
-        CLI::Option* option = std::visit(
-            [&](auto field) { return sub.add_option(parameter.name, arguments.*field, parameter.help); },
-            parameter.field);
+        CLI::Option* option =
+            std::visit([&](auto field) { return sub.add_option(parameter.name, arguments.*field, parameter.help); },
+                       parameter.field);
         option->required();
         if (!parameter.words.empty()) option->check(CLI::IsMember(parameter.words));
         if (parameter.lowest) option->check(CLI::Range(*parameter.lowest, std::numeric_limits<int>::max()));
@@ -213,8 +206,7 @@ std::string watchPeriodCheck(const std::string& text) {
 // tec, which may also be watched: read again and again until Ctrl-C.
 void addTecWatch(CLI::App& tec, DeviceCommand command, Arguments& arguments, Action& chosen) {
     CLI::Option* watch =
-        tec.add_option("--watch", arguments.watchSeconds,
-                       "Read again every SECONDS until Ctrl-C, one line per reading")
+        tec.add_option("--watch", arguments.watchSeconds, "Read again every SECONDS until Ctrl-C, one line per reading")
             ->option_text("SECONDS")
             ->check(watchPeriodCheck);
     tec.callback([&chosen, &arguments, watch, command = std::move(command)] {
@@ -234,8 +226,7 @@ void addTecWatch(CLI::App& tec, DeviceCommand command, Arguments& arguments, Act
 Report decodeHex(const std::string& hex) {
     Stopwatch stopwatch;
     char* decoded = stringFromHexString(hex.c_str());
-    Outcome outcome =
-        decoded ? succeeded(std::string(decoded)) : failed(nullptr, "nothing to decode", exitUsage);
+    Outcome outcome = decoded ? succeeded(std::string(decoded)) : failed(nullptr, "nothing to decode", exitUsage);
     std::free(decoded);
     return {"hex", outcome, stopwatch.seconds()};
 }
@@ -258,8 +249,10 @@ int readTraceFile(const std::string& path, bool stats) {
     auto reading = readTrace(
         lines,
         [&](const TracedCall& call) {
-            if (stats) statistics.add(call);
-            else std::cout << timelineLine(call);
+            if (stats)
+                statistics.add(call);
+            else
+                std::cout << timelineLine(call);
         },
         [&](std::size_t lineNumber) {
             std::cerr << "kelvanectl: " << path << ":" << lineNumber << ": longer than "
@@ -299,22 +292,22 @@ void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
         }
     }
 
-    CLI::App* console = app.add_subcommand(
-        "console", "Serve a page that drives and watches the fixtures in a browser, until Ctrl-C");
+    CLI::App* console =
+        app.add_subcommand("console", "Serve a page that drives and watches the fixtures in a browser, until Ctrl-C");
     console->footer(consoleFooter);
-    console->add_option("--http", inputs.consoleHttp,
-                        "Serve on 127.0.0.1:PORT (default 0: a free port), or on ADDRESS:PORT")
+    console
+        ->add_option("--http", inputs.consoleHttp,
+                     "Serve on 127.0.0.1:PORT (default 0: a free port), or on ADDRESS:PORT")
         ->option_text("[ADDRESS:]PORT");
     console->callback([&] {
         chosen = [&](const Settings& settings, Console& messages) {
-            return serveConsole({settings.fixtures, settings.port, settings.traceFile, settings.showLibraryLog,
-                                 inputs.consoleHttp},
-                                messages.messages());
+            return serveConsole(
+                {settings.fixtures, settings.port, settings.traceFile, settings.showLibraryLog, inputs.consoleHttp},
+                messages.messages());
         };
     });
 
-    CLI::App* hex =
-        app.add_subcommand("hex", "Decode a hex text, e.g. 414243 gives ABC (no fixture needed)");
+    CLI::App* hex = app.add_subcommand("hex", "Decode a hex text, e.g. 414243 gives ABC (no fixture needed)");
     hex->add_option("hex-text", inputs.hexText, "Pairs of hex digits")->required();
     hex->callback([&] {
         chosen = [&](const Settings& settings, Console& console) {
@@ -323,8 +316,8 @@ void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
         };
     });
 
-    CLI::App* isFloat = app.add_subcommand(
-        "is-float", "Tell whether a text is one floating-point number (no fixture needed)");
+    CLI::App* isFloat =
+        app.add_subcommand("is-float", "Tell whether a text is one floating-point number (no fixture needed)");
     isFloat->add_option("text", inputs.floatText, "The text to check")->required();
     isFloat->callback([&] {
         chosen = [&](const Settings& settings, Console& console) {
@@ -333,12 +326,10 @@ void addCommands(CLI::App& app, Inputs& inputs, Action& chosen) {
         };
     });
 
-    CLI::App* trace = app.add_subcommand(
-        "trace", "Show a trace file as a timeline, or --stats per method (no fixture needed)");
-    trace->add_option("file", inputs.traceFile, "A file written with --trace or KELVANE_TRACE")
-        ->required();
-    trace->add_flag("--stats", inputs.traceStats,
-                    "Calls, errors, timeouts and p50/p90/p99/max ms per method");
+    CLI::App* trace =
+        app.add_subcommand("trace", "Show a trace file as a timeline, or --stats per method (no fixture needed)");
+    trace->add_option("file", inputs.traceFile, "A file written with --trace or KELVANE_TRACE")->required();
+    trace->add_flag("--stats", inputs.traceStats, "Calls, errors, timeouts and p50/p90/p99/max ms per method");
     trace->callback([&] {
         chosen = [&](const Settings& settings, Console& console) {
             if (refusedForStation("trace", needsNoFixture, settings, console)) return int(exitUsage);
@@ -382,8 +373,7 @@ int run(int argc, char** argv) {
         // A word left over before any command names none: that explains the error best.
         const std::vector<std::string> leftOver = app.remaining();
         if (error.get_exit_code() != 0 && app.get_subcommands().empty() && !leftOver.empty()) {
-            app.exit(CLI::ExtrasError("unknown command " + leftOver.front(),
-                                      CLI::ExitCodes::ExtrasError));
+            app.exit(CLI::ExtrasError("unknown command " + leftOver.front(), CLI::ExitCodes::ExtrasError));
             return exitUsage;
         }
         int status = app.exit(error);

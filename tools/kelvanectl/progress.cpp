@@ -12,9 +12,7 @@ constexpr const char* wipeLine = "\r\033[K";
 }  // namespace
 
 Progress::Progress(std::FILE* terminal, std::string label)
-    : terminal_(terminal),
-      label_(std::move(label)),
-      thread_([this] { show(); }) {}
+    : terminal_(terminal), label_(std::move(label)), thread_([this] { show(); }) {}
 
 Progress::~Progress() {
     {
@@ -32,8 +30,8 @@ void Progress::show() {
     std::unique_lock lock(mutex_);
     for (unsigned tick = 0; !stopping_; ++tick) {
         std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-        std::fprintf(terminal_, "%s%c %s %.1f s", wipeLine, spinner[tick % sizeof spinner],
-                     label_.c_str(), elapsed.count());
+        std::fprintf(terminal_, "%s%c %s %.1f s", wipeLine, spinner[tick % sizeof spinner], label_.c_str(),
+                     elapsed.count());
         std::fflush(terminal_);
         wake_.wait_for(lock, refresh, [this] { return stopping_; });
     }

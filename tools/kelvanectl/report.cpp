@@ -39,13 +39,11 @@ int publish(const Report& report, bool json, std::FILE* messages) {
         std::cout << jsonLine(report) << std::endl;
     } else if (outcome.ok) {
         std::cout << address << plainResult(outcome);
-        if (report.showSeconds)
-            std::cout << std::fixed << std::setprecision(2) << " (" << report.seconds << " s)";
+        if (report.showSeconds) std::cout << std::fixed << std::setprecision(2) << " (" << report.seconds << " s)";
         std::cout << std::endl;
     }
     if (outcome.ok) return exitOk;
-    std::fprintf(messages, "kelvanectl: %s%s: %s\n", address.c_str(), report.command.c_str(),
-                 outcome.problem.c_str());
+    std::fprintf(messages, "kelvanectl: %s%s: %s\n", address.c_str(), report.command.c_str(), outcome.problem.c_str());
     return outcome.failure;
 }
 

@@ -55,8 +55,7 @@ constexpr std::size_t longestMethodKey = 100;
 
 }  // namespace
 
-TraceReading readTrace(kelvane::tools::BoundedLines& lines,
-                       const std::function<void(const TracedCall&)>& onCall,
+TraceReading readTrace(kelvane::tools::BoundedLines& lines, const std::function<void(const TracedCall&)>& onCall,
                        const std::function<void(std::size_t lineNumber)>& onTooLong) {
     using Read = kelvane::tools::BoundedLines::Read;
     TraceReading reading;
@@ -71,8 +70,10 @@ TraceReading readTrace(kelvane::tools::BoundedLines& lines,
             continue;
         }
         if (lines.line().empty()) continue;
-        if (auto call = callIn(lines.line())) onCall(*call);
-        else ++reading.notTraceLines;
+        if (auto call = callIn(lines.line()))
+            onCall(*call);
+        else
+            ++reading.notTraceLines;
     }
     return reading;
 }
@@ -96,13 +97,15 @@ void MethodStatistics::add(const TracedCall& call) {
     if (byMethod_.size() >= mostMethods && !byMethod_.contains(key)) key = otherMethods;
     auto& figures = byMethod_[key];
     figures.durations.add(call.milliseconds);
-    if (call.outcome == kelvane::trace::Outcome::timeout) ++figures.timeouts;
-    else if (call.outcome != kelvane::trace::Outcome::result) ++figures.errors;
+    if (call.outcome == kelvane::trace::Outcome::timeout)
+        ++figures.timeouts;
+    else if (call.outcome != kelvane::trace::Outcome::result)
+        ++figures.errors;
 }
 
 std::string MethodStatistics::table() const {
-    std::string text = format("%-28s %7s %7s %8s %9s %9s %9s %9s\n", "method", "calls", "errors",
-                              "timeouts", "p50 ms", "p90 ms", "p99 ms", "max ms");
+    std::string text = format("%-28s %7s %7s %8s %9s %9s %9s %9s\n", "method", "calls", "errors", "timeouts", "p50 ms",
+                              "p90 ms", "p99 ms", "max ms");
     for (const auto& [method, figures] : byMethod_) {
         const auto& durations = figures.durations;
         text += format("%-28s %7zu %7zu %8zu %9.1f %9.1f %9.1f %9.1f\n", method.c_str(), durations.count(),

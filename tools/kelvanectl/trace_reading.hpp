@@ -18,9 +18,9 @@ namespace kelvanectl {
 struct TracedCall {
     std::string time;
     std::string method;
-    std::string params;   // shortened JSON
+    std::string params;  // shortened JSON
     kelvane::trace::Outcome outcome = kelvane::trace::Outcome::result;
-    std::string detail;   // the shortened result, or the error's code and message
+    std::string detail;  // the shortened result, or the error's code and message
     double milliseconds = 0;
 };
 
@@ -32,8 +32,7 @@ struct TraceReading {
 
 // Hands each call of `lines` to `onCall`, in order, and the number of each line longer than the
 // bound to `onTooLong`; both go on to the file's end.
-TraceReading readTrace(kelvane::tools::BoundedLines& lines,
-                       const std::function<void(const TracedCall&)>& onCall,
+TraceReading readTrace(kelvane::tools::BoundedLines& lines, const std::function<void(const TracedCall&)>& onCall,
                        const std::function<void(std::size_t lineNumber)>& onTooLong);
 
 // The call's line of the timeline: time, method, params, outcome, milliseconds, and the result

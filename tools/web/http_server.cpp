@@ -107,9 +107,8 @@ struct Reply::State {
 
 void Reply::operator()(Response response) const {
     if (state_->answered.exchange(true)) return;
-    state_->mailbox->post([deliver = state_->deliver, response = std::move(response)]() mutable {
-        deliver(std::move(response));
-    });
+    state_->mailbox->post(
+        [deliver = state_->deliver, response = std::move(response)]() mutable { deliver(std::move(response)); });
 }
 
 void Routes::get(const std::string& path, Handler handler) { handlers_[{"GET", path}] = std::move(handler); }
@@ -119,7 +118,9 @@ void Routes::post(const std::string& path, Handler handler) { handlers_[{"POST",
 void Routes::files(std::span<const EmbeddedFile> files, const Fields& headers, std::string_view index) {
     for (const auto& file : files) {
         auto serve = [file, headers](const Request&, const Reply& reply) {
-            reply({.body = std::string(file.bytes), .contentType = std::string(contentTypeOf(file.name)), .headers = headers});
+            reply({.body = std::string(file.bytes),
+                   .contentType = std::string(contentTypeOf(file.name)),
+                   .headers = headers});
         };
         get("/" + std::string(file.name), serve);
         if (file.name == index) get("/", serve);
@@ -237,7 +238,8 @@ void Connection::onRequest(ErrorCode error) {
     if (closed_) return;
     if (error) return refuse(error);
     auto& message = parser_->get();
-    Request request{std::string(message.method_string()), std::string(message.target()), {}, {}, std::move(message.body())};
+    Request request{
+        std::string(message.method_string()), std::string(message.target()), {}, {}, std::move(message.body())};
     if (auto question = request.path.find('?'); question != std::string::npos) {
         request.query = request.path.substr(question + 1);
         request.path.resize(question);
@@ -338,7 +340,8 @@ void Connection::openStream(const std::string& path, const StreamOpening& openin
     stream_.socket().set_option(net::socket_base::send_buffer_size(limits_.streamSocketBuffer), ignored);
     // The client sends nothing more: anything it does send, or its end, closes the stream at once.
     stream_.expires_never();
-    stream_.async_read_some(net::buffer(unread_), [self = shared_from_this()](ErrorCode, std::size_t) { self->close(); });
+    stream_.async_read_some(net::buffer(unread_),
+                            [self = shared_from_this()](ErrorCode, std::size_t) { self->close(); });
     send(text);
 }
 
@@ -427,13 +430,15 @@ HttpServer::HttpServer(Routes routes, const std::string& address, int port, Limi
     auto& acceptor = core_->acceptor;
     ErrorCode error;
     tcp::resolver resolver(core_->io);
-    auto found = resolver.resolve(address, std::to_string(port), tcp::resolver::numeric_service | tcp::resolver::passive, error);
+    auto found =
+        resolver.resolve(address, std::to_string(port), tcp::resolver::numeric_service | tcp::resolver::passive, error);
     if (!error && found.empty()) error = net::error::host_not_found;
     if (!error) acceptor.open(found.begin()->endpoint().protocol(), error);
     if (!error) acceptor.set_option(net::socket_base::reuse_address(true), error);
     if (!error) acceptor.bind(found.begin()->endpoint(), error);
     if (!error) acceptor.listen(net::socket_base::max_listen_connections, error);
-    if (error) throw std::runtime_error("cannot serve at " + address + ":" + std::to_string(port) + ": " + error.message());
+    if (error)
+        throw std::runtime_error("cannot serve at " + address + ":" + std::to_string(port) + ": " + error.message());
     address_ = {address, acceptor.local_endpoint().port()};
     core_->address = address_;
     core_->accept();

@@ -4,9 +4,7 @@
 
 namespace kelvane::web {
 
-bool ServingPlace::isLoopback() const {
-    return address.starts_with("127.") || address == "localhost";
-}
+bool ServingPlace::isLoopback() const { return address.starts_with("127.") || address == "localhost"; }
 
 std::variant<ServingPlace, std::string> readServingPlace(std::string_view text) {
     ServingPlace place;

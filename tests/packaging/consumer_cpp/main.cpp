@@ -12,7 +12,6 @@ int main(int argc, char** argv) {
     auto session = kelvane::FixtureControl::initWithIP(
         {{"FixtureIP", {{"ip", "127.0.0.1"}, {"port", argc > 1 ? std::stoi(argv[1]) : 0}}}});
     if (!session) return 2;
-    std::cout << "libKelvane " << KELVANE_VERSION_STRING << " sensors "
-              << session->checkPositionSensor() << "\n";
+    std::cout << "libKelvane " << KELVANE_VERSION_STRING << " sensors " << session->checkPositionSensor() << "\n";
     session->close();
 }

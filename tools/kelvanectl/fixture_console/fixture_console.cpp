@@ -25,9 +25,7 @@ constexpr std::string_view pagePolicy = "default-src 'self'; img-src 'self' data
 // about 25 s, a move up to 15 s.
 constexpr std::chrono::minutes replyDeadline{10};
 
-std::string text(const json& value) {
-    return value.dump(-1, ' ', false, json::error_handler_t::replace);
-}
+std::string text(const json& value) { return value.dump(-1, ' ', false, json::error_handler_t::replace); }
 
 web::Response answer(const json& body) { return {.body = text(body)}; }
 
@@ -86,8 +84,8 @@ bool FixtureConsole::close(std::chrono::milliseconds grace) {
 
 web::Routes FixtureConsole::routes() {
     web::Routes routes;
-    routes.files(consolePageFiles(), {{"Content-Security-Policy", std::string(pagePolicy)},
-                                      {"Referrer-Policy", "no-referrer"}});
+    routes.files(consolePageFiles(),
+                 {{"Content-Security-Policy", std::string(pagePolicy)}, {"Referrer-Policy", "no-referrer"}});
     routes.gate("/api/", [this](const web::Request& request) -> std::optional<web::Response> {
         if (token_.matches(request.header(tokenHeader))) return std::nullopt;
         return web::errorResponse(forbidden, "the console's API takes requests only with its token in " +
@@ -100,8 +98,10 @@ web::Routes FixtureConsole::routes() {
         reply(answer(fixtures));
     });
     routes.get("/api/operations", [](const web::Request&, const web::Reply& reply) { reply(answer(operationList())); });
-    routes.post("/api/op", [this](const web::Request& request, const web::Reply& reply) { runOperation(request, reply); });
-    routes.post("/api/polling", [this](const web::Request& request, const web::Reply& reply) { setPolling(request, reply); });
+    routes.post("/api/op",
+                [this](const web::Request& request, const web::Reply& reply) { runOperation(request, reply); });
+    routes.post("/api/polling",
+                [this](const web::Request& request, const web::Reply& reply) { setPolling(request, reply); });
     routes.events(std::string(eventsPath), [this] {
         std::vector<std::string> opening;
         for (const auto& desk : desks_) opening.push_back(text(desk->stateEvent()));
@@ -139,7 +139,8 @@ void FixtureConsole::setPolling(const web::Request& request, const web::Reply& r
     FixtureDesk* fixture = body.is_object() ? desk(body) : nullptr;
     auto on = body.is_object() ? body.find("on") : body.end();
     if (!fixture || on == body.end() || !on->is_boolean()) {
-        return reply(web::errorResponse(badRequest, "expected {\"fixture\": one of this console's, \"on\": true or false}"));
+        return reply(
+            web::errorResponse(badRequest, "expected {\"fixture\": one of this console's, \"on\": true or false}"));
     }
     fixture->setPolling(on->get<bool>());
     reply(answer(fixture->state()));

@@ -39,9 +39,7 @@ using Clock = std::chrono::steady_clock;
 // The same limit a device made with a trace file but no size gets.
 constexpr std::uint64_t traceLimitBytes = 64ull << 20;
 
-std::optional<std::string> copied(const char* text) {
-    return text ? std::optional<std::string>(text) : std::nullopt;
-}
+std::optional<std::string> copied(const char* text) { return text ? std::optional<std::string>(text) : std::nullopt; }
 
 json orNull(const std::optional<std::string>& text) { return text ? json(*text) : json(nullptr); }
 
@@ -50,9 +48,11 @@ json orNull(const std::string& text) { return text.empty() ? json(nullptr) : jso
 }  // namespace
 
 FixtureDesk::FixtureDesk(std::string address, Settings settings, Publish publish)
-    : address_(std::move(address)), settings_(std::move(settings)), publish_(std::move(publish)),
-      log_(std::make_shared<DeskLog>(address_, publish_,
-                                     settings_.processLog ? kelvane::defaultProcessLog() : nullptr)),
+    : address_(std::move(address)),
+      settings_(std::move(settings)),
+      publish_(std::move(publish)),
+      log_(
+          std::make_shared<DeskLog>(address_, publish_, settings_.processLog ? kelvane::defaultProcessLog() : nullptr)),
       thread_([this] { workToTheEnd(); }) {}
 
 FixtureDesk::~FixtureDesk() {
@@ -65,8 +65,8 @@ std::optional<FixtureDesk::Refusal> FixtureDesk::submit(Operation operation, Ans
         std::lock_guard lock(mutex_);
         if (closing_) return Refusal{Refusal::closed, "the console is closing"};
         if (operation.moves && !moving_.empty()) {
-            return Refusal{Refusal::moveUnderWay, address_ + " is moving its tray (" + moving_ +
-                                                      "): one move at a time; wait for it to end"};
+            return Refusal{Refusal::moveUnderWay,
+                           address_ + " is moving its tray (" + moving_ + "): one move at a time; wait for it to end"};
         }
         if (waiting_.size() >= settings_.mostWaiting) {
             return Refusal{Refusal::tooMany, std::to_string(waiting_.size()) + " operations already wait for " +
@@ -95,12 +95,9 @@ json FixtureDesk::state() const {
 }
 
 json FixtureDesk::stateLocked() const {
-    return {{"fixture", address_},
-            {"connected", connected_ ? json(*connected_) : json(nullptr)},
-            {"sensors", orNull(sensors_)},
-            {"dut", orNull(dut_)},
-            {"polling", polling_},
-            {"busy", orNull(busy_)},
+    return {{"fixture", address_},         {"connected", connected_ ? json(*connected_) : json(nullptr)},
+            {"sensors", orNull(sensors_)}, {"dut", orNull(dut_)},
+            {"polling", polling_},         {"busy", orNull(busy_)},
             {"moving", orNull(moving_)}};
 }
 
@@ -132,8 +129,8 @@ void FixtureDesk::connect() {
     kelvane::Platform platform = kelvane::Platform::defaults();
     platform.log = log_;
     if (!settings_.traceFile.empty()) platform.trace = kelvane::traceFile(settings_.traceFile, traceLimitBytes);
-    auto made = std::make_shared<kelvane::Kelvane>(address_, static_cast<std::uint32_t>(settings_.port),
-                                                   std::move(platform));
+    auto made =
+        std::make_shared<kelvane::Kelvane>(address_, static_cast<std::uint32_t>(settings_.port), std::move(platform));
     KelvaneHandle device = kelvane::handleOf(made);
     bool connected = getConnectFlag(device) == 1;
     {
@@ -177,7 +174,9 @@ void FixtureDesk::work() {
             if (task.operation.moves) moving_.clear();
             lock.unlock();
             remember(task.operation.name, answer.outcome);
-            json event = {{"type", "result"}, {"fixture", address_}, {"op", task.operation.name},
+            json event = {{"type", "result"},
+                          {"fixture", address_},
+                          {"op", task.operation.name},
                           {"command", task.operation.line}};
             event.update(answerJson(answer.outcome, answer.seconds));
             publish_(event);

@@ -35,17 +35,23 @@ std::vector<DeviceCommand> ledCommands(const Arguments& arguments) {
     Parameter slot{"slot", "Slot number", &Arguments::ledSlot};
     Parameter mode{"mode", "Colour, e.g. GREEN, or OFF", &Arguments::ledMode};
     return {
-        {"led slot", "Light a slot's LED", false,
+        {"led slot",
+         "Light a slot's LED",
+         false,
          [values](KelvaneHandle device) {
              return onSession(device, [&](auto& session) { session.uutLed(values->ledSlot, values->ledMode); });
          },
          {slot, mode}},
-        {"led blink", "Blink a slot's LED", false,
+        {"led blink",
+         "Blink a slot's LED",
+         false,
          [values](KelvaneHandle device) {
              return onSession(device, [&](auto& session) { session.uutLedBlink(values->ledSlot, values->ledMode); });
          },
          {slot, mode}},
-        {"led status", "Light the fixture's status LED", false,
+        {"led status",
+         "Light the fixture's status LED",
+         false,
          [values](KelvaneHandle device) {
              return onSession(device, [&](auto& session) { session.stateLed(values->ledMode); });
          },
@@ -134,7 +140,8 @@ std::variant<Operation, std::string> readOperation(const std::string& op, const 
     if (!command) return "unknown op \"" + op + "\": the ops are kelvanectl's commands (GET /api/operations)";
     if (values.size() != command->parameters.size()) return usage(*command);
     for (std::size_t i = 0; i < values.size(); ++i) {
-        if (auto problem = assign(command->parameters[i], values[i], *arguments)) return command->name + ": " + *problem;
+        if (auto problem = assign(command->parameters[i], values[i], *arguments))
+            return command->name + ": " + *problem;
     }
     return Operation{command->name, commandLine(command->name, values), command->moves,
                      [arguments, run = command->run](KelvaneHandle device) { return run(device); }};

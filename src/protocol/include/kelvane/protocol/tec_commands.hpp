@@ -8,8 +8,8 @@
 namespace kelvane::tec {
 
 // In the order a measurement sends them: sensors 1 to 4, then the power stage.
-inline constexpr std::array<std::string_view, 4> temperatureCommands = {
-    "get tec temp:1", "get tec temp:2", "get tec temp:3", "get tec temp:4"};
+inline constexpr std::array<std::string_view, 4> temperatureCommands = {"get tec temp:1", "get tec temp:2",
+                                                                        "get tec temp:3", "get tec temp:4"};
 inline constexpr std::string_view powerCommand = "get tec power";
 
 // An answer that worked ends in " OK", one that did not in " FAIL". The station takes any answer
@@ -31,8 +31,8 @@ struct AnswerValue {
     int group;
 };
 inline constexpr AnswerValue temperatureValue = {"TEC temp: (\\d+.\\d+) C", 1};
-inline constexpr AnswerValue pwmValue = {
-    "TEC : (\\d+.\\d+) V, (\\d+.\\d+) A, (\\d+.\\d+) W ,PWM: (-?\\d+.\\d+)% OK", 4};
+inline constexpr AnswerValue pwmValue = {"TEC : (\\d+.\\d+) V, (\\d+.\\d+) A, (\\d+.\\d+) W ,PWM: (-?\\d+.\\d+)% OK",
+                                         4};
 inline constexpr AnswerValue currentValue = {"TEC : (\\d+.\\d+) V, (\\d+.\\d+) A", 2};
 
 }  // namespace kelvane::tec

@@ -19,8 +19,7 @@ struct TecSample {
     float current = 0.0f;
 };
 
-inline constexpr std::string_view csvHeader =
-    "Timestamp,Sensor1,Sensor2,Sensor3,Sensor4,PWM,Current,subsubtestname";
+inline constexpr std::string_view csvHeader = "Timestamp,Sensor1,Sensor2,Sensor3,Sensor4,PWM,Current,subsubtestname";
 inline constexpr std::string_view csvLineEnd = "\r\n";
 
 // A measurement's time stamp: local time in this date pattern.

@@ -31,7 +31,7 @@ struct TraceLine {
     Value params = Value::array();
     Value kwargs;  // null: the call had none
     Outcome outcome = Outcome::result;
-    Value result;  // with Outcome::result
+    Value result;       // with Outcome::result
     int errorCode = 0;  // with any other outcome
     std::string errorMessage;
     double ms = 0;  // the call's duration
