@@ -17,9 +17,6 @@ constexpr int longestJournal = 1000;
 constexpr int badRequest = 400;
 constexpr int failed = 500;
 
-constexpr std::string_view eventsPath = "/api/events";
-constexpr std::string_view pagePolicy = "default-src 'self'; img-src 'self' data:; frame-ancestors 'none'";
-
 web::Response json(const Value& body) { return {.body = jsonrpc::toJson(body)}; }
 
 // Runs `work` (which gives the answer's JSON, or throws) on the serving thread and replies with
@@ -66,7 +63,7 @@ PanelServer::PanelServer(Server& server, const std::string& address, int port)
     : server_(server),
       fixtures_(server.fixtureCount()),
       feed_(fixtures_,
-            [this](const StateFeed::News& news) { http_.publish(std::string(eventsPath), eventData(news)); }),
+            [this](const StateFeed::News& news) { http_.publish(std::string(web::eventsPath), eventData(news)); }),
       http_(routes(), address, port) {
     server_.watchStates([this](int fixture) {
         return feed_.changed(fixture, StateFeed::Clock::now(), [&] { return stateOf(server_.fixture(fixture)); });
@@ -79,7 +76,7 @@ std::string PanelServer::url() const {
 
 web::Routes PanelServer::routes() {
     web::Routes routes;
-    routes.files(panelFiles(), {{"Content-Security-Policy", std::string(pagePolicy)}});
+    routes.files(panelFiles(), web::pageFileHeaders());
     routes.get("/api/fixtures", [this](const web::Request&, const web::Reply& reply) {
         answerOnServingThread(server_, reply, [this] {
             Value fixtures = Value::array();
@@ -112,7 +109,7 @@ web::Routes PanelServer::routes() {
             return json({{"result", outcome.result}});
         });
     });
-    routes.events(std::string(eventsPath), [this] {
+    routes.events(std::string(web::eventsPath), [this] {
         std::vector<std::string> opening;
         for (const auto& news : feed_.lastPublished()) opening.push_back(eventData(news));
         return opening;

@@ -34,4 +34,14 @@ struct Response {
 // `status` with {"error": problem}: how every JSON endpoint refuses.
 Response errorResponse(int status, std::string_view problem);
 
+// Where a page's live events stream from.
+inline constexpr std::string_view eventsPath = "/api/events";
+
+// The fields every page file is served with: it runs only its own scripts, styles and images,
+// is never framed by another site, and sends no referrer.
+inline Fields pageFileHeaders() {
+    return {{"Content-Security-Policy", "default-src 'self'; img-src 'self' data:; frame-ancestors 'none'"},
+            {"Referrer-Policy", "no-referrer"}};
+}
+
 }  // namespace kelvane::web

@@ -17,9 +17,7 @@ constexpr int forbidden = 403;
 constexpr int conflict = 409;
 constexpr int notServing = 503;
 
-constexpr std::string_view eventsPath = "/api/events";
 constexpr std::string_view tokenHeader = "X-Kelvane-Token";
-constexpr std::string_view pagePolicy = "default-src 'self'; img-src 'self' data:; frame-ancestors 'none'";
 
 // An operation waits behind those before it on its fixture: a TEC reading of a silent slot takes
 // about 25 s, a move up to 15 s.
@@ -46,7 +44,7 @@ public:
     void publish(const json& event) {
         std::string data = text(event);
         std::lock_guard lock(mutex_);
-        if (server_) server_->publish(std::string(eventsPath), std::move(data));
+        if (server_) server_->publish(std::string(web::eventsPath), std::move(data));
     }
 
 private:
@@ -84,8 +82,7 @@ bool FixtureConsole::close(std::chrono::milliseconds grace) {
 
 web::Routes FixtureConsole::routes() {
     web::Routes routes;
-    routes.files(consolePageFiles(),
-                 {{"Content-Security-Policy", std::string(pagePolicy)}, {"Referrer-Policy", "no-referrer"}});
+    routes.files(consolePageFiles(), web::pageFileHeaders());
     routes.gate("/api/", [this](const web::Request& request) -> std::optional<web::Response> {
         if (token_.matches(request.header(tokenHeader))) return std::nullopt;
         return web::errorResponse(forbidden, "the console's API takes requests only with its token in " +
@@ -102,7 +99,7 @@ web::Routes FixtureConsole::routes() {
                 [this](const web::Request& request, const web::Reply& reply) { runOperation(request, reply); });
     routes.post("/api/polling",
                 [this](const web::Request& request, const web::Reply& reply) { setPolling(request, reply); });
-    routes.events(std::string(eventsPath), [this] {
+    routes.events(std::string(web::eventsPath), [this] {
         std::vector<std::string> opening;
         for (const auto& desk : desks_) opening.push_back(text(desk->stateEvent()));
         return opening;
