@@ -216,7 +216,9 @@ class KelvaneRun:
         if self.run_trace.exists():
             os.truncate(self.run_trace, 0)  # the library appends: its next line starts the file again
         if calls:
-            name = re.sub(r"[^\w.\[\]-]+", "_", item.nodeid)
+            # Named from the test file's own name on, so the name does not depend on pytest's rootdir.
+            test_file, _, test = item.nodeid.partition("::")
+            name = re.sub(r"[^\w.\[\]-]+", "_", f"{Path(test_file).name}::{test}")
             (self.trace_folder / f"{name}.trace").write_bytes(calls)
 
     def close(self) -> None:
