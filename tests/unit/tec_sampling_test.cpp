@@ -3,6 +3,7 @@
 #include "tec/files.hpp"
 
 #include <fmt/chrono.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -258,7 +259,7 @@ TEST(TecFiles, LinesAreAppendedToTheSlotsFilesAsAscii) {
     fixture.controller->answer("can.send", Value("done"));
     fixture.controller->answer("can.recv", Value{{"data", {4, 'O', 'K', 3}}});
     EXPECT_TRUE(session->tecTempRecord2(5).ends_with(",0.00,0.00,0.00,0.00,0.00,0.00,(null)\r\n"));
-    EXPECT_TRUE(std::ranges::count(fixture.log->lines(), "save TecControlMonitor exception !"));
+    EXPECT_THAT(fixture.log->lines(), ::testing::Contains("save TecControlMonitor exception !"));
 
     const std::string active = "/Users/stnuser/Library/Logs/Korva/active/";
     EXPECT_EQ(kelvane::tec::monitorLogPath(Value("Fixture1"), 4),
