@@ -35,8 +35,7 @@ constexpr std::uint32_t campaignSeed = 20261122;
 const std::string stray = "stray", none = "<no reply>", ownAnswer = "<own answer>";
 const std::string timedOutIoSet = "vantrel.fixture_io_set timed out after 300 ms (code -32100)";
 
-// The session's IO calls ask the controller for 20 s; here for 200 ms, so a lost reply costs them
-// no more than any other call. What an operation returns does not depend on the wait.
+// The IO calls ask the controller for 20 s; here for 200 ms, so a lost reply costs no more.
 struct ShortTimeouts final : RpcClient {
     explicit ShortTimeouts(std::shared_ptr<RpcClient> inner) : inner(std::move(inner)) {}
     Value call(const std::string& method, const Value& args, const Value& kwargs, RpcErrorSlot error) override {
@@ -49,8 +48,7 @@ struct ShortTimeouts final : RpcClient {
     std::shared_ptr<RpcClient> inner;
 };
 
-// One thread's share: its own fan, speeds and probe names, so whatever it reads back can only
-// come from its own calls.
+// One thread's own fan, speeds and probe names: what it reads back can only come from its calls.
 struct Worker {
     explicit Worker(int index = 0)
         : fan(index + 1), nextSpeed(1000 * (index + 1)), probePrefix("campaign.probe." + std::to_string(index) + ".") {}
@@ -69,8 +67,7 @@ std::vector<std::string> fieldsOf(const std::string& summary) {
     return fields;
 }
 
-// A call through the session's transport of a method no controller knows, under a name used
-// once: the error that names it is its own.
+// A call of a method no controller knows, under a name used once: the error naming it is its own.
 std::string probe(RpcClient& transport, const std::string& method, const Value& kwargs = nullptr) {
     std::optional<RpcError> error;
     Value reply = transport.call(method, Value::array(), kwargs, &error);
@@ -84,22 +81,7 @@ std::string probe(RpcClient& transport, const std::string& method, const Value& 
 // A cycle as a station runs it, from the tray OUT and UP. Per operation: what a healthy
 // controller makes it return ("{speed}": the speed set), what it returns with no controller at
 // all (every call fails at once), and its other documented results, a move's timeout first.
-enum class Op {
-    initialFixture,
-    positions,
-    dut,
-    trayIn,
-    trayDown,
-    lockOn,
-    setIO,
-    setFan,
-    getFan,
-    lockOff,
-    trayUp,
-    trayOut,
-    fixtureInit,
-    probe
-};
+enum class Op { initial, positions, dut, in, down, lockOn, setIO, setFan, getFan, lockOff, up, out, init, probe };
 struct Operation {
     const char* name;
     std::function<std::string(FixtureControl&, Worker&, RpcClient&)> run;
@@ -109,43 +91,39 @@ struct Operation {
 using S = FixtureControl;
 using W = Worker;
 using C = RpcClient;
+auto shownBy(Value (S::*operation)()) {
+    return [operation](S& s, W&, C&) { return shown((s.*operation)()); };
+}
+std::string truth(bool value) { return value ? "true" : "false"; }
 const std::vector<Operation> cycle = {
-    {"initialFixture", [](S& s, W&, C&) { return s.initialFixture() ? "true" : "false"; }, "true", "false", {}},
+    {"initialFixture", [](S& s, W&, C&) { return truth(s.initialFixture()); }, "true", "false", {}},
     {"checkPositionSensor", [](S& s, W&, C&) { return s.checkPositionSensor(); }, "0;1;1;0", "0;0;0;0", {}},
-    {"checkDUTSensor", [](S& s, W&, C&) { return shown(s.checkDUTSensor()); }, "dut_sensor_on", none, {}},
+    {"checkDUTSensor", shownBy(&S::checkDUTSensor), "dut_sensor_on", none, {}},
     {"trayIn",
-     [](S& s, W&, C&) { return shown(s.trayIn()); },
+     shownBy(&S::trayIn),
      "IN OK",
      "Please UP first!",
      {"Fixture in action is executed,but down sensor is not OK\uFF01", "Current state is IN already!",
       "in_refused: tray is not up", none}},
     {"trayDown",
-     [](S& s, W&, C&) { return shown(s.trayDown()); },
+     shownBy(&S::trayDown),
      "DOWN OK",
      "Please IN first!",
      {"Fixture down action is executed,but down sensor is not OK\uFF01", "Can not down,Because DUT state is not right!",
       "down_refused: tray is not in", none}},
     {"fixtureLock(on)", [](S& s, W&, C&) { return shown(s.fixtureLock("on")); }, "done", none, {}},
     {"setIO", [](S& s, W&, C&) { return shown(s.setIO(10, 1)); }, "done", "{unreachable}", {"Fail", timedOutIoSet}},
-    {"setFanSpeed",
-     [](S& s, W& w, C&) { return s.setFanSpeed(w.fan, w.speed) ? "true" : "false"; },
-     "true",
-     "false",
-     {}},
+    {"setFanSpeed", [](S& s, W& w, C&) { return truth(s.setFanSpeed(w.fan, w.speed)); }, "true", "false", {}},
     {"getFanSpeed", [](S& s, W& w, C&) { return s.getFanSpeed(w.fan); }, "{speed}", "(null)", {}},
     {"fixtureLock(off)", [](S& s, W&, C&) { return shown(s.fixtureLock("off")); }, "done", none, {}},
-    {"trayUp",
-     [](S& s, W&, C&) { return shown(s.trayUp()); },
-     "UP OK",
-     none,
-     {"Fixture up action is executed,but up sensor is not OK\uFF01"}},
+    {"trayUp", shownBy(&S::trayUp), "UP OK", none, {"Fixture up action is executed,but up sensor is not OK\uFF01"}},
     {"trayOut",
-     [](S& s, W&, C&) { return shown(s.trayOut()); },
+     shownBy(&S::trayOut),
      "OUT OK",
      none,
      {"Fixture out action is executed,but out sensor is not OK\uFF01", "Current state is OUT already!",
       "Please UP first!", "out_refused: tray is not up"}},
-    {"fixtureInit", [](S& s, W&, C&) { return shown(s.fixtureInit()); }, "done", none, {}},
+    {"fixtureInit", shownBy(&S::fixtureInit), "done", none, {}},
     {"probe", [](S&, W& w, C& c) { return probe(c, w.nextProbe()); }, ownAnswer, none, {}},
 };
 const Operation& row(Op op) { return cycle[static_cast<std::size_t>(op)]; }
@@ -170,8 +148,7 @@ std::string kindOf(const Value& action) {
     return kinds.at(action.get<std::string>());
 }
 
-// A fault on the first call of `method`, the operation of a cycle that meets it, and exactly
-// what that operation returns ("{speed}": the speed set).
+// A fault on the first call of `method`, the operation that meets it, and exactly what it returns.
 struct Fault {
     Value script;
     std::string_view method;
@@ -180,43 +157,41 @@ struct Fault {
     std::string kind() const { return kindOf(script.value("action", Value("reply"))); }
 };
 
-// Faults that ZeroMQ's own limits do not involve, each kind on several methods. Wrong JSON
-// types, one per position of a reply: anything but the request's integer id is another call's
-// reply, a malformed reply is dropped, a readable one reaches the operation, which shows it as
-// documented. (Every variant of each position is the codec's unit test.)
+// Each kind on several methods; wrong JSON types one per position of a reply (every variant is the
+// codec's unit test): a malformed reply is dropped, a readable one shown as documented.
 const std::vector<Fault> catalogue = {
-    {late(), m::fixtureIn, Op::trayIn, none},
+    {late(), m::fixtureIn, Op::in, none},
     {late(stray + " late reading"), m::outSensorRead, Op::positions, "0;0;1;0"},
     {late(), m::fixtureIoSet, Op::setIO, timedOutIoSet},
     {act("garbage"), m::dutSensorRead, Op::dut, none},
     {act("garbage"), m::setFanSpeed, Op::setFan, "false"},
     {{{"action", "wrong_id"}, {"reply", stray}}, m::getFanSpeed, Op::getFan, "(null)"},
-    {act("wrong_id"), m::fixtureUp, Op::trayUp, none},
-    {act("oversize"), m::fixtureOut, Op::trayOut, none},
-    {raw(R"({"jsonrpc":"2.0","id":"{id}","result":"in_done"})"), m::fixtureIn, Op::trayIn, none},
+    {act("wrong_id"), m::fixtureUp, Op::up, none},
+    {act("oversize"), m::fixtureOut, Op::out, none},
+    {raw(R"({"jsonrpc":"2.0","id":"{id}","result":"in_done"})"), m::fixtureIn, Op::in, none},
     {raw(R"({"jsonrpc":"2.0","id":{id}.0,"result":1})"), m::upSensorRead, Op::positions, "0;1;0;0"},
     {raw(R"({"jsonrpc":"2.0","result":"done"})"), m::magnetControl, Op::lockOn, none},
     {raw(R"({"jsonrpc":2.0,"id":{id},"result":"stray"})"), m::getFanSpeed, Op::getFan, "(null)"},
     {raw(R"({"id":{id},"result":"dut_sensor_on"})"), m::dutSensorRead, Op::dut, "dut_sensor_on"},
-    {raw(R"({"jsonrpc":"2.0","id":{id}})"), m::fixtureUp, Op::trayUp, none},
+    {raw(R"({"jsonrpc":"2.0","id":{id}})"), m::fixtureUp, Op::up, none},
     {raw(R"({"jsonrpc":"2.0","id":{id},"error":"stray"})"), m::fixtureIoSet, Op::setIO, timedOutIoSet},
     {raw(R"({"jsonrpc":"2.0","id":{id},"error":{"code":"7","message":"odd code"}})"), m::dutSensorRead, Op::dut, none},
-    {raw(R"({"jsonrpc":"2.0","id":{id},"error":{"code":7,"message":42}})"), m::fixtureOut, Op::trayOut, none},
+    {raw(R"({"jsonrpc":"2.0","id":{id},"error":{"code":7,"message":42}})"), m::fixtureOut, Op::out, none},
     {raw(R"({"jsonrpc":"2.0","id":{id},"error":null,"result":{result}})"), m::getFanSpeed, Op::getFan, "{speed}"},
     {raw(R"({"result":{result},"id":{id},"jsonrpc":"2.0"})"), m::setFanSpeed, Op::setFan, "true"},
-    {raw(R"({"jsonrpc":"2.0","id":{id},"result":{"a":1}})"), m::fixtureIn, Op::trayIn, "{\n    a = 1;\n}"},
-    {raw(R"({"jsonrpc":"2.0","id":{id},"result":true})"), m::fixtureUp, Op::trayUp, "1"},
+    {raw(R"({"jsonrpc":"2.0","id":{id},"result":{"a":1}})"), m::fixtureIn, Op::in, "{\n    a = 1;\n}"},
+    {raw(R"({"jsonrpc":"2.0","id":{id},"result":true})"), m::fixtureUp, Op::up, "1"},
     {raw(R"({"jsonrpc":"2.0","id":{id},"result":99999999999})"), m::upSensorRead, Op::positions, "0;1;2147483647;0"},
-    {raw(R"({"jsonrpc":"2.0","id":{id},"result":null})"), m::fixtureInitialise, Op::initialFixture, "false"},
+    {raw(R"({"jsonrpc":"2.0","id":{id},"result":null})"), m::fixtureInitialise, Op::initial, "false"},
     {raw(R"({"jsonrpc":"2.0","id":{id},"result":-1e400})"), m::getFanSpeed, Op::getFan, "-1e400"},
-    {error(-32601, "method not found"), m::fixtureInitialise, Op::initialFixture, "false"},
+    {error(-32601, "method not found"), m::fixtureInitialise, Op::initial, "false"},
     {error(1, "sensor bus down"), m::upSensorRead, Op::positions, "0;1;0;0"},
     {error(5, "no DUT board"), m::dutSensorRead, Op::dut, none},
     {error(17, "io board busy"), m::fixtureIoSet, Op::setIO, "io board busy (code 17)"},
     {error(-1, "fan stalled"), m::setFanSpeed, Op::setFan, "false"},
     {error(0, "fan unknown"), m::getFanSpeed, Op::getFan, "(null)"},
-    {error(-32000, "controller timed out"), m::fixtureUp, Op::trayUp, none},
-    {error(2147483647, "largest code"), m::fixtureOut, Op::trayOut, none},
+    {error(-32000, "controller timed out"), m::fixtureUp, Op::up, none},
+    {error(2147483647, "largest code"), m::fixtureOut, Op::out, none},
 };
 
 // What faults in play may hand to whichever call meets them: their results, and the readings a
@@ -254,7 +229,6 @@ protected:
         return result == (expected == "{speed}" ? std::to_string(worker.speed) : expected);
     }
     // One of the operation's own results for any tray state, or what a fault in play delivers.
-    // Never a stray reply, never another call's answer.
     bool documented(Op op, const std::string& result, const std::set<std::string>& play, const Worker& worker) {
         const Operation& own = row(op);
         auto known = [&](const std::string& text) { return text == "0" || text == "1" || play.contains(text); };
@@ -357,7 +331,7 @@ TEST_F(FaultCampaign, EachFaultKindAloneGivesItsDocumentedResultAndTheSessionRec
 
     // The controller dies before an operation, or while setIO waits for its reply: from then on
     // every call fails at once.
-    for (Op killed : {Op::initialFixture, Op::trayDown, Op::trayUp, Op::setIO}) {
+    for (Op killed : {Op::initial, Op::down, Op::up, Op::setIO}) {
         std::string context = "controller dead from " + std::string(row(killed).name);
         bool duringCall = killed == Op::setIO;
         if (duringCall) script({{{"delay_ms", 250}}, m::fixtureIoSet, killed, ""});
@@ -378,8 +352,7 @@ TEST_F(FaultCampaign, EachFaultKindAloneGivesItsDocumentedResultAndTheSessionRec
 
     // Killed and started again while the tray moves, after the move's first sensor read: the fresh
     // controller knows no move, so the sensor never confirms, unless the start (OUT and UP) is the target.
-    const std::pair<Op, const char*> moves[] = {
-        {Op::trayIn, "in"}, {Op::trayDown, "down"}, {Op::trayUp, "up"}, {Op::trayOut, "out"}};
+    const std::pair<Op, const char*> moves[] = {{Op::in, "in"}, {Op::down, "down"}, {Op::up, "up"}, {Op::out, "out"}};
     for (const auto& move : moves) {
         auto results = runCycle(worker, [&](Op op) {
             if (op != move.first) return;
@@ -389,7 +362,7 @@ TEST_F(FaultCampaign, EachFaultKindAloneGivesItsDocumentedResultAndTheSessionRec
         const Operation& moved = row(move.first);
         const std::string context = "restart during " + std::string(moved.name),
                           result = results[std::size_t(move.first)];
-        bool startsThere = move.first == Op::trayUp || move.first == Op::trayOut;
+        bool startsThere = move.first == Op::up || move.first == Op::out;
         check(result == moved.documented.front() || (startsThere && result == moved.healthy), move.first, result,
               context);
         expectCycle(

@@ -86,15 +86,13 @@ TEST(HandleChurn, ThreadsChurningHandlesToSilentRefusingStoppedAndRestartedContr
         ADD_FAILURE() << error.what();
     }
     // A thread stuck in ZeroMQ can never be joined: the process ends rather than hang the suite.
-    while (std::any_of(std::begin(targets), std::end(targets), [](auto& target) { return target.running > 0; })) {
-        if (Clock::now() < end + stuckAfter) {
-            std::this_thread::sleep_for(100ms);
-            continue;
-        }
+    auto churning = [&](const Target& target) { return target.running > 0; };
+    while (std::any_of(std::begin(targets), std::end(targets), churning) && Clock::now() < end + stuckAfter)
+        std::this_thread::sleep_for(100ms);
+    if (std::any_of(std::begin(targets), std::end(targets), churning)) {
         for (const auto& target : targets)
-            if (target.running > 0)
-                std::fprintf(stderr, "[handle churn] wedged: %d threads churning handles to the %s controller\n",
-                             target.running.load(), target.name);
+            std::fprintf(stderr, "[handle churn] wedged: %d threads churning handles to the %s controller\n",
+                         target.running.load(), target.name);
         std::_Exit(EXIT_FAILURE);
     }
     for (auto& thread : threads) thread.join();
