@@ -63,7 +63,6 @@ class TecSampling : public ::testing::Test {
 protected:
     TecSampling() {
         session->fixtureControlClient(board);
-        session->tecTempStableFlag(Value::array({"YES", "YES"}));
         session->tecTempTimes(Value::array({0, 0}));
         session->tecRecordItemNameArray(Value::array({"NOT SET", "step"}));
     }
