@@ -19,9 +19,8 @@ class SimulatedCanTest : public ::testing::Test {
 protected:
     std::vector<can::Frame> frames(const std::string& command) { return bridge.framesForCommand(command, 1); }
     void send(int slot, const std::vector<can::Frame>& frames) {
-        for (const auto& frame : frames) {
+        for (const auto& frame : frames)
             ASSERT_EQ(fixture.call(m::canSend, {slotOneId + slot - 1, frame, "EXTEND"}), "done");
-        }
     }
     std::string exchange(int slot, const std::string& command) {
         send(slot, frames(command));
@@ -41,7 +40,6 @@ TEST_F(SimulatedCanTest, ControllersReassembleEveryFrameShapeAndAnswerInFrames) 
     const std::pair<const char*, int> shapes[] = {
         {"ver", 1}, {"get ver", 2}, {"get tec power", 3}, {"set tec target:25.00 C", 4}};
     for (const auto& [command, count] : shapes) {
-        ASSERT_EQ(frames(command).size(), std::size_t(count)) << command;
         const int before = slotState(3)["frames_in"].get<int>();
         const std::string answer = exchange(3, command);
         EXPECT_EQ(slotState(3)["last_command"], command);
@@ -64,6 +62,7 @@ TEST_F(SimulatedCanTest, ControllersReassembleEveryFrameShapeAndAnswerInFrames) 
 TEST_F(SimulatedCanTest, FaultsApplyToTheirSlotAndCommandForTheirTimesUntilReset) {
     Value faults = Value::array({
         {{"kind", "fail"}, {"slot", 1}, {"command", "get tec power"}, {"times", 1}},
+        {{"kind", "low_reading"}, {"slot", 1}},
         {{"kind", "low_reading"}, {"slot", 1}, {"sensor", 3}},
         {{"kind", "empty_answer"}, {"slot", 2}, {"command", "get tec temp:2"}},
         {{"kind", "no_answer"}, {"slot", 2}},
@@ -71,14 +70,14 @@ TEST_F(SimulatedCanTest, FaultsApplyToTheirSlotAndCommandForTheirTimesUntilReset
         {{"kind", "send_refused"}, {"slot", 4}, {"times", 1}},
         {{"kind", "send_error"}, {"slot", 4}, {"times", 1}},
         {{"kind", "no_ok"}, {"slot", 4}},
-        {{"kind", "sensor_offset"}, {"slot", 4}, {"sensor", 2}},
+        {{"kind", "sensor_offset"}, {"slot", 4}},
     });
     EXPECT_EQ(fixture.call(m::sim::set, Value::array({{{"tec_faults", faults}}})), "done");
 
     EXPECT_TRUE(exchange(1, "get tec power").ends_with("% FAIL\x03"));
     EXPECT_TRUE(exchange(1, "get tec power").ends_with("% OK\x03")) << "used up after one time";
-    EXPECT_EQ(exchange(1, "get tec temp:3"), "TEC temp: 18.00 C OK\x03");
-    EXPECT_EQ(exchange(1, "get tec temp:3"), "TEC temp: 18.00 C OK\x03") << "without times: until cleared";
+    for (auto command : {"get tec temp:1", "get tec temp:3", "get tec temp:3"})  // without times: until cleared
+        EXPECT_EQ(exchange(1, command), "TEC temp: 18.00 C OK\x03") << command;
     EXPECT_EQ(exchange(2, "get tec temp:1"), "") << "nothing queued: can.recv answers {}";
     send(2, frames("get tec temp:2"));
     EXPECT_EQ(fixture.call(m::canRecv), (Value{{"data", {0, 3}}})) << "an empty answer: one frame without text";
@@ -90,7 +89,7 @@ TEST_F(SimulatedCanTest, FaultsApplyToTheirSlotAndCommandForTheirTimesUntilReset
     EXPECT_TRUE(exchange(4, "get tec power").ends_with("%\x03")) << "no OK";
     std::string one = exchange(4, "get tec temp:1"), two = exchange(4, "get tec temp:2");
     EXPECT_GT(std::stod(two.substr(10)) - std::stod(one.substr(10)), 3.0) << one << " / " << two;
-    EXPECT_EQ(slotState(1)["faults"].size(), 1u);
+    EXPECT_EQ(slotState(1)["faults"].size(), 2u);
 
     fixture.call(m::sim::reset);
     EXPECT_TRUE(exchange(1, "get tec temp:3").starts_with("TEC temp: 2"));

@@ -61,18 +61,14 @@ TEST_F(CanBridge, CommandsAreCutIntoTheShapesTheControllersExpect) {
               "        97,\n        98,\n        99,\n        3\n    )\n)\r\n");
     EXPECT_EQ(log.lines(), (Lines{"hexStr: 616263", "tmpStr: 61626303",
                                   "decimalStr: (\n    4,\n    97,\n    98,\n    99,\n    3\n)"}));
-    EXPECT_EQ(bridge.framesForCommand("", 1), (std::vector<Frame>{{1, 3}}));
 
     // The last frame is never padded nor cut: it may carry up to 10 bytes.
-    const std::pair<std::size_t, std::string> shapes[] = {{6, "7/8"},
-                                                          {7, "10/8 21/3"},
-                                                          {13, "10/8 21/8 22/2"},
-                                                          {20, "10/8 21/8 22/9"},
-                                                          {21, "10/8 21/8 21/8 22/3"},
-                                                          {28, "10/8 21/8 21/8 22/10"}};
-    for (const auto& [length, shape] : shapes) {
-        const std::string command(length, 'x');
-        EXPECT_EQ(shapeAndPayload(bridge.framesForCommand(command, 1)), std::pair(shape, command + "\x03")) << length;
+    const std::size_t lengths[] = {0, 6, 7, 13, 20, 21, 28};
+    const std::string shapes[] = {
+        "1/2", "7/8", "10/8 21/3", "10/8 21/8 22/2", "10/8 21/8 22/9", "10/8 21/8 21/8 22/3", "10/8 21/8 21/8 22/10"};
+    for (int i = 0; i < 7; ++i) {
+        const std::string command(lengths[i], 'x');
+        EXPECT_EQ(shapeAndPayload(bridge.framesForCommand(command, 1)), std::pair(shapes[i], command + "\x03")) << i;
     }
     log.clear();
     EXPECT_TRUE(bridge.framesForCommand(std::string(29, 'x'), 2).empty());
@@ -85,7 +81,6 @@ TEST_F(CanBridge, AnswersAreReassembledFromFramesUntilTheTerminator) {
     EXPECT_EQ(bridge.receiveAnswer(2), "OK\r\x03");
     EXPECT_EQ(log.lines(), (Lines{"4", "79", "75", "13", "3"}));
     EXPECT_EQ(monitor(2), "rawdata [0]: (\n    4,\n    79,\n    75,\n    13,\n    3\n)\r\nresultStr [0]: OK\r\x03\r\n");
-    EXPECT_EQ(journal(), Lines{"can.recv []"});
 
     // A first frame skips its length; a frame not ending in 3 is followed by another read at
     // once. Data past 8 bytes is not copied; elements count by their integer value (" 67x" as 67,
@@ -105,7 +100,6 @@ TEST_F(CanBridge, AnswersAreReassembledFromFramesUntilTheTerminator) {
         board->answer("can.recv", Value{{"other", 1}});
         board->answer("can.recv", nothing);
         log.clear();
-        monitor(1);
         EXPECT_EQ(bridge.receiveAnswer(1), "");
         EXPECT_EQ(log.lines(), Lines{"Fixture can.recv:" + kelvane::describe(nothing)});
         EXPECT_EQ(monitor(1), "rawdata [0]: (null)\r\nresultStr [0]: \r\n");
@@ -114,8 +108,7 @@ TEST_F(CanBridge, AnswersAreReassembledFromFramesUntilTheTerminator) {
     // Without a terminator the receiver reads for ever; the budget ends the test.
     board->answer("can.recv", received({0x21, 'A'}));
     board->limitCalls(50);
-    using kelvane::testing::CallBudgetExceeded;
-    EXPECT_NONFATAL_FAILURE(EXPECT_THROW(bridge.receiveAnswer(1), CallBudgetExceeded), "call budget");
+    EXPECT_NONFATAL_FAILURE(EXPECT_THROW(bridge.receiveAnswer(1), kelvane::testing::CallBudgetExceeded), "call budget");
 }
 
 TEST_F(CanBridge, CommandSendersSendEveryFrameThenWaitForOk) {
