@@ -22,15 +22,6 @@ using ::testing::Not;
 
 std::string text(const char* result) { return result ? result : "(NULL)"; }
 
-// Answers the connection probe, then fails every other call by throwing.
-class ThrowingClient final : public RpcClient {
-public:
-    Value call(const std::string& method, const Value&, const Value&, RpcErrorSlot) override {
-        if (method == "server.mode") return "normal";
-        throw std::runtime_error("transport broke");
-    }
-};
-
 struct Device {
     explicit Device(Platform platform)
         : handle(handleOf(std::make_shared<Kelvane>("127.0.0.1", std::move(platform)))) {}
@@ -98,9 +89,11 @@ TEST(CApiWrapperTest, NullDestroyedAndUnknownHandlesAndThrowingOperationsGiveThe
     KelvaneHandle destroyed = handleOf(std::make_shared<Kelvane>("127.0.0.1", fixture.platform()));
     destroyKelvaneDev(destroyed);
     KelvaneHandle unknown = reinterpret_cast<KelvaneHandle>(&fixture);
-    Platform platform = fixture.platform();
-    platform.connect = [](const std::string&, std::uint32_t) { return std::make_shared<ThrowingClient>(); };
-    Device throwing(platform);
+    SessionFixture throwingController;  // answers the connection probe, then throws at every call
+    throwingController.controller->onCall([](const RecordedCall& call) {
+        if (call.method != "server.mode") throw std::runtime_error("transport broke");
+    });
+    Device throwing(throwingController.platform());
     ASSERT_EQ(getConnectFlag(throwing.handle), 1);
 
     for (const auto& [name, call] : exports) {
