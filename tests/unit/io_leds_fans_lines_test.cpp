@@ -7,8 +7,6 @@ using kelvane::Value;
 using kelvane::testing::SessionFixture;
 using ::testing::ElementsAre;
 
-// LEDs send their targets and the mode upper-cased while the log keeps the caller's mode; a fan
-// setting succeeds on any "done" and a reading returns the reply's text.
 TEST(IoLedsAndFans, LedModesAreUpperCasedFanSetsNeedDoneAndFanReadsReturnTheReplyText) {
     SessionFixture fixture;
     auto session = fixture.connect();
