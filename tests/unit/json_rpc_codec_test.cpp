@@ -43,7 +43,8 @@ TEST(JsonRpcReply, ResultNullResultAndErrorsOfAnyShapeAreToldApart) {
           // Codes beyond 32 bits are clamped, never wrapped to another code.
           Case{R"({"id":1,"error":{"code":4294967297}})", 2147483647, ""},
           Case{R"({"id":1,"error":{"code":18446744073709551615}})", 2147483647, ""},
-          Case{R"({"id":1,"error":{"code":-4294967297}})", -2147483648, ""}}) {
+          Case{R"({"id":1,"error":{"code":-4294967297}})", -2147483648, ""},
+          Case{R"({"jsonrpc":"2.0","id":2,"error":{"code":1e999,"message":"hot"}})", 0, "hot"}}) {
         auto reply = decodeReply(text);
         ASSERT_TRUE(reply && reply->error) << text;
         EXPECT_EQ(std::tuple(reply->error->code, reply->error->message, reply->result),
@@ -79,9 +80,6 @@ TEST(JsonRpcReply, NumbersBeyondDoubleRangeReadAsTheirLiteralTextAndTheRestOfThe
         ASSERT_TRUE(reply) << text;
         EXPECT_EQ(reply->result, result) << text;
     }
-    auto error = decodeReply(R"({"jsonrpc":"2.0","id":2,"error":{"code":1e999,"message":"hot"}})");
-    ASSERT_TRUE(error && error->error);
-    EXPECT_EQ(error->error->text(), "hot (code 0)");
 }
 
 TEST(JsonRpcReply, DeeplyNestedFrameIsRefusedWithoutExhaustingTheStack) {

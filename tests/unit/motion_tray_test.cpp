@@ -124,12 +124,9 @@ TEST(TrayMotion, ClosingTheSessionEndsThePollAtItsNextStep) {
 // Each refusal reads only what it needs; sensors must answer the number 1, not the text "1".
 // The last log line is the returned text with "\r", except for the DUT refusal.
 TEST(TrayMotion, PreconditionsRefuseWithTheirTextAfterReadingOnlyWhatTheyNeed) {
-    struct Case {
-        Value (FixtureControl::*start)();
-        std::map<std::string, Value> answers;
-        std::string result;
-        std::vector<std::string> reads;
-    };
+    // The move, the sensors' answers, the refusal and the reads made.
+    using Case =
+        std::tuple<Value (FixtureControl::*)(), std::map<std::string, Value>, std::string, std::vector<std::string>>;
     const std::string in = "vantrel.in_sensor_read", up = "vantrel.up_sensor_read", down = "vantrel.down_sensor_read",
                       out = "vantrel.out_sensor_read", dut = "vantrel.dut_sensor_read",
                       dutWrong = "Can not down,Because DUT state is not right!", inFirst = "Please IN first!",
@@ -147,14 +144,14 @@ TEST(TrayMotion, PreconditionsRefuseWithTheirTextAfterReadingOnlyWhatTheyNeed) {
         {&FixtureControl::trayOut, {{out, 1}, {down, 1}}, isOut, {out, down}},
         {&FixtureControl::trayOut, {{down, 1}}, upFirst, {out, down}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.result + " after " + c.reads.back());
+    for (const auto& [start, answers, result, reads] : cases) {
+        SCOPED_TRACE(result + " after " + reads.back());
         SessionFixture fixture;
         auto session = fixture.connect();
-        for (const auto& [method, answer] : c.answers) fixture.controller->answer(method, answer);
-        EXPECT_EQ(((*session).*c.start)(), c.result);
-        EXPECT_EQ(fixture.controller->requests(), c.reads);
-        EXPECT_EQ(fixture.log->lines().back(), c.result == dutWrong ? "DUT state is not right!" : c.result + "\r");
+        for (const auto& [method, answer] : answers) fixture.controller->answer(method, answer);
+        EXPECT_EQ(((*session).*start)(), result);
+        EXPECT_EQ(fixture.controller->requests(), reads);
+        EXPECT_EQ(fixture.log->lines().back(), result == dutWrong ? "DUT state is not right!" : result + "\r");
     }
     SessionFixture fixture;  // the state read is logged as it came
     fixture.controller->answer(in, "1");
