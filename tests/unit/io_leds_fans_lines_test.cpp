@@ -32,20 +32,17 @@ TEST(IoLedsAndFans, LedModesAreUpperCasedFanSetsNeedDoneAndFanReadsReturnTheRepl
 }
 
 TEST(IoLines, SetIoSendsOneListOfOnePairAndTellsDoneErrorAndFailApart) {
-    struct Case {
-        kelvane::testing::ScriptedAnswer answer;
-        Value result;
-    };
+    using Case = std::pair<kelvane::testing::ScriptedAnswer, Value>;  // the controller's answer, the result
     const kelvane::RpcError busy{-32001, "controller busy"};
-    for (const auto& c :
+    for (const auto& [answer, result] :
          {Case{{"io done", {}}, "io done"}, Case{{"not done", busy}, "not done"}, Case{{"FAIL", {}}, "Fail"},
           Case{{nullptr, {}}, "Fail"}, Case{{"FAIL", busy}, busy.text()}, Case{{nullptr, busy}, busy.text()}}) {
         SessionFixture fixture;
         auto session = fixture.connect();
-        fixture.controller->answer("vantrel.fixture_io_set", c.answer);
-        EXPECT_EQ(session->setIO(10, 1), c.result);
+        fixture.controller->answer("vantrel.fixture_io_set", answer);
+        EXPECT_EQ(session->setIO(10, 1), result);
         EXPECT_THAT(fixture.controller->requests(),
                     ElementsAre(R"(vantrel.fixture_io_set [[[10,1]]] {"timeout_ms":20000})"));
-        EXPECT_EQ(fixture.log->lines().back(), c.result == busy.text() ? busy.text() : "Fixture setIO.");
+        EXPECT_EQ(fixture.log->lines().back(), result == busy.text() ? busy.text() : "Fixture setIO.");
     }
 }

@@ -35,10 +35,7 @@ TEST(Session, NoAnswerToServerModeOrAPortOutsideOneTo65535GivesNoSession) {
         fixture.controller->fail("server.mode", {-32100, "server.mode timed out after 3000 ms"});
         auto platform = fixture.platform();
         bool clientMade = false;
-        platform.connect = [&](const std::string&, std::uint32_t) {
-            clientMade = true;
-            return fixture.controller;
-        };
+        platform.connect = [&](const std::string&, std::uint32_t) { return clientMade = true, fixture.controller; };
         Value topology = SessionFixture::topology();
         topology["FixtureIP"]["port"] = port;
 
