@@ -18,10 +18,10 @@ protected:
         units.qorClientDic["Unit" + std::to_string(slot)] = scanner;
         return scanner;
     }
-    static void answerHealthy(FakeRpcClient& scanner, const std::string& cameraId) {
-        scanner.answer("barcode.read_reverse_item", Value(cameraId));
-        scanner.answer("barcode.read_config", Value(1));
-        scanner.answer("barcode.read_config", Value("SG12345"));
+    static void answerCheck(FakeRpcClient& scanner, Value cameraId, Value checkSN = 1, Value serial = "SG12345") {
+        scanner.answer("barcode.read_reverse_item", cameraId);
+        scanner.answer("barcode.read_config", checkSN);
+        scanner.answer("barcode.read_config", serial);
     }
 
     kelvane::CapturingLog log;
@@ -31,8 +31,8 @@ protected:
 TEST_F(Barcode, SecurityCheckStopsAtTheFirstCameraWithTheWrongSlot) {
     units.slotNumber = 3;
     auto first = addScanner(1), second = addScanner(2), third = addScanner(3);
-    answerHealthy(*first, "slot1");
-    answerHealthy(*second, "slot1");
+    answerCheck(*first, "slot1");
+    answerCheck(*second, "slot1");
 
     EXPECT_FALSE(units.barcodeSecurityCheck());
     EXPECT_THAT(log.lines(), ElementsAre("***Barcode Security Check***", "Unit1 get cameraID:slot1",
@@ -44,24 +44,16 @@ TEST_F(Barcode, SecurityCheckStopsAtTheFirstCameraWithTheWrongSlot) {
 }
 
 TEST_F(Barcode, SecurityCheckTestsIdentityBySubstringConfigByIntegerAndSerialForSG) {
-    struct Case {
-        Value cameraId, checkSN, serial;
-        const char* failLine;  // null: the check passes
-    };
+    using Case = std::tuple<Value, Value, Value, std::string>;  // camera ID, CheckSN, SN, failure line ("": passes)
     units.slotNumber = 1;
-    for (const Case& c : {Case{"slot10", "1", "SG1", nullptr},
-                          Case{"slot1", "0", "SG1", "--FAIL--Slot1 check SN config is not enable: 0!"},
-                          Case{"slot1", 1, "sg99", "--FAIL--Slot1 read camera SN fail: sg99!"},
-                          Case{nullptr, 1, "SG1", "--FAIL--Slot1 Camera ID is not right: (null)!"}}) {
-        auto scanner = addScanner(1);
-        scanner->answer("barcode.read_reverse_item", c.cameraId);
-        scanner->answer("barcode.read_config", c.checkSN);
-        scanner->answer("barcode.read_config", c.serial);
+    for (const auto& [cameraId, checkSN, serial, failLine] :
+         {Case{"slot10", "1", "SG1", ""}, Case{"slot1", "0", "SG1", "--FAIL--Slot1 check SN config is not enable: 0!"},
+          Case{"slot1", 1, "sg99", "--FAIL--Slot1 read camera SN fail: sg99!"},
+          Case{nullptr, 1, "SG1", "--FAIL--Slot1 Camera ID is not right: (null)!"}}) {
+        answerCheck(*addScanner(1), cameraId, checkSN, serial);
         log.clear();
-        EXPECT_EQ(units.barcodeSecurityCheck(), c.failLine == nullptr) << c.cameraId;
-        if (c.failLine) {
-            EXPECT_EQ(log.lines().back(), c.failLine);
-        }
+        EXPECT_EQ(units.barcodeSecurityCheck(), failLine.empty()) << cameraId;
+        EXPECT_EQ(failLine.empty() ? "" : log.lines().back(), failLine);
     }
 }
 

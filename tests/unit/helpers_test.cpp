@@ -68,19 +68,8 @@ TEST(Value, PrintsRepliesTheWayLogLinesShowThem) {
     // Collections in the property-list layout (nested ones: the CAN and session tests), where
     // only ASCII words stay bare and keys follow their UTF-16 units (U+1F600 before U+FF5E).
     EXPECT_EQ(kelvane::describe(Value::parse("[[], {}]")), "(\n        (\n    ),\n        {\n    }\n)");
-    const Value words = {-1,
-                         2.5,
-                         nullptr,
-                         "Slot1_TecTempThread",
-                         7805,
-                         false,
-                         "NO",
-                         "",
-                         "127.0.0.20",
-                         "a\\b\"",
-                         "\a\b\t\n\v\f",
-                         std::string("x\0y\r\x01", 5),
-                         "\u00e9\U0001F600"};
+    const Value words = Value::parse(R"([-1, 2.5, null, "Slot1_TecTempThread", 7805, false, "NO", "", "127.0.0.20",
+        "a\\b\"", "\u0007\b\t\n\u000b\f", "x\u0000y\r\u0001", "\u00e9\ud83d\ude00"])");
     EXPECT_EQ(
         kelvane::describe(words),
         "(\n    \"-1\",\n    \"2.5\",\n    \"<null>\",\n    \"Slot1_TecTempThread\",\n    7805,\n    0,\n    NO,\n"

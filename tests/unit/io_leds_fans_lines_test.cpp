@@ -7,8 +7,6 @@ using kelvane::Value;
 using kelvane::testing::SessionFixture;
 using ::testing::ElementsAre;
 
-// LEDs send their targets and the mode upper-cased while the log keeps the caller's mode; a fan
-// setting succeeds on any "done" and a reading returns the reply's text.
 TEST(IoLedsAndFans, LedModesAreUpperCasedFanSetsNeedDoneAndFanReadsReturnTheReplyText) {
     SessionFixture fixture;
     auto session = fixture.connect();
@@ -21,7 +19,6 @@ TEST(IoLedsAndFans, LedModesAreUpperCasedFanSetsNeedDoneAndFanReadsReturnTheRepl
         fixture.controller->answer("vantrel.set_fan_speed", reply);
         EXPECT_EQ(session->setFanSpeed(1, 3000), expected) << reply.dump();
     }
-    EXPECT_EQ(session->getFanSpeed(2), "(null)");
     fixture.controller->answer("vantrel.get_fan_speed", 2500);
     EXPECT_EQ(session->getFanSpeed(2), "2500");
     const auto requests = fixture.controller->requests();
@@ -30,25 +27,22 @@ TEST(IoLedsAndFans, LedModesAreUpperCasedFanSetsNeedDoneAndFanReadsReturnTheRepl
                                         R"(vantrel.led_blink_control ["UUT3","GREEN"])",
                                         R"(vantrel.led_control ["STATUS","RED"])", "vantrel.set_fan_speed [1,3000]"}));
     EXPECT_EQ(requests.back(), "vantrel.get_fan_speed [2]");
-    EXPECT_THAT(fixture.log->lines(), ElementsAre("slot2 LED: blue", "slot3 LedBlink: Green", "STATUS LED: red",
-                                                  "detFan2 to Speed", "detFan2 to Speed"));
+    EXPECT_THAT(fixture.log->lines(),
+                ElementsAre("slot2 LED: blue", "slot3 LedBlink: Green", "STATUS LED: red", "detFan2 to Speed"));
 }
 
 TEST(IoLines, SetIoSendsOneListOfOnePairAndTellsDoneErrorAndFailApart) {
-    struct Case {
-        kelvane::testing::ScriptedAnswer answer;
-        Value result;
-    };
+    using Case = std::pair<kelvane::testing::ScriptedAnswer, Value>;  // the controller's answer, the result
     const kelvane::RpcError busy{-32001, "controller busy"};
-    for (const auto& c :
+    for (const auto& [answer, result] :
          {Case{{"io done", {}}, "io done"}, Case{{"not done", busy}, "not done"}, Case{{"FAIL", {}}, "Fail"},
           Case{{nullptr, {}}, "Fail"}, Case{{"FAIL", busy}, busy.text()}, Case{{nullptr, busy}, busy.text()}}) {
         SessionFixture fixture;
         auto session = fixture.connect();
-        fixture.controller->answer("vantrel.fixture_io_set", c.answer);
-        EXPECT_EQ(session->setIO(10, 1), c.result);
+        fixture.controller->answer("vantrel.fixture_io_set", answer);
+        EXPECT_EQ(session->setIO(10, 1), result);
         EXPECT_THAT(fixture.controller->requests(),
                     ElementsAre(R"(vantrel.fixture_io_set [[[10,1]]] {"timeout_ms":20000})"));
-        EXPECT_EQ(fixture.log->lines().back(), c.result == busy.text() ? busy.text() : "Fixture setIO.");
+        EXPECT_EQ(fixture.log->lines().back(), result == busy.text() ? busy.text() : "Fixture setIO.");
     }
 }

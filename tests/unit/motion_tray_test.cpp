@@ -22,49 +22,28 @@ struct Move {
     std::string successLog, successResult, timeoutResult;
 };
 
-const std::string fullWidthBang = "\xEF\xBC\x81";
+const std::string bang = "\xEF\xBC\x81";  // full width
+
+Move row(Value (FixtureControl::*start)(), std::vector<std::pair<std::string, Value>> ready,
+         std::vector<std::string> log, std::string moveMethod, std::string ack, std::string sensor, double deadline,
+         std::string successLog, std::string successResult, std::string timeoutResult) {
+    return {start, ready, log, moveMethod, ack, sensor, deadline, successLog, successResult, timeoutResult};
+}
 
 const std::vector<Move> moves = {
-    {&FixtureControl::trayUp,
-     {},
-     {"Fixture UP."},
-     "vantrel.fixture_up",
-     "up_done",
-     "vantrel.up_sensor_read",
-     5.0,
-     "UP OK\r",
-     "UP OK",
-     "Fixture up action is executed,but up sensor is not OK" + fullWidthBang},
-    {&FixtureControl::trayDown,
-     {{"vantrel.in_sensor_read", 1}, {"vantrel.dut_sensor_read", "dut_sensor_on"}},
-     {"Fixture Down.", "Current state: 1\r", "DOWN", "checkDUTSensor state is dut_sensor_on\n"},
-     "vantrel.fixture_down",
-     "down_done",
-     "vantrel.down_sensor_read",
-     5.0,
-     "DOWN OK.\r",
-     "DOWN OK",
-     "Fixture down action is executed,but down sensor is not OK" + fullWidthBang},
-    {&FixtureControl::trayIn,
-     {{"vantrel.up_sensor_read", 1}, {"vantrel.in_sensor_read", 0}, {"vantrel.down_sensor_read", Value()}},
-     {"Fixture IN.", "Current state: 1\r"},  // the UP reading
-     "vantrel.fixture_in",
-     "in_done",
-     "vantrel.in_sensor_read",
-     15.0,
-     "IN OK.\r",
-     "IN OK",
-     "Fixture in action is executed,but down sensor is not OK" + fullWidthBang},
-    {&FixtureControl::trayOut,
-     {{"vantrel.out_sensor_read", 0}, {"vantrel.down_sensor_read", Value()}},
-     {"Fixture OUT."},
-     "vantrel.fixture_out",
-     "out_done",
-     "vantrel.out_sensor_read",
-     15.0,
-     "OUT OK.\r",
-     "OUT OK",
-     "Fixture out action is executed,but out sensor is not OK" + fullWidthBang},
+    row(&FixtureControl::trayUp, {}, {"Fixture UP."}, "vantrel.fixture_up", "up_done", "vantrel.up_sensor_read", 5.0,
+        "UP OK\r", "UP OK", "Fixture up action is executed,but up sensor is not OK" + bang),
+    row(&FixtureControl::trayDown, {{"vantrel.in_sensor_read", 1}, {"vantrel.dut_sensor_read", "dut_sensor_on"}},
+        {"Fixture Down.", "Current state: 1\r", "DOWN", "checkDUTSensor state is dut_sensor_on\n"},
+        "vantrel.fixture_down", "down_done", "vantrel.down_sensor_read", 5.0, "DOWN OK.\r", "DOWN OK",
+        "Fixture down action is executed,but down sensor is not OK" + bang),
+    row(&FixtureControl::trayIn,
+        {{"vantrel.up_sensor_read", 1}, {"vantrel.in_sensor_read", 0}, {"vantrel.down_sensor_read", Value()}},
+        {"Fixture IN.", "Current state: 1\r"}, "vantrel.fixture_in", "in_done", "vantrel.in_sensor_read", 15.0,
+        "IN OK.\r", "IN OK", "Fixture in action is executed,but down sensor is not OK" + bang),
+    row(&FixtureControl::trayOut, {{"vantrel.out_sensor_read", 0}, {"vantrel.down_sensor_read", Value()}},
+        {"Fixture OUT."}, "vantrel.fixture_out", "out_done", "vantrel.out_sensor_read", 15.0, "OUT OK.\r", "OUT OK",
+        "Fixture out action is executed,but out sensor is not OK" + bang),
 };
 
 // A connected session whose controller lets `move` start and acknowledges it with `moveReply`;
@@ -145,12 +124,9 @@ TEST(TrayMotion, ClosingTheSessionEndsThePollAtItsNextStep) {
 // Each refusal reads only what it needs; sensors must answer the number 1, not the text "1".
 // The last log line is the returned text with "\r", except for the DUT refusal.
 TEST(TrayMotion, PreconditionsRefuseWithTheirTextAfterReadingOnlyWhatTheyNeed) {
-    struct Case {
-        Value (FixtureControl::*start)();
-        std::map<std::string, Value> answers;
-        std::string result;
-        std::vector<std::string> reads;
-    };
+    // The move, the sensors' answers, the refusal and the reads made.
+    using Case =
+        std::tuple<Value (FixtureControl::*)(), std::map<std::string, Value>, std::string, std::vector<std::string>>;
     const std::string in = "vantrel.in_sensor_read", up = "vantrel.up_sensor_read", down = "vantrel.down_sensor_read",
                       out = "vantrel.out_sensor_read", dut = "vantrel.dut_sensor_read",
                       dutWrong = "Can not down,Because DUT state is not right!", inFirst = "Please IN first!",
@@ -168,14 +144,14 @@ TEST(TrayMotion, PreconditionsRefuseWithTheirTextAfterReadingOnlyWhatTheyNeed) {
         {&FixtureControl::trayOut, {{out, 1}, {down, 1}}, isOut, {out, down}},
         {&FixtureControl::trayOut, {{down, 1}}, upFirst, {out, down}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.result + " after " + c.reads.back());
+    for (const auto& [start, answers, result, reads] : cases) {
+        SCOPED_TRACE(result + " after " + reads.back());
         SessionFixture fixture;
         auto session = fixture.connect();
-        for (const auto& [method, answer] : c.answers) fixture.controller->answer(method, answer);
-        EXPECT_EQ(((*session).*c.start)(), c.result);
-        EXPECT_EQ(fixture.controller->requests(), c.reads);
-        EXPECT_EQ(fixture.log->lines().back(), c.result == dutWrong ? "DUT state is not right!" : c.result + "\r");
+        for (const auto& [method, answer] : answers) fixture.controller->answer(method, answer);
+        EXPECT_EQ(((*session).*start)(), result);
+        EXPECT_EQ(fixture.controller->requests(), reads);
+        EXPECT_EQ(fixture.log->lines().back(), result == dutWrong ? "DUT state is not right!" : result + "\r");
     }
     SessionFixture fixture;  // the state read is logged as it came
     fixture.controller->answer(in, "1");

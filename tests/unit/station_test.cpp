@@ -34,15 +34,11 @@ TEST_F(Station, InfoGivesTextsAndNumbersAndEmptyTextForEverythingElse) {
 
     writeStationFile(R"({"station": {"id": "ZT-7", "line": 12, "gain": 1.5, "list": [1],
                         "nothing": null, "flag": true}, "flat": 3})");
-    for (const auto& [section, key, text] : {std::tuple{"station", "id", "ZT-7"},
-                                             {"station", "line", "12"},
-                                             {"station", "gain", "1.5"},
-                                             {"station", "flag", "1"},
-                                             {"station", "list", ""},
-                                             {"station", "nothing", ""},
-                                             {"station", "missing", ""},
-                                             {"missing", "id", ""},
-                                             {"flat", "id", ""}}) {
+    using Row = std::tuple<const char*, const char*, const char*>;  // section, key, text
+    for (const auto& [section, key, text] :
+         {Row{"station", "id", "ZT-7"}, Row{"station", "line", "12"}, Row{"station", "gain", "1.5"},
+          Row{"station", "flag", "1"}, Row{"station", "list", ""}, Row{"station", "nothing", ""},
+          Row{"station", "missing", ""}, Row{"missing", "id", ""}, Row{"flat", "id", ""}}) {
         EXPECT_EQ(session->GetZtJsonInfo(section, key), text) << section << "." << key;
     }
 

@@ -63,8 +63,8 @@ TEST(TraceWriter, TracedCallsCarryTheCallBothClocksAndTheOutcomeTheClientDecided
     EXPECT_EQ(lines[0], Value::parse(R"({"time":"2023-11-14T22:13:20.250Z","t":0.0,
         "endpoint":"tcp://127.0.0.1:7805","id":1,"method":"vantrel.fixture_in","params":[],
         "kwargs":{"timeout_ms":20000},"outcome":"result","result":"in_done","ms":12.0})"));
-    EXPECT_EQ(lines[1]["time"], "2023-11-14T21:13:21.762Z");
     EXPECT_DOUBLE_EQ(lines[1]["t"].get<double>(), 1.512);
+    EXPECT_EQ(lines[1]["time"], "2023-11-14T21:13:21.762Z");
     EXPECT_EQ(lines[1]["error"], (Value{{"code", rpc::timeoutError}, {"message", "bus error"}}));
     EXPECT_FALSE(lines[1].contains("result"));
     for (int i = 0; i < 4; ++i) EXPECT_EQ(lines[i + 1]["outcome"], failures[i].second);
@@ -103,10 +103,9 @@ TEST(TraceWriter, EightThreadsWriteWholeLinesAndTheFileRotatesOnceAtItsLimit) {
     std::filesystem::remove(path);
     constexpr std::uint64_t limit = 16 * 1024;
     writeFromThreads(limit);
-    auto older = path;
-    older += ".1";
+    const auto older = path.string() + ".1";
     ASSERT_TRUE(std::filesystem::exists(older));
-    for (const auto& file : {path, older}) {
+    for (const auto& file : {path.string(), older}) {
         EXPECT_LE(std::filesystem::file_size(file), limit);
         EXPECT_FALSE(traceLines(file).empty());
     }
@@ -135,8 +134,7 @@ TEST(TraceWriter, AnUnwritableTraceLeavesCallsAloneAndIsTriedAgain) {
     client->rpc("server.mode", Value::array({"again"}), nullptr);
     auto lines = traceLines(path);
     ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0]["params"], Value::array({"again"}));
-    EXPECT_EQ(lines[0]["outcome"], "not_reachable");
+    EXPECT_EQ(Value::array({lines[0]["params"], lines[0]["outcome"], lines[0]["endpoint"]}),
+              Value::parse(R"([["again"], "not_reachable", "tcp://127.0.0.1:1"])"));
     EXPECT_THAT(lines[0]["error"]["message"].get<std::string>(), HasSubstr("127.0.0.1:1"));
-    EXPECT_EQ(lines[0]["endpoint"], "tcp://127.0.0.1:1");
 }
