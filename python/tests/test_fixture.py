@@ -1,13 +1,18 @@
 """kelvane.Fixture and the module's helpers over the built library: a whole fixture cycle against
-kelvane-sim, and what needs no controller (the export list, the text helpers, an unreachable
-controller, finding the library, reading a TEC line)."""
+kelvane-sim, a controller written with pyzmq from docs/protocol.md alone, and what needs no
+controller (the export list, the text helpers, an unreachable controller, finding the library,
+reading a TEC line)."""
+import contextlib
 import ctypes.util
+import json
 import re
 import subprocess
 import sys
+import threading
 from pathlib import Path
 
 import pytest
+import zmq
 
 import kelvane
 from conftest import built
@@ -95,3 +100,52 @@ def test_a_station_opens_every_fixture_of_a_range_and_closes_them_together(stati
         kelvane.open_station("127.0.2.1-3", station.port, log="off")
     with pytest.raises(ValueError, match="127.0.1.1-48"):
         kelvane.station_addresses(["127.0.2.1", "127.0.2.3-1"])
+
+
+@contextlib.contextmanager
+def controller(*replies):
+    """A pyzmq REP controller on a free loopback port, served on a thread, answering with the reply
+    bodies ({"result": ...} or {"error": {...}}) in turn, None falling silent for good; its port
+    and the requests it took, with their frame counts."""
+    context = zmq.Context()  # terminated at the end, which frees the port at once
+    socket = context.socket(zmq.REP)
+    socket.linger, requests, stop = 0, [], threading.Event()
+
+    def serve():
+        for reply in replies:
+            while not socket.poll(50):
+                if stop.is_set():
+                    return
+            frames = socket.recv_multipart()
+            requests.append((len(frames), json.loads(frames[-1])))
+            if reply is None:
+                return
+            socket.send(json.dumps({"jsonrpc": "2.0", "id": requests[-1][1]["id"], **reply}).encode())
+    port = socket.bind_to_random_port("tcp://127.0.0.1")
+    thread = threading.Thread(target=serve, daemon=True)
+    thread.start()
+    yield port, requests
+    stop.set()
+    thread.join(timeout=10)
+    socket.close()
+    context.term()
+
+
+def test_a_pyzmq_controller_gets_requests_shaped_as_documented_and_a_silent_one_is_unreachable():
+    with controller({"result": "normal"}, {"result": "fixture_init done"},
+                    {"error": {"code": 5, "message": "done? no: jammed"}}) as (port, requests):
+        with kelvane.Fixture("127.0.0.1", port) as fixture:
+            assert fixture.connected
+            assert (fixture.initial_fixture(), fixture.initial_fixture()) == (True, False), \
+                "an error mentioning done is no success"
+    frames, messages = zip(*requests)
+    assert [m["method"] for m in messages] == ["server.mode"] + ["vantrel.fixture_init"] * 2
+    assert set(frames) == {1}, "REP hides the delimiter: one JSON frame per request"
+    ids = [m["id"] for m in messages]
+    assert ids == sorted(set(ids)), "ids are unique and count up"
+    assert {(m["jsonrpc"], str(m["params"]), "kwargs" in m) for m in messages} == {("2.0", "[]", False)}, \
+        "kwargs only when keyword arguments are given"
+
+    with controller(None) as (port, requests), pytest.raises(kelvane.FixtureUnreachable):
+        kelvane.Fixture("127.0.0.1", port)
+    assert [message["method"] for _, message in requests] == ["server.mode"]
