@@ -42,7 +42,9 @@ def test_unreachable_controller_exits_2_and_text_helpers_and_bad_usage_need_none
     assert (decoded.returncode, decoded.stdout) == (0, "ABC\n")
     status, checked = report(kelvanectl("--json", "is-float", "1.5V"))
     assert (status, checked["result"], checked["ok"]) == (0, False, True)
-    for usage in [(), ("hex", ""), ("lock", "ON"), ("fan", "set", "1"), ("--port", "0", "connect"), ("tec", "0")]:
+    for usage in [(), ("hex", ""), ("lock", "ON"), ("fan", "set", "1"), ("--port", "0", "connect"), ("tec", "0"),
+                  *(("--ip", bad, "sensors") for bad in ("127.0.2.3-1", "127.0.2.1-256", "127.0.2.1-", "x-3")),
+                  ("--ip", "127.0.2.1-2", "hex", "41"), ("--ip", "127.0.2.1-2", "tec", "1", "--watch", "1")]:
         assert kelvanectl(*usage).returncode == 64, usage
     unknown = kelvanectl("--ip", "127.0.0.1", "tray-frobnicate")
     assert (unknown.returncode, unknown.stderr.splitlines()[0]) == (64, "unknown command tray-frobnicate")
@@ -127,10 +129,6 @@ def test_a_station_runs_each_fixture_once_in_address_order_with_the_worst_status
     mixed = ctl("--ip", "127.0.2.1-2", "tray-in")
     assert (mixed.returncode, mixed.stdout.split(" (")[0]) == (1, "127.0.2.2: IN OK")
     assert "kelvanectl: 127.0.2.1: tray-in: the fixture refused: " in mixed.stderr
-
-    for usage in [("127.0.2.3-1", "sensors"), ("127.0.2.1-256", "sensors"), ("127.0.2.1-", "sensors"),
-                  ("x-3", "sensors"), ("127.0.2.1-2", "hex", "41"), ("127.0.2.1-2", "tec", "1", "--watch", "1")]:
-        assert ctl("--ip", *usage).returncode == 64, usage
 
 
 @pytest.fixture

@@ -33,20 +33,15 @@ def test_waiting(kelvane_sim):
 
 
 def pytest_run(folder, *arguments, python=sys.executable, **popen):
-    """pytest started in `folder`, its output going to a file there."""
-    output = open(folder / f"pytest-{time.monotonic_ns()}.out", "w+")
-    run = subprocess.Popen([python, "-m", "pytest", "-p", "no:cacheprovider", "-rs", *arguments],
-                           cwd=folder, stdout=output, stderr=subprocess.STDOUT, text=True, **popen)
-    run.output = output
-    return run
+    """pytest started in `folder`, its output piped."""
+    return subprocess.Popen([python, "-m", "pytest", "-p", "no:cacheprovider", "-rs", *arguments],
+                            cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **popen)
 
 
 def finished(run, timeout=240):
     """The run's exit status and output, once it ended."""
-    run.wait(timeout)
-    with run.output:
-        run.output.seek(0)
-        return run.returncode, run.output.read()
+    output = run.communicate(timeout=timeout)[0]
+    return run.returncode, output
 
 
 def test_the_example_plan_twice_at_once_with_readings_failed_checks_and_traces(tmp_path):
