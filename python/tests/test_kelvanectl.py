@@ -70,15 +70,13 @@ def test_reports_refusals_traces_tec_readings_and_the_progress_line_against_the_
     moved = ctl("tray-out", "--json")
     assert (moved.returncode, moved.stderr) == (0, ""), "the library's log stays hidden without --log"
     line = report(moved)[1]
-    assert list(line) == ["command", "result", "ok", "seconds"] and list(line.values())[:3] == ["tray-out", "OUT OK", True]
-    assert simulator.control(SimMethod.STATE)["tray"]["horizontal"] == "OUT"
+    assert list(line) == ["command", "result", "ok", "seconds"]
+    assert list(line.values())[:3] == ["tray-out", "OUT OK", True]
     assert "Connect Fixture seccussful" in ctl("--log", "sensors").stderr
 
-    assert ctl("fan", "set", "3", "40").returncode == 0
-    assert report(ctl("--json", "fan", "get", "3"))[1]["result"] == "40"
-    assert ctl("lock", "on").returncode == 0
-    state = simulator.control(SimMethod.STATE)
-    assert (state["fans"]["3"], state["lock"]) == (40, "on")
+    assert [ctl("fan", "set", "3", "40").returncode, ctl("lock", "on").returncode] == [0, 0]
+    state, fan = simulator.control(SimMethod.STATE), report(ctl("--json", "fan", "get", "3"))[1]["result"]
+    assert (state["tray"]["horizontal"], state["fans"]["3"], state["lock"], fan) == ("OUT", 40, "on", "40")
     simulator.control(SimMethod.SCRIPT, {"method": "vantrel.fixture_up", "reply": "up_refused: jammed"},
                       {"method": "vantrel.set_fan_speed", "reply": "busy"})
     status, line = report(ctl("--json", "tray-up"))

@@ -57,8 +57,7 @@ def test_the_page_follows_a_cycle_and_its_controls_reach_the_fixture(panel, brow
     tray = lambda: browser.find_element(By.ID, "tray").get_attribute("data-state")
     until(lambda: tray() == "OUT UP")
     with kelvane.Fixture("127.0.0.1", panel.port, log="off") as fixture:
-        assert fixture.initial_fixture() and "done" in fixture.fixture_init()
-        assert fixture.tray_in() == "IN OK"
+        assert fixture.initial_fixture() and "done" in fixture.fixture_init() and fixture.tray_in() == "IN OK"
         until(lambda: tray() == "IN UP")
         button = browser.find_element(By.ID, "dut-toggle")
         for shown, sensor, after in [("Remove DUT", "dut_sensor_on", "Insert DUT"),
