@@ -1,6 +1,7 @@
 """What the package's tests share: the built files ctest names in the environment, the package
-installed into a virtual environment, and a kelvane-sim process on a free loopback port with a
-pyzmq client for its "sim." methods."""
+installed into a virtual environment, kelvane-sim on free loopback ports with a pyzmq client for
+its "sim." methods, and headless Chromium for the pages."""
+import http.client
 import itertools
 import json
 import os
@@ -30,14 +31,13 @@ def without_source_tree():
 
 @pytest.fixture(scope="session")
 def installed_package(tmp_path_factory):
-    """The package installed offline into a virtual environment over the system's packages; the
-    environment's folder."""
+    """The folder of a virtual environment over the system's packages, the package installed offline."""
     folder = tmp_path_factory.mktemp("installed")
     shutil.copytree(PACKAGE, folder / "source", ignore=shutil.ignore_patterns("tests", "build", "*.egg-info"))
-    subprocess.run([sys.executable, "-m", "venv", "--system-site-packages", "--without-pip",
-                    folder / "venv"], check=True)
-    subprocess.run([folder / "venv" / "bin" / "python", "-m", "pip", "install", "--quiet",
-                    "--no-build-isolation", "--no-index", folder / "source"], check=True)
+    subprocess.run([sys.executable, "-m", "venv", "--system-site-packages", "--without-pip", folder / "venv"],
+                   check=True)
+    subprocess.run([folder / "venv" / "bin" / "python", "-m", "pip", "install", "--quiet", "--no-build-isolation",
+                    "--no-index", folder / "source"], check=True)
     return folder / "venv"
 
 
@@ -55,20 +55,17 @@ class Simulator:
             raise RuntimeError(f"kelvane-sim did not start: {lines!r}")
         self.endpoints = [line.split()[-1] for line in lines]
         self.port = int(self.endpoints[0].rsplit(":", 1)[1])
-        self.sockets = {}
-        self.ids = itertools.count(1)
+        self.sockets, self.ids = {}, itertools.count(1)
 
     def control(self, method, *params, fixture=1):
         """The result of a "sim." call to `fixture`; raises on an error reply or none within 3 s."""
         if fixture not in self.sockets:
             self.sockets[fixture] = zmq.Context.instance().socket(zmq.DEALER)
-            self.sockets[fixture].setsockopt(zmq.LINGER, 0)
-            self.sockets[fixture].setsockopt(zmq.RCVTIMEO, 3000)
+            self.sockets[fixture].linger, self.sockets[fixture].rcvtimeo = 0, 3000
             self.sockets[fixture].connect(self.endpoints[fixture - 1])
-        request_id = next(self.ids)
+        request_id, reply = next(self.ids), {}
         self.sockets[fixture].send_multipart([b"", json.dumps(
             {"jsonrpc": "2.0", "id": request_id, "method": method, "params": list(params)}).encode()])
-        reply = {}
         while reply.get("id") != request_id:
             reply = json.loads(self.sockets[fixture].recv_multipart()[-1])
         if "error" in reply:
@@ -127,3 +124,12 @@ def page_faults(browser):
     external = browser.execute_script(
         "return performance.getEntriesByType('resource').map(e => e.name).filter(n => !n.startsWith(location.origin))")
     return external + [entry for entry in browser.get_log("browser") if entry["level"] == "SEVERE"]
+
+
+def http_request(port, method, path, body=None, **headers):
+    """The status and the JSON answer (None for none) of a request to a page's server."""
+    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=5)
+    connection.request(method, path, body=body, headers=headers)
+    reply = connection.getresponse()
+    text = reply.read()
+    return reply.status, json.loads(text) if text else None

@@ -10,6 +10,8 @@ import time
 import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
+import pytest
+
 import kelvane
 from conftest import without_source_tree
 
@@ -31,20 +33,15 @@ def test_waiting(kelvane_sim):
 
 
 def pytest_run(folder, *arguments, python=sys.executable, **popen):
-    """pytest started in `folder`, its output going to a file there."""
-    output = open(folder / f"pytest-{time.monotonic_ns()}.out", "w+")
-    run = subprocess.Popen([python, "-m", "pytest", "-p", "no:cacheprovider", "-rs", *arguments],
-                           cwd=folder, stdout=output, stderr=subprocess.STDOUT, text=True, **popen)
-    run.output = output
-    return run
+    """pytest started in `folder`, its output piped."""
+    return subprocess.Popen([python, "-m", "pytest", "-p", "no:cacheprovider", "-rs", *arguments],
+                            cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **popen)
 
 
 def finished(run, timeout=240):
     """The run's exit status and output, once it ended."""
-    run.wait(timeout)
-    with run.output:
-        run.output.seek(0)
-        return run.returncode, run.output.read()
+    output = run.communicate(timeout=timeout)[0]
+    return run.returncode, output
 
 
 def test_the_example_plan_twice_at_once_with_readings_failed_checks_and_traces(tmp_path):
@@ -81,28 +78,27 @@ def test_the_example_plan_twice_at_once_with_readings_failed_checks_and_traces(t
 
 def test_runs_without_fixtures_unreachable_ones_a_missing_simulator_and_bad_usage(tmp_path, installed_package):
     (tmp_path / "test_plan.py").write_text(PLAN)
-    plugin = ("-p", "kelvane.pytest_plugin")
-    status, output = finished(pytest_run(tmp_path, *plugin, "test_plan.py::test_fixture", "test_plan.py::test_station"))
+    run = lambda *arguments, **popen: finished(pytest_run(tmp_path, "-p", "kelvane.pytest_plugin", *arguments, **popen))
+    status, output = run("test_plan.py::test_fixture", "test_plan.py::test_station")
     assert status == 0 and output.count("skipped") == 1, output
     assert output.count("SKIPPED [1] test_plan.py:") == output.count("name a station's with --kelvane-ip ADDRESS") == 2
 
-    status, output = finished(pytest_run(tmp_path, *plugin, "test_plan.py::test_fixture", "test_plan.py::test_station",
-                                         "--kelvane-ip", "127.0.0.1", "--kelvane-port", "1"))
+    status, output = run("test_plan.py::test_fixture", "test_plan.py::test_station", "--kelvane-ip", "127.0.0.1",
+                         "--kelvane-port", "1")
     assert status == 1 and "kelvane: fixtures 127.0.0.1:1 (connect flag 0)" in output, output
     assert output.count("cannot reach the fixture controller at 127.0.0.1:1 (is it powered") == 2
     assert "ERROR at setup of test_fixture[127.0.0.1]" in output
 
-    missing = dict(os.environ, KELVANE_SIM="/nonexistent/kelvane-sim")
-    status, output = finished(pytest_run(tmp_path, *plugin, "--kelvane-sim", "1", env=missing))
+    status, output = run("--kelvane-sim", "1", env=dict(os.environ, KELVANE_SIM="/nonexistent/kelvane-sim"))
     assert status == 4 and "--kelvane-sim: KELVANE_SIM=/nonexistent/kelvane-sim could not be run" in output
     for usage in [("--kelvane-ip", "127.0.1.3-1"), ("--kelvane-ip", "127.0.0.1", "--kelvane-sim", "1"),
                   ("--kelvane-sim", "0"), ("--kelvane-sim", "1", "--kelvane-port", "7805")]:
-        status, output = finished(pytest_run(tmp_path, *plugin, *usage))
+        status, output = run(*usage)
         assert status == 4 and "ERROR: --kelvane-" in output, (usage, output)
 
-    installed = installed_package / "bin" / "python"
     for off, shown in [((), True), (("-p", "no:kelvane"), False)]:
-        status, output = finished(pytest_run(tmp_path, *off, "--help", python=installed, env=without_source_tree()))
+        status, output = finished(pytest_run(tmp_path, *off, "--help", python=installed_package / "bin" / "python",
+                                             env=without_source_tree()))
         assert status == 0 and ("--kelvane-sim=N" in output) == shown, output
 
 
@@ -119,9 +115,6 @@ def test_the_ini_keys_a_reset_after_a_rehearsed_fault_and_a_run_ended_by_sigterm
     simulator = int(pid.read_text())
     run.send_signal(signal.SIGTERM)
     status, output = finished(run, 30)
-    try:
+    with pytest.raises(ProcessLookupError):  # the simulator did not outlive the run
         os.kill(simulator, signal.SIGKILL)
-        outlived = True
-    except ProcessLookupError:
-        outlived = False
-    assert not outlived and status == 2 and "2 passed" in output, output
+    assert status == 2 and "2 passed" in output, output

@@ -86,46 +86,23 @@ constexpr auto endGrace = 2s;
 // (the console's token), the GETs that must answer, a POST that makes an event on every stream
 // (a fixture's state read), and its end by its signal.
 struct PageServer {
-    virtual ~PageServer() = default;
-    virtual ProcessEnding end() = 0;
-
-    int port = 0;
-    std::string apiHeader;
-    std::vector<std::string> paths;
-    std::string postPath;
-    std::function<std::string(int round)> eventfulBody;
-};
-
-std::string get(const PageServer& page, const std::string& path) {
-    return "GET " + path + " HTTP/1.1\r\nHost: x\r\n" + page.apiHeader + "\r\n";
-}
-
-std::string post(const PageServer& page, const std::string& body, const std::string& length) {
-    return "POST " + page.postPath + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(page.port) + "\r\n" +
-           page.apiHeader + "Content-Type: application/json\r\nContent-Length: " + length + "\r\n\r\n" + body;
-}
-
-// kelvane-sim --fixtures 8 --http 0: each round reads another fixture's state.
-struct Panel : PageServer {
-    static constexpr int fixtures = 8;
-    Panel() {
-        port = sim.panelPort();
-        paths = {"/", "/panel.js", "/drawings.js", "/api/fixtures", "/api/journal?fixture=8&last=1"};
-        postPath = "/api/control";
-        eventfulBody = [](int round) {
-            return Value{{"fixture", round % fixtures + 1}, {"method", methods::sim::state}}.dump();
-        };
-    }
-    ProcessEnding end() override { return sim.terminate(); }
-
-    SimulatorProcess sim{SimulatedStation{fixtures}, {"--http", "0", "--tec-slots", "16"}};
-};
-
-// kelvanectl console on a simulated fixture: each round reads its sensors (a result, the
-// device's log lines and its state, all events), while the console polls them as well.
-struct FixtureConsole : PageServer {
-    FixtureConsole() {
-        auto [pid, output] = spawn(KELVANECTL_PATH, {"--port", std::to_string(sim.port()), "console", "--http", "0"});
+    // The panel of kelvane-sim --fixtures 8 --http 0, each round reading another fixture's state;
+    // or kelvanectl console on a simulated fixture, each round reading its sensors (a result, the
+    // device's log lines and its state, all events) while the console polls them as well.
+    explicit PageServer(const std::string& page) {
+        if (page == "panel") {
+            constexpr int fixtures = 8;
+            sim.emplace(SimulatedStation{fixtures}, std::vector<std::string>{"--http", "0", "--tec-slots", "16"});
+            port = sim->panelPort();
+            paths = {"/", "/panel.js", "/drawings.js", "/api/fixtures", "/api/journal?fixture=8&last=1"};
+            postPath = "/api/control";
+            eventfulBody = [](int round) {
+                return Value{{"fixture", round % fixtures + 1}, {"method", methods::sim::state}}.dump();
+            };
+            return;
+        }
+        sim.emplace();
+        auto [pid, output] = spawn(KELVANECTL_PATH, {"--port", std::to_string(sim->port()), "console", "--http", "0"});
         console = pid;
         auto line = readLines(output, 1).front();
         char token[65] = {};
@@ -137,26 +114,34 @@ struct FixtureConsole : PageServer {
         postPath = "/api/op";
         eventfulBody = [](int) { return std::string(R"({"fixture":"127.0.0.1","op":"sensors"})"); };
     }
-    ~FixtureConsole() override {
+    ~PageServer() {
         if (console > 0) end();
     }
-    ProcessEnding end() override { return endWith(std::exchange(console, -1), SIGINT, endGrace); }
-
-    SimulatorProcess sim;
-    pid_t console = -1;
-};
-
-class PageServing : public ::testing::TestWithParam<std::string> {
-protected:
-    static std::unique_ptr<PageServer> serve(const std::string& page) {
-        if (page == "panel") return std::make_unique<Panel>();
-        return std::make_unique<FixtureConsole>();
+    // SIGINT (Ctrl-C) for the console, SIGTERM for the panel's simulator.
+    ProcessEnding end() {
+        return console > 0 ? endWith(std::exchange(console, -1), SIGINT, endGrace) : sim->terminate();
     }
+
+    std::string get(const std::string& path) const {
+        return "GET " + path + " HTTP/1.1\r\nHost: x\r\n" + apiHeader + "\r\n";
+    }
+    std::string post(const std::string& body, const std::string& length) const {
+        return "POST " + postPath + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) + "\r\n" + apiHeader +
+               "Content-Type: application/json\r\nContent-Length: " + length + "\r\n\r\n" + body;
+    }
+
+    std::optional<SimulatorProcess> sim;
+    pid_t console = -1;
+    int port = 0;
+    std::string apiHeader, postPath;
+    std::vector<std::string> paths;
+    std::function<std::string(int round)> eventfulBody;
 };
+
+class PageServing : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(PageServing, SlowHeadersStreamsAndBadLengthsHoldNothingUpAStalledStreamIsDroppedAndItsSignalEndsIt) {
-    auto served = serve(GetParam());
-    const PageServer& page = *served;
+    PageServer page(GetParam());
     const int port = page.port;
     Connections slow;  // each sends a byte every half second: only a deadline for the whole request ends them
     for (int i = 0; i < slowClients; ++i) {
@@ -164,17 +149,17 @@ TEST_P(PageServing, SlowHeadersStreamsAndBadLengthsHoldNothingUpAStalledStreamIs
         slow.back()->send("GET / HTTP/1.1\r\n");
     }
     RawConnection stalled(port, 4096);  // opens a stream and never reads it
-    EXPECT_EQ(stalled.exchange(get(page, "/api/events")), 200);
+    EXPECT_EQ(stalled.exchange(page.get("/api/events")), 200);
     Connections streams;
     while (streams.size() + 1 < streamBound) {
         streams.push_back(std::make_unique<RawConnection>(port));
-        ASSERT_EQ(streams.back()->exchange(get(page, "/api/events")), 200) << streams.size();
+        ASSERT_EQ(streams.back()->exchange(page.get("/api/events")), 200) << streams.size();
     }
-    EXPECT_EQ(RawConnection(port).exchange(get(page, "/api/events")), 503);
+    EXPECT_EQ(RawConnection(port).exchange(page.get("/api/events")), 503);
     RawConnection client(port);
-    for (const auto& path : page.paths) EXPECT_EQ(client.exchange(get(page, path)), 200) << path;
+    for (const auto& path : page.paths) EXPECT_EQ(client.exchange(page.get(path)), 200) << path;
     for (const auto* length : {"-1", "100000000000000000000"}) {
-        EXPECT_EQ(RawConnection(port).exchange(post(page, "", length)), 400) << length;
+        EXPECT_EQ(RawConnection(port).exchange(page.post("", length)), 400) << length;
     }
 
     // Every state read is an event on every stream: the stalled one fills up and is dropped,
@@ -185,7 +170,7 @@ TEST_P(PageServing, SlowHeadersStreamsAndBadLengthsHoldNothingUpAStalledStreamIs
     auto nextByte = Clock::now();
     for (int k = 0; (slowOpen > 0 || !placeFreed) && Clock::now() < giveUp; ++k) {
         auto body = page.eventfulBody(k);
-        ASSERT_EQ(client.exchange(post(page, body, std::to_string(body.size()))), 200);
+        ASSERT_EQ(client.exchange(page.post(body, std::to_string(body.size()))), 200);
         for (auto& stream : streams) ASSERT_TRUE(stream->receive(0ms)) << "a stream that reads was dropped";
         if (Clock::now() >= nextByte) {
             nextByte += 500ms;
@@ -194,7 +179,7 @@ TEST_P(PageServing, SlowHeadersStreamsAndBadLengthsHoldNothingUpAStalledStreamIs
         }
         if (!placeFreed && k % 50 == 0) {
             streams.push_back(std::make_unique<RawConnection>(port));
-            placeFreed = streams.back()->exchange(get(page, "/api/events")) == 200;
+            placeFreed = streams.back()->exchange(page.get("/api/events")) == 200;
             if (!placeFreed) streams.pop_back();
         }
     }
@@ -203,7 +188,7 @@ TEST_P(PageServing, SlowHeadersStreamsAndBadLengthsHoldNothingUpAStalledStreamIs
 
     slow.clear();
     for (int i = 0; i < slowClients; ++i) slow.push_back(std::make_unique<RawConnection>(port));
-    auto ending = served->end();  // with 32 streams and 16 silent connections open
+    auto ending = page.end();  // with 32 streams and 16 silent connections open
     EXPECT_LT(ending.took, 1s);
     EXPECT_TRUE(WIFEXITED(ending.status) && WEXITSTATUS(ending.status) == 0) << ending.status;
 }
