@@ -32,18 +32,12 @@ constexpr std::chrono::milliseconds callWait{300}, callMargin{100};
 std::string shown(const Value& reply) { return reply.is_null() ? "<no reply>" : describe(reply); }
 
 Results stationSequence(FixtureControl& s) {
-    Results results = {s.initialFixture() ? "true" : "false",
-                       s.checkPositionSensor(),
-                       shown(s.checkDUTSensor()),
-                       shown(s.trayIn()),
-                       shown(s.trayDown()),
-                       shown(s.fixtureLock("on")),
-                       shown(s.setIO(10, 1)),
-                       s.setFanSpeed(1, 1500) ? "true" : "false",
-                       s.getFanSpeed(1)};
+    auto yes = [](bool done) -> std::string { return done ? "true" : "false"; };
+    Results results = {yes(s.initialFixture()), s.checkPositionSensor(),     shown(s.checkDUTSensor()),
+                       shown(s.trayIn()),       shown(s.trayDown()),         shown(s.fixtureLock("on")),
+                       shown(s.setIO(10, 1)),   yes(s.setFanSpeed(1, 1500)), s.getFanSpeed(1)};
     for (int slot = 1; slot <= 4; ++slot) results.push_back(s.tecTempRecord2(slot));
-    results.insert(results.end(),
-                   {shown(s.fixtureLock("off")), shown(s.trayUp()), shown(s.trayOut()), shown(s.fixtureInit())});
+    for (auto reply : {s.fixtureLock("off"), s.trayUp(), s.trayOut(), s.fixtureInit()}) results.push_back(shown(reply));
     return results;
 }
 
@@ -94,7 +88,6 @@ protected:
 TEST_F(TraceReplay, ARecordedCycleWithFaultsReplaysExactlyAndAChangedOneIsReported) {
     const Results recorded = recordWithFaults();
     ASSERT_FALSE(recorded.empty());
-    // The faults took effect, so the replay has failures to reproduce.
     EXPECT_EQ(std::tie(recorded[2], recorded[4], recorded[6], recorded[8]),
               std::tie("<no reply>", "Fixture down action is executed,but down sensor is not OK\uFF01",
                        "io board busy (code 17)", "(null)"));
@@ -103,9 +96,7 @@ TEST_F(TraceReplay, ARecordedCycleWithFaultsReplaysExactlyAndAChangedOneIsReport
     std::ifstream file(trace);
     std::set<std::string> outcomes;
     std::size_t lines = 0;
-    for (std::string text; std::getline(file, text); ++lines) {
-        outcomes.insert(Value::parse(text)["outcome"].get<std::string>());
-    }
+    for (std::string text; std::getline(file, text); ++lines) outcomes.insert(Value::parse(text)["outcome"]);
     EXPECT_EQ(outcomes, (std::set<std::string>{"result", "error", "timeout"}));
 
     {
@@ -144,9 +135,8 @@ struct Ran {
 
 // A shell command line, its standard output and error kept in `folder`.
 Ran run(const std::string& command, const std::filesystem::path& folder) {
-    auto out = folder / "out", err = folder / "err";
-    int status = std::system((command + " >" + out.string() + " 2>" + err.string()).c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, fileText(out), fileText(err)};
+    int status = std::system((command + " >" + (folder / "out").string() + " 2>" + (folder / "err").string()).c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, fileText(folder / "out"), fileText(folder / "err")};
 }
 
 // A line of 200 MiB between valid ones cost a reading all its memory, or silently ended it, and
