@@ -37,7 +37,6 @@ TEST_F(SimulatorProcessTest, DealerAndReqPeersAreServedOnTheirRoutes) {
     EXPECT_EQ(jsonrpc::decodeReply(answer.to_string_view())->result, "dut_sensor_on");
 }
 
-// Fixture k of a station listens at 127.0.1.k with a world, scripts and journal of its own.
 TEST(SimulatorStationTest, EachFixtureOfOneProcessKeepsItsOwnWorldScriptsAndJournal) {
     SimulatorProcess station(SimulatedStation{2}, {"--travel-ms", "0"});
     ASSERT_EQ(station.address(2), "127.0.1.2");
