@@ -14,32 +14,14 @@
 
 namespace kelvane::testing {
 
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define KELVANE_TEST_UNDER_TSAN
-#endif
-#if __has_feature(address_sanitizer)
-#define KELVANE_TEST_UNDER_ASAN
-#endif
-#endif
-
 // Whether resident size tells what the code holds: under ThreadSanitizer it also counts the
 // sanitizer's shadow of every page touched, several times the memory itself.
-#if defined(__SANITIZE_THREAD__) || defined(KELVANE_TEST_UNDER_TSAN)
-inline constexpr bool residentSizeIsMeaningful = false;
-#else
-inline constexpr bool residentSizeIsMeaningful = true;
-#endif
+inline constexpr bool residentSizeIsMeaningful = !KELVANE_TEST_UNDER_TSAN;
 
 // Whether this build's processes (the tools are built alike) run as a station's do: no sanitizer
 // that reserves terabytes of address space for its shadow memory, keeps 256 MiB of freed memory
 // in quarantine (AddressSanitizer), or makes a request cost several times as much.
-inline constexpr bool builtWithoutSanitizers = residentSizeIsMeaningful &&
-#if defined(__SANITIZE_ADDRESS__) || defined(KELVANE_TEST_UNDER_ASAN)
-                                               false;
-#else
-                                               true;
-#endif
+inline constexpr bool builtWithoutSanitizers = residentSizeIsMeaningful && !KELVANE_TEST_UNDER_ASAN;
 
 // Of this process, or of the process `pid`.
 inline std::optional<std::size_t> residentBytes(const std::string& pid = "self") {
@@ -52,8 +34,7 @@ inline std::optional<std::size_t> residentBytes(const std::string& pid = "self")
 inline std::optional<std::size_t> entriesIn(const char* directory) {
     std::error_code error;
     std::filesystem::directory_iterator entries(directory, error);
-    if (error) return std::nullopt;
-    return static_cast<std::size_t>(std::distance(entries, {}));
+    return error ? std::nullopt : std::optional<std::size_t>(std::distance(entries, {}));
 }
 
 inline std::optional<std::size_t> threadCount() { return entriesIn("/proc/self/task"); }

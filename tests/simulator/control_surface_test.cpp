@@ -34,11 +34,9 @@ TEST(SimulatedRequestsTest, UnreadableOnesAreDroppedOrRejectedTheOthersJournaled
         (Value{{{"method", m::fixtureIoSet}, {"params", {{{10, 1}}}}, {"kwargs", {{"timeout_ms", 20000}}}},
                {{"method", "vantrel.teleport"}, {"params", Value::array()}, {"kwargs", nullptr}},
                {{"method", m::serverMode}, {"params", Value::array()}, {"kwargs", nullptr}, {"script", "no_reply"}}}));
-    EXPECT_EQ(fixture.call(m::sim::clearJournal), "done");
-    EXPECT_EQ(fixture.call(m::sim::journal), Value::array());
-    fixture.call(m::serverMode);
-    fixture.call(m::sim::reset);
-    EXPECT_EQ(fixture.call(m::sim::journal), Value::array());
+    EXPECT_EQ(Value::array({fixture.call(m::sim::clearJournal), fixture.call(m::sim::journal),
+                            fixture.call(m::serverMode), fixture.call(m::sim::reset), fixture.call(m::sim::journal)}),
+              Value::array({"done", Value::array(), "normal", "done", Value::array()}));
 }
 
 // As the journal once kept requests (its newest 100,000 as JSON values), a flood grew the
@@ -74,6 +72,7 @@ TEST(SimulatedJournalTest, AFloodOfRequestsLeavesTheJournalWithinItsMemoryBound)
 
 TEST(SimulatedScriptsTest, ABadBatchAddsNoneScriptsOverrideTheModelForTheirTimesInOrderOrLetItActOrSwallowIt) {
     InProcessFixture fixture;
+    auto fan = [&] { return fixture.call(fanSpeed, {1}); };
     Value batch = {{{"method", fanSpeed}, {"reply", 1}}, {{"method", fanSpeed}, {"action", "explode"}}};
     const auto error = fixture.ask(m::sim::script, Value::array({batch})).second.value_or(RpcError{});
     EXPECT_EQ(error.code, jsonrpc::invalidParamsError);
@@ -84,28 +83,24 @@ TEST(SimulatedScriptsTest, ABadBatchAddsNoneScriptsOverrideTheModelForTheirTimes
         auto refused = fixture.ask(m::sim::script, Value::array({bad})).second;
         EXPECT_TRUE(refused && refused->message.find("no script given") == std::string::npos) << bad.dump();
     }
-    EXPECT_EQ(fixture.call(fanSpeed, {1}), 0);
+    EXPECT_EQ(fan(), 0);
 
-    fixture.call(m::sim::script, {{{"method", fanSpeed}, {"action", "reply"}, {"reply", "first"}, {"times", 2}},
-                                  {{"method", fanSpeed},
-                                   {"action", "error"},
-                                   {"error", {{"code", 7}, {"message", "boom"}}},
-                                   {"times", 2},
-                                   {"delay_ms", 600}}});
-    EXPECT_EQ(fixture.call(fanSpeed, {1}), "first");
-    EXPECT_EQ(fixture.call(fanSpeed, {1}), "first");
+    const Value boom = {{"code", 7}, {"message", "boom"}};
+    fixture.call(m::sim::script,
+                 {{{"method", fanSpeed}, {"action", "reply"}, {"reply", "first"}, {"times", 2}},
+                  {{"method", fanSpeed}, {"action", "error"}, {"error", boom}, {"times", 2}, {"delay_ms", 600}}});
+    EXPECT_EQ(Value::array({fan(), fan()}), Value::array({"first", "first"}));
     EXPECT_EQ(fixture.ask(fanSpeed, {1}).second.value_or(RpcError{}).text(), "boom (code 7)");
     EXPECT_EQ(fixture.send(jsonrpc::encodeRequest({1, fanSpeed, {1}, nullptr}))->delay, 600ms);
-    EXPECT_EQ(fixture.call(fanSpeed, {1}), 0) << "scripts used up: the model answers again";
+    EXPECT_EQ(fan(), 0) << "scripts used up: the model answers again";
 
     fixture.call(m::sim::script, {{{"method", fanSpeed}, {"reply", nullptr}}});
-    EXPECT_EQ(fixture.call(fanSpeed, {1}), nullptr) << "a null reply is a reply, not an error";
-    EXPECT_EQ(fixture.call(fanSpeed, {1}), nullptr) << "without times a script stays";
+    EXPECT_EQ(Value::array({fan(), fan()}), Value::array({nullptr, nullptr})) << "a null reply, kept without times";
     fixture.call(m::sim::clearScripts);
-    EXPECT_EQ(fixture.call(fanSpeed, {1}), 0);
+    EXPECT_EQ(fan(), 0);
     fixture.call(m::sim::script, {{{"method", fanSpeed}, {"reply", 1}}});
     fixture.call(m::sim::reset);
-    EXPECT_EQ(fixture.call(fanSpeed, {1}), 0) << "a reset clears the scripts";
+    EXPECT_EQ(fan(), 0) << "a reset clears the scripts";
 
     fixture.call(m::sim::script, {{{"method", m::magnetControl}, {"action", "reply"}, {"times", 1}},
                                   {{"method", m::magnetControl}, {"action", "no_reply"}, {"times", 1}}});

@@ -11,56 +11,49 @@ using namespace std::chrono_literals;
 const Value outAndUp = {{"down", 0}, {"in", 0}, {"out", 1}, {"up", 1}};
 const Value inAndUp = {{"down", 0}, {"in", 1}, {"out", 0}, {"up", 1}};
 const Value inAndDown = {{"down", 1}, {"in", 1}, {"out", 0}, {"up", 0}};
+const Value rising = {{"down", 0}, {"in", 1}, {"out", 0}, {"up", 0}};
+const Value travelling = {{"down", 0}, {"in", 0}, {"out", 0}, {"up", 1}};
 
 class SimulatedTrayTest : public ::testing::Test {
 protected:
     Value sensors() { return fixture.call(m::sim::state)["sensors"]; }
     void set(const Value& changes) { fixture.call(m::sim::set, Value::array({changes})); }
+    // The sensors, or the answer to `method`, once the clock has moved on by `by`.
+    Value after(std::chrono::milliseconds by, std::string_view method = {}) {
+        fixture.advance(by);
+        return method.empty() ? sensors() : fixture.call(method);
+    }
 
     InProcessFixture fixture{{.travel = 150ms, .lift = 100ms}};
 };
 
+// Rising is always allowed; nothing is active while travelling; a move repeated goes on, a move
+// reversed starts over.
 TEST_F(SimulatedTrayTest, ForbiddenMovesAreRefusedNothingIsActiveWhileTravellingStuckAndStalledHoldTillCleared) {
     EXPECT_EQ(fixture.call(m::fixtureDown), "down_refused: tray is not in");
     set({{"tray", {{"horizontal", "IN"}, {"vertical", "DOWN"}}}});
-    EXPECT_EQ(fixture.call(m::fixtureOut), "out_refused: tray is not up");
-    EXPECT_EQ(fixture.call(m::fixtureIn), "in_refused: tray is not up");
-    EXPECT_EQ(sensors(), inAndDown);
-    EXPECT_EQ(fixture.call(m::fixtureUp), "up_done") << "rising is always allowed";
-    EXPECT_EQ(fixture.call(m::fixtureIn), "in_refused: tray is not up") << "not while rising";
-    fixture.advance(99ms);
-    EXPECT_EQ(sensors(), (Value{{"down", 0}, {"in", 1}, {"out", 0}, {"up", 0}}));
-    fixture.advance(1ms);
-    EXPECT_EQ(sensors(), inAndUp);
+    EXPECT_EQ(Value::array({fixture.call(m::fixtureOut), fixture.call(m::fixtureIn), sensors(),
+                            fixture.call(m::fixtureUp), fixture.call(m::fixtureIn), after(99ms), after(1ms)}),
+              Value::array({"out_refused: tray is not up", "in_refused: tray is not up", inAndDown, "up_done",
+                            "in_refused: tray is not up", rising, inAndUp}));
+    EXPECT_EQ(
+        Value::array({fixture.call(m::fixtureOut), after(100ms, m::fixtureOut), fixture.call(m::fixtureDown),
+                      after(50ms), fixture.call(m::fixtureIn), after(100ms, m::fixtureOut), after(149ms), after(1ms)}),
+        Value::array({"out_done", "out_done", "down_refused: tray is not in", outAndUp, "in_done", "out_done",
+                      travelling, outAndUp}));
 
-    EXPECT_EQ(fixture.call(m::fixtureOut), "out_done");
-    fixture.advance(100ms);
-    EXPECT_EQ(fixture.call(m::fixtureOut), "out_done") << "repeated: the move under way goes on";
-    EXPECT_EQ(fixture.call(m::fixtureDown), "down_refused: tray is not in");
-    fixture.advance(50ms);
-    EXPECT_EQ(sensors(), outAndUp);
-    EXPECT_EQ(fixture.call(m::fixtureIn), "in_done");
-    fixture.advance(100ms);
-    EXPECT_EQ(fixture.call(m::fixtureOut), "out_done") << "reversed: starts over";
-    fixture.advance(149ms);
-    EXPECT_EQ(sensors(), (Value{{"down", 0}, {"in", 0}, {"out", 0}, {"up", 1}}));
-    fixture.advance(1ms);
-    EXPECT_EQ(sensors(), outAndUp);
-
-    // A stuck sensor reads its value, a stalled move never completes, until each is cleared.
+    // A stuck sensor reads its value (without blocking the mechanics), a stalled move never
+    // completes, even an instant one, until each is cleared.
     set({{"stuck", {{"up", 0}, {"in", "1"}}}});
-    EXPECT_EQ(fixture.call(m::upSensorRead), 0);
-    EXPECT_EQ(fixture.call(m::inSensorRead), "1");
-    EXPECT_EQ(fixture.call(m::fixtureIn), "in_done") << "a stuck sensor does not block the mechanics";
+    EXPECT_EQ(Value::array({fixture.call(m::upSensorRead), fixture.call(m::inSensorRead), fixture.call(m::fixtureIn)}),
+              Value::array({0, "1", "in_done"}));
     fixture.advance(150ms);
     set({{"stuck", nullptr}});
     EXPECT_EQ(sensors(), inAndUp);
-
     set({{"stall", "out"}, {"travel_ms", 0}});
-    EXPECT_EQ(fixture.call(m::fixtureOut), "out_done");
-    fixture.advance(24h);
-    EXPECT_EQ(fixture.call(m::outSensorRead), 0) << "even an instant move stays under way";
-    EXPECT_EQ(fixture.call(m::sim::state)["tray"]["moving"]["stalled"], true);
+    EXPECT_EQ(Value::array({fixture.call(m::fixtureOut), after(24h, m::outSensorRead),
+                            fixture.call(m::sim::state)["tray"]["moving"]["stalled"]}),
+              Value::array({"out_done", 0, true}));
     set({{"stall", nullptr}});
     EXPECT_EQ(sensors(), outAndUp);
 }
@@ -81,24 +74,20 @@ TEST(SimulatedFixtureTest, EachPartRefusesMalformedArgumentsAnswersAndKeepsItsSt
     };
     for (const auto& [method, params] : malformed)
         EXPECT_TRUE(describedContains(fixture.call(method, params), "_refused: ")) << method << params.dump();
-    for (Value bad : {Value{{"stall", "sideways"}}, Value{{"gravity", 1}}, Value{{"travel_ms", -1}}}) {
+    for (Value bad : {Value{{"stall", "sideways"}}, Value{{"gravity", 1}}, Value{{"travel_ms", -1}}})
         EXPECT_EQ(fixture.failure(m::sim::set, Value::array({bad})), jsonrpc::invalidParamsError) << bad.dump();
-    }
     expectUntouched();
 
-    EXPECT_EQ(fixture.call(m::serverMode), "normal");
-    EXPECT_EQ(fixture.call(m::fixtureInitialise), "done");
-    EXPECT_EQ(fixture.call(m::magnetControl, {"on"}), "done");
-    EXPECT_EQ(fixture.call(m::setFanSpeed, {1, 60}), "done");
-    EXPECT_EQ(fixture.call(m::getFanSpeed, {1}), 60);
-    EXPECT_EQ(fixture.call(m::getFanSpeed, {2}), 0) << "a fan never set reads 0";
-    EXPECT_EQ(fixture.call(m::fixtureIoSet, {{{10, 1}, {11, 0}}}, {{"timeout_ms", 20000}}), "done");
-    EXPECT_EQ(fixture.call(m::fixtureIoSet, {{{{12, 1}}}}), "done") << "one level deeper";
-    EXPECT_EQ(fixture.call(m::ledControl, {"UUT2", "BLUE"}), "done");
-    EXPECT_EQ(fixture.call(m::ledBlinkControl, {"STATUS", "RED"}), "done");
-    EXPECT_EQ(fixture.call(m::dutSensorRead), "dut_sensor_on");
-    fixture.call(m::sim::set, {{{"dut", false}}});
-    EXPECT_EQ(fixture.call(m::dutSensorRead), "dut_sensor_off");
+    // A fan never set reads 0; IO lines may come one level deeper.
+    EXPECT_EQ(Value::array({fixture.call(m::serverMode), fixture.call(m::fixtureInitialise),
+                            fixture.call(m::magnetControl, {"on"}), fixture.call(m::setFanSpeed, {1, 60}),
+                            fixture.call(m::getFanSpeed, {1}), fixture.call(m::getFanSpeed, {2}),
+                            fixture.call(m::fixtureIoSet, {{{10, 1}, {11, 0}}}, {{"timeout_ms", 20000}}),
+                            fixture.call(m::fixtureIoSet, {{{{12, 1}}}}), fixture.call(m::ledControl, {"UUT2", "BLUE"}),
+                            fixture.call(m::ledBlinkControl, {"STATUS", "RED"}), fixture.call(m::dutSensorRead),
+                            fixture.call(m::sim::set, {{{"dut", false}}}), fixture.call(m::dutSensorRead)}),
+              Value::array({"normal", "done", "done", "done", 60, 0, "done", "done", "done", "done", "dut_sensor_on",
+                            "done", "dut_sensor_off"}));
 
     Value state = fixture.call(m::sim::state);
     EXPECT_EQ(Value::array({state["initialised"], state["lock"]}), Value::array({true, "on"}));

@@ -37,23 +37,19 @@ TEST_F(SimulatorProcessTest, DealerAndReqPeersAreServedOnTheirRoutes) {
     EXPECT_EQ(jsonrpc::decodeReply(answer.to_string_view())->result, "dut_sensor_on");
 }
 
-// Fixture k of a station listens at 127.0.1.k with a world, scripts and journal of its own.
 TEST(SimulatorStationTest, EachFixtureOfOneProcessKeepsItsOwnWorldScriptsAndJournal) {
     SimulatorProcess station(SimulatedStation{2}, {"--travel-ms", "0"});
     ASSERT_EQ(station.address(2), "127.0.1.2");
-    auto first = RPCClientWrapper::initWithIP(station.address(1), station.port(1));
-    auto second = RPCClientWrapper::initWithIP(station.address(2), station.port(2));
     station.control(2, m::sim::script, Value::array({{{"method", m::serverMode}, {"reply", "scripted"}}}));
     station.control(2, m::sim::set, Value::array({{{"dut", false}}}));
-    EXPECT_EQ(second->call(std::string(m::fixtureIn), Value::array(), nullptr, nullptr), "in_done");
-    EXPECT_EQ(first->call(std::string(m::serverMode), Value::array(), nullptr, nullptr), "normal");
-
-    Value one = station.control(1, m::sim::state), two = station.control(2, m::sim::state);
-    EXPECT_EQ(Value::array({one["tray"]["horizontal"], one["dut"]}), Value::array({"OUT", true}));
-    EXPECT_EQ(Value::array({two["tray"]["horizontal"], two["dut"]}), Value::array({"IN", false}));
-    for (auto [fixture, method] : {std::pair{1, m::serverMode}, std::pair{2, m::fixtureIn}}) {
-        Value journal = station.control(fixture, m::sim::journal);
-        EXPECT_TRUE(journal.size() == 1 && journal[0]["method"] == method) << fixture << journal.dump();
+    EXPECT_EQ(station.control(2, m::fixtureIn), "in_done");
+    EXPECT_EQ(station.control(1, m::serverMode), "normal");
+    for (auto [fixture, tray, dut, method] :
+         {std::tuple{1, "OUT", true, m::serverMode}, std::tuple{2, "IN", false, m::fixtureIn}}) {
+        Value state = station.control(fixture, m::sim::state), journal = station.control(fixture, m::sim::journal);
+        EXPECT_EQ(Value::array({state["tray"]["horizontal"], state["dut"], journal.size(), journal[0]["method"]}),
+                  Value::array({tray, dut, 1, method}))
+            << fixture << journal.dump();
     }
 }
 

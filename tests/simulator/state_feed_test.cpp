@@ -14,16 +14,14 @@ TEST(StateFeed, ReadsAtMostTenTimesASecondAlwaysPublishesTheLastChangeAndWatches
     int reads = 0;
     Value state = {{"tray", {{"moving", nullptr}}}, {"n", 0}};
     auto read = [&] {
-        ++reads;
-        state["n"] = reads;
+        state["n"] = ++reads;
         return state;
     };
 
     EXPECT_TRUE(feed.lastPublished().empty());
     EXPECT_EQ(feed.changed(2, start, read), std::nullopt);
     EXPECT_EQ(feed.changed(2, start + milliseconds(40), read), start + milliseconds(100));
-    EXPECT_EQ(reads, 1);
-    ASSERT_EQ(published.size(), 1U);
+    EXPECT_EQ(std::pair(reads, published.size()), std::pair(1, std::size_t{1}));
     // Called back at the end of the gap, it publishes the change it held back.
     state["tray"]["moving"] = {{"elapsed_ms", 250}, {"duration_ms", 300}, {"stalled", false}};
     EXPECT_EQ(feed.changed(2, start + milliseconds(100), read), start + milliseconds(200));
@@ -37,6 +35,6 @@ TEST(StateFeed, ReadsAtMostTenTimesASecondAlwaysPublishesTheLastChangeAndWatches
     // A stream opened now starts with the last state of each fixture that published one.
     auto last = feed.lastPublished();
     ASSERT_EQ(last.size(), 1U);
-    EXPECT_EQ(last[0].fixture, 2);
-    EXPECT_EQ(last[0].stateJson, published.back().stateJson);
+    EXPECT_EQ(std::tie(last[0].fixture, last[0].stateJson),
+              std::tie(published.back().fixture, published.back().stateJson));
 }

@@ -14,15 +14,6 @@
 #include <utility>
 
 namespace kelvane::testing {
-namespace {
-
-constexpr std::chrono::milliseconds stopGrace{2000};
-// A port just given up by a killed simulator may take a moment before it can be bound again.
-constexpr int restartAttempts = 20;
-constexpr std::chrono::milliseconds restartPause{100};
-
-}  // namespace
-
 SimulatorProcess::SimulatorProcess(std::vector<std::string> extraArgs, std::string executable)
     : executable_(std::move(executable)), extraArgs_(std::move(extraArgs)) {
     start("tcp://127.0.0.1:*", 1);
@@ -33,11 +24,7 @@ SimulatorProcess::SimulatorProcess(SimulatedStation station, std::vector<std::st
     start("tcp://127.0.1.1:*", station.fixtures);
 }
 
-SimulatorProcess::~SimulatorProcess() { stop(); }
-
-std::string SimulatorProcess::endpoint(int fixture) const {
-    return "tcp://" + address(fixture) + ":" + std::to_string(port(fixture));
-}
+SimulatorProcess::~SimulatorProcess() { terminate(); }
 
 void SimulatorProcess::start(const std::string& bindEndpoint, int fixtures) {
     std::vector<std::string> args = {"--bind", bindEndpoint, "--fixtures", std::to_string(fixtures), "--quiet"};
@@ -58,40 +45,34 @@ void SimulatorProcess::start(const std::string& bindEndpoint, int fixtures) {
         fixtures_.push_back({address, port, nullptr});
     }
     if (fixtureCount() != fixtures || (panel && panelPort_ <= 0)) {
-        stop();
+        terminate();
         throw std::runtime_error("kelvane-sim at " + executable_ + " did not start; it printed: " + lines.front());
     }
 }
 
-void SimulatorProcess::stop() { terminate(); }
-
-SimulatorProcess::Ending SimulatorProcess::terminate() {
+ProcessEnding SimulatorProcess::end(int signal) {
     for (auto& fixture : fixtures_) fixture.controlClient.reset();
-    return pid_ > 0 ? endWith(std::exchange(pid_, -1), SIGTERM, stopGrace) : Ending{};
+    return pid_ > 0 ? endWith(std::exchange(pid_, -1), signal, std::chrono::seconds(2)) : ProcessEnding{};
 }
 
-void SimulatorProcess::kill() {
-    for (auto& fixture : fixtures_) fixture.controlClient.reset();
-    if (pid_ > 0) endWith(std::exchange(pid_, -1), SIGKILL, stopGrace);
-}
-
+ProcessEnding SimulatorProcess::terminate() { return end(SIGTERM); }
+void SimulatorProcess::kill() { end(SIGKILL); }
 void SimulatorProcess::pause() {
     if (pid_ > 0) ::kill(pid_, SIGSTOP);
 }
-
 void SimulatorProcess::resume() {
     if (pid_ > 0) ::kill(pid_, SIGCONT);
 }
 
+// A port just given up by a killed simulator may take a moment before it can be bound again.
 void SimulatorProcess::restart() {
     std::string previous = endpoint();
-    stop();
-    for (int attempt = 1;; ++attempt) {
+    terminate();
+    for (int attempt = 1;; std::this_thread::sleep_for(std::chrono::milliseconds(100)), ++attempt) {
         try {
             return start(previous, 1);
         } catch (const std::runtime_error&) {
-            if (attempt == restartAttempts) throw;
-            std::this_thread::sleep_for(restartPause);
+            if (attempt == 20) throw;
         }
     }
 }
@@ -106,10 +87,8 @@ Value SimulatorProcess::control(int fixture, std::string_view method, const Valu
     } else {
         failure = RpcError{0, "kelvane-sim is not running"};
     }
-    if (error)
-        *error = failure;
-    else if (failure)
-        ADD_FAILURE() << "control(" << method << ") failed: " << failure->text();
+    if (error) *error = failure;
+    if (!error && failure) ADD_FAILURE() << "control(" << method << ") failed: " << failure->text();
     return reply;
 }
 

@@ -7,9 +7,6 @@
 #include <kelvane/RpcClient.hpp>
 #include <kelvane/Value.hpp>
 
-#include <sys/types.h>
-
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -39,7 +36,9 @@ public:
     // Fixture 1's, or with a fixture number 1 to fixtureCount() that fixture's.
     std::uint32_t port(int fixture = 1) const { return fixtures_.at(fixture - 1).port; }
     std::string address(int fixture = 1) const { return fixtures_.at(fixture - 1).address; }
-    std::string endpoint(int fixture = 1) const;  // "tcp://<address>:<port>"
+    std::string endpoint(int fixture = 1) const {
+        return "tcp://" + address(fixture) + ":" + std::to_string(port(fixture));
+    }
     int fixtureCount() const { return static_cast<int>(fixtures_.size()); }
     // The panel's port, when started with "--http" (and 0 for a free port).
     int panelPort() const { return panelPort_; }
@@ -52,10 +51,8 @@ public:
     Value control(int fixture, std::string_view method, const Value& params = Value::array(),
                   RpcErrorSlot error = nullptr);
 
-    // SIGTERM, then the wait for its end (SIGKILL after two seconds): the status waitpid gave
-    // and how long the end took.
-    using Ending = ProcessEnding;
-    Ending terminate();
+    // SIGTERM, then the wait for its end (SIGKILL after two seconds).
+    ProcessEnding terminate();
     // SIGKILL: the controller vanishes without closing its connections.
     void kill();
     // SIGSTOP: the controller keeps its port and connections but answers nothing, not even
@@ -74,7 +71,7 @@ private:
     };
 
     void start(const std::string& bindEndpoint, int fixtures);
-    void stop();
+    ProcessEnding end(int signal);
 
     std::string executable_;
     std::vector<std::string> extraArgs_;

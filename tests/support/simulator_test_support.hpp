@@ -27,8 +27,7 @@ public:
     std::pair<Value, std::optional<RpcError>> ask(std::string_view method, const Value& params = Value::array(),
                                                   const Value& kwargs = nullptr) {
         std::optional<RpcError> error;
-        Value reply = client->call(std::string(method), params, kwargs, &error);
-        return {reply, error};
+        return {client->call(std::string(method), params, kwargs, &error), error};  // a braced list runs the call first
     }
 
 protected:

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <iterator>
 #include <set>
 
 namespace kelvane::testing {
@@ -52,9 +53,7 @@ public:
 
 private:
     std::size_t asleep() {
-        const double at = time_.monotonic();
-        return free_ ? 0
-                     : std::size_t(std::count_if(wakeUps_.begin(), wakeUps_.end(), [at](double w) { return w > at; }));
+        return free_ ? 0 : std::size_t(std::distance(wakeUps_.upper_bound(time_.monotonic()), wakeUps_.end()));
     }
 
     std::mutex mutex_;

@@ -23,12 +23,10 @@ public:
         return monotonic_;
     }
     void sleepFor(double seconds) override {
-        std::function<void()> hook;
-        {
-            std::lock_guard lock(mutex_);
-            sleeps_.push_back(seconds);
-            hook = std::exchange(atNextSleep_, nullptr);
-        }
+        std::unique_lock lock(mutex_);
+        sleeps_.push_back(seconds);
+        auto hook = std::exchange(atNextSleep_, nullptr);
+        lock.unlock();  // the hook may use the clock
         if (hook) hook();
         advance(seconds);
     }
